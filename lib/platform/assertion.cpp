@@ -1,0 +1,98 @@
+#include "lib/platform/assertion.h"
+
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "lib/platform/tracepoint.h"
+
+namespace bramble {
+namespace {
+
+constexpr std::uintptr_t kLowestValidAddress = 4096;
+
+// A stream on the kernel log, null when it cannot be opened. Everything written before the close is one log record.
+std::FILE* OpenKernelLog(const char* path) { return std::fopen(path, "we"); }
+
+}  // namespace
+
+void ReportAssertion(const char* file, unsigned line, const char* function, const char* expression,
+                     const char* kernel_log) noexcept {
+  FireTracepoint("ASRT", static_cast<int>(line));
+  if (std::FILE* log = OpenKernelLog(kernel_log)) {
+    std::fprintf(log, "<2>User space assert from process %d: %s\n", ::getpid(), expression);
+    std::fprintf(log, "ASSERT Executing %s:%u:%s\n", file, line, function);
+    std::fclose(log);
+    return;
+  }
+  // The carriage returns are meant: standard output may be a serial console in raw mode.
+  std::printf("\r\nASSERT FAILED: %s", expression);
+  std::printf("\r\n%s:%u:%s\r\n", file, line, function);
+  std::puts("\r");
+}
+
+void ReportAssertionWithMessage(const char* file, unsigned line, const char* function, const char* expression,
+                                const char* format, ...) noexcept {
+  FireTracepoint("ASRT", static_cast<int>(line));
+  va_list args;
+  va_start(args, format);
+  if (std::FILE* log = OpenKernelLog("/dev/kmsg")) {
+    std::fprintf(log, "<2>User space assert from %d: %s\n", ::getpid(), expression);
+    std::vfprintf(log, format, args);
+    std::fprintf(log, "ASSERT Executing %s:%u:%s\n", file, line, function);
+    std::fclose(log);
+  } else {
+    std::printf("\r\nASSERT FAILED: %s\r\n", expression);
+    std::vprintf(format, args);
+    std::printf("\r\n%s:%u:%s\r\n", file, line, function);
+    std::puts("\r");
+  }
+  va_end(args);
+}
+
+void AssertionFailed(const char* file, unsigned line, const char* function, const char* expression) noexcept {
+  ReportAssertion(file, line, function, expression);
+  // abort() does not flush, and the report may be in standard output's buffer.
+  std::fflush(stdout);
+  std::abort();
+}
+
+bool ValidatePointer(const void* pointer, std::size_t alignment, const char* kernel_log) noexcept {
+  const auto address = reinterpret_cast<std::uintptr_t>(pointer);
+  if (address >= kLowestValidAddress && (address & (alignment - 1)) == 0) {
+    return true;
+  }
+  if (std::FILE* log = OpenKernelLog(kernel_log)) {
+    std::fprintf(log, "<2>Pointer validation failed for %p\n", pointer);
+    std::fclose(log);
+  } else {
+    std::printf("Pointer validation failed for %p\r\n", pointer);
+  }
+  return false;
+}
+
+}  // namespace bramble
+
+// The C library's assertion entry points. Their names are reserved to the implementation, and taking them over is the
+// purpose: no library's assertion may bypass the kernel log.
+extern "C" {
+
+[[noreturn]] void __assert_fail(const char* expression, const char* file, unsigned line,
+                                const char* function) noexcept {
+  std::puts("GLIBC assert\r");
+  bramble::AssertionFailed(file, line, function, expression);
+}
+
+[[noreturn]] void __assert_perror_fail(int errnum, const char* file, unsigned line, const char* function) noexcept {
+  bramble::AssertionFailed(file, line, function, std::strerror(errnum));
+}
+
+[[noreturn]] void __assert(const char* expression, const char* file, int line) noexcept {
+  bramble::AssertionFailed(file, static_cast<unsigned>(line), "UNKNOWN", expression);
+}
+
+}  // extern "C"

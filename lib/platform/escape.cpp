@@ -1,0 +1,90 @@
+#include "lib/platform/escape.h"
+
+#include <cstddef>
+
+#include "lib/platform/assertion.h"
+
+namespace escape {
+namespace {
+
+void AppendEscaped(std::string& output, char byte) {
+  static const char kDigits[] = "0123456789abcdef";
+  const auto value = static_cast<unsigned char>(byte);
+  output += '%';
+  output += kDigits[value >> 4];
+  output += kDigits[value & 0xF];
+}
+
+template <typename Predicate>
+std::string EscapeIf(const std::string& input, Predicate must_escape) {
+  std::string output;
+  output.reserve(input.size());
+  for (const char byte : input) {
+    if (must_escape(static_cast<unsigned char>(byte))) {
+      AppendEscaped(output, byte);
+    } else {
+      output += byte;
+    }
+  }
+  return output;
+}
+
+unsigned HexDigitValue(char digit) {
+  if (digit >= '0' && digit <= '9') {
+    return static_cast<unsigned>(digit - '0');
+  }
+  if (digit >= 'a' && digit <= 'f') {
+    return static_cast<unsigned>(digit - 'a' + 10);
+  }
+  if (digit >= 'A' && digit <= 'F') {
+    return static_cast<unsigned>(digit - 'A' + 10);
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::string EscapeCopy(const std::string& input, const char* escapeSet) {
+  std::string output;
+  output.reserve(input.size());
+  std::size_t position = 0;
+  for (;;) {
+    const std::size_t next = input.find_first_of(escapeSet, position);
+    if (next == std::string::npos) {
+      return output.append(input, position, std::string::npos);
+    }
+    output.append(input, position, next - position);
+    AppendEscaped(output, input[next]);
+    position = next + 1;
+  }
+}
+
+std::string UnescapeCopy(const std::string& input) {
+  std::string output;
+  output.reserve(input.size());
+  std::size_t position = 0;
+  for (;;) {
+    const std::size_t next = input.find('%', position);
+    if (next == std::string::npos) {
+      return output.append(input, position, std::string::npos);
+    }
+    BRAMBLE_ASSERT(input[next] == '%');
+    output.append(input, position, next - position);
+    if (next + 2 >= input.size()) {
+      position = next + 1;
+    } else {
+      output += static_cast<char>(HexDigitValue(input[next + 1]) << 4 | HexDigitValue(input[next + 2]));
+      position = next + 3;
+    }
+  }
+}
+
+std::string PrintableCopy(const std::string& input) {
+  return EscapeIf(input, [](unsigned char byte) { return byte < 0x20 || byte > 0x7E || byte == '%'; });
+}
+
+std::string AsciiCopy(const std::string& input) {
+  return EscapeIf(input, [](unsigned char byte) { return byte >= 0x80; });
+}
+
+}  // namespace escape

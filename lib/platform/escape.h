@@ -1,0 +1,25 @@
+// Percent escaping of chosen bytes, its inverse, and two forms of it that make any bytes safe to show.
+#pragma once
+
+#include <string>
+
+namespace escape {
+
+/// Returns `input` with every byte that occurs in the NUL-terminated `escapeSet` written as "%" and two lower-case
+/// hexadecimal digits. The result can be reversed only if the set holds "%". A NUL byte cannot be in the set.
+/// Throws std::bad_alloc, std::length_error.
+std::string EscapeCopy(const std::string& input, const char* escapeSet);
+
+/// The inverse of EscapeCopy; every input decodes to something. Two deliberate oddities: a "%" with fewer than two bytes
+/// behind it is dropped alone, and a byte that is no hexadecimal digit counts as the digit 0. Throws std::bad_alloc.
+std::string UnescapeCopy(const std::string& input);
+
+/// Returns `input` with "%" and every byte but printable ASCII percent-escaped: one line that any terminal, log or bus
+/// can carry. UnescapeCopy reverses it. Throws std::bad_alloc.
+std::string PrintableCopy(const std::string& input);
+
+/// Returns `input` with every byte of 0x80 or above percent-escaped and all others as they are: always valid UTF-8, and
+/// unchanged for ASCII text, but not reversible. Throws std::bad_alloc.
+std::string AsciiCopy(const std::string& input);
+
+}  // namespace escape
