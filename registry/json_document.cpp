@@ -1,0 +1,321 @@
+#include "registry/json_document.h"
+
+#include <algorithm>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "lib/platform/escape.h"
+#include "lib/platform/string_operations.h"
+
+namespace {
+
+using nlohmann::json;
+
+// How much of a refused value is kept for its text. A value that is larger, or nested more deeply, is refused just the
+// same, with a shorter text.
+constexpr std::size_t kRefusedElements = 1000;
+constexpr std::size_t kRefusedBytes = 64 * 1024;
+constexpr std::size_t kRefusedDepth = 100;
+
+// Builds one refused array or object from parser events, up to the bounds above.
+class RefusedValue {
+ public:
+  bool IsOpen() const { return m_depth != 0; }
+
+  void Key(const std::string& name) { m_key = name; }
+
+  void Add(json value) {
+    if (Fits(value)) {
+      Insert(std::move(value));
+    }
+  }
+
+  void Start(json container) {
+    if (m_depth == 0) {
+      m_root = std::move(container);
+      m_open.assign(1, &m_root);
+      m_elements = 0;
+      m_bytes = 0;
+    } else if (m_skipped_depth != 0 || m_open.size() == kRefusedDepth || !Fits(container)) {
+      ++m_skipped_depth;
+    } else {
+      m_open.push_back(Insert(std::move(container)));
+    }
+    ++m_depth;
+  }
+
+  void End() {
+    if (m_skipped_depth != 0) {
+      --m_skipped_depth;
+    } else {
+      m_open.pop_back();
+    }
+    --m_depth;
+  }
+
+  std::string Text() const { return m_root.dump(); }
+
+ private:
+  bool Fits(const json& value) {
+    if (m_skipped_depth != 0 || ++m_elements > kRefusedElements) {
+      return false;
+    }
+    m_bytes += m_key.size() + (value.is_string() ? value.get_ref<const std::string&>().size() : 0);
+    return m_bytes <= kRefusedBytes;
+  }
+
+  json* Insert(json value) {
+    json& parent = *m_open.back();
+    if (parent.is_array()) {
+      parent.push_back(std::move(value));
+      return &parent.back();
+    }
+    return &(parent[m_key] = std::move(value));
+  }
+
+  json m_root;
+  std::vector<json*> m_open;  // the containers that are open, outermost first
+  std::string m_key;          // the name of the next member
+  std::size_t m_depth = 0;    // all open containers, skipped ones too
+  std::size_t m_skipped_depth = 0;
+  std::size_t m_elements = 0;
+  std::size_t m_bytes = 0;
+};
+
+// The JSON library reports a number that no double can hold as if the text ended there. Shortening each run of digits to
+// two keeps every text as valid, or as invalid, as it was, and every number small.
+std::string ShortenNumbers(const std::string& text) {
+  std::string shortened;
+  shortened.reserve(text.size());
+  bool in_string = false;
+  std::size_t digits = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '"') {
+      in_string = !in_string;
+    } else if (in_string && c == '\\' && i + 1 < text.size()) {
+      shortened += c;
+      ++i;
+    }
+    digits = !in_string && c >= '0' && c <= '9' ? digits + 1 : 0;
+    if (digits <= 2) {
+      shortened += text[i];
+    }
+  }
+  return shortened;
+}
+
+// The part of the library's text that names the unexpected thing, behind a beginning that stays the same from one version
+// of the library to the next. The quoted end of the input can break off within a character.
+std::string SyntaxErrorText(const std::string& library_text) {
+  static const std::string kSeparator = " - ";
+  static const std::string kUnexpected = "unexpected ";
+  const std::size_t separator = library_text.rfind(kSeparator);
+  std::string reason = separator == std::string::npos ? library_text : library_text.substr(separator + kSeparator.size());
+  if (reason.compare(0, kUnexpected.size(), kUnexpected) == 0) {
+    reason.erase(0, kUnexpected.size());
+  }
+  reason.resize(std::min(reason.size(), bramble::kLongestFormattedString));
+  return bramble::strprintf("parse error - unexpected %s", escape::AsciiCopy(reason).c_str());
+}
+
+bool IsUtf8(const std::string& text) {
+  try {
+    json(text).dump();
+    return true;
+  } catch (const json::type_error&) {
+    return false;
+  }
+}
+
+[[noreturn]] void ThrowNotUtf8(const RegistrySections& sections) {
+  for (const auto& [name, keys] : sections) {
+    const std::string section = escape::PrintableCopy(name);
+    if (!IsUtf8(name)) {
+      throw std::runtime_error(bramble::strprintf("No JSON: name of section '%s' is not UTF-8", section.c_str()));
+    }
+    for (const auto& [key_name, value] : keys) {
+      const std::string key = escape::PrintableCopy(key_name);
+      const char* culprit = !IsUtf8(key_name) ? "name" : !IsUtf8(value) ? "value" : nullptr;
+      if (culprit != nullptr) {
+        throw std::runtime_error(bramble::strprintf("No JSON: %s of key '%s' in section '%s' is not UTF-8", culprit,
+                                                    key.c_str(), section.c_str()));
+      }
+    }
+  }
+  throw std::runtime_error("No JSON: registry is not UTF-8");
+}
+
+}  // namespace
+
+// Receives the parser's events and fills the document. The members' names and types are those that the JSON library asks
+// for; each returns whether parsing shall go on.
+class JsonDocument::Reader {
+ public:
+  explicit Reader(JsonDocument& document) : m_document(document) {}
+
+  bool null() { return Scalar(nullptr, Kind::Null); }
+  bool boolean(bool value) { return Scalar(value, Kind::Refused); }
+  bool number_integer(json::number_integer_t value) { return Scalar(value, Kind::Refused); }
+  bool number_unsigned(json::number_unsigned_t value) { return Scalar(value, Kind::Refused); }
+  bool number_float(json::number_float_t value, const std::string&) { return Scalar(value, Kind::Refused); }
+  bool binary(json::binary_t&) { return false; }  // no event of JSON text
+
+  bool string(std::string& value) {
+    if (m_level == Level::Key && !m_refused.IsOpen()) {
+      AddMember(Kind::Accepted, value);
+      return true;
+    }
+    return Scalar(value, Kind::Refused);
+  }
+
+  bool key(std::string& name) {
+    if (m_refused.IsOpen()) {
+      m_refused.Key(name);
+    } else {
+      (m_level == Level::Section ? m_section_name : m_key_name) = Store(name);
+    }
+    return true;
+  }
+
+  bool start_object(std::size_t) {
+    if (m_refused.IsOpen() || m_level == Level::Key) {
+      m_refused.Start(json::object());
+    } else if (m_level == Level::Section) {
+      m_document.m_sections.push_back({{m_section_name, Slice(), Kind::Accepted}, m_document.m_keys.size(), 0});
+      m_level = Level::Key;
+    } else {
+      m_document.m_is_object = true;
+      m_level = Level::Section;
+    }
+    return true;
+  }
+
+  bool start_array(std::size_t) {
+    m_refused.Start(json::array());
+    return true;
+  }
+
+  bool end_object() {
+    if (m_refused.IsOpen()) {
+      EndRefused();
+    } else if (m_level == Level::Key) {
+      EndSection();
+      m_level = Level::Section;
+    } else {
+      KeepLastOfEachName(m_document.m_sections, 0);
+    }
+    return true;
+  }
+
+  bool end_array() {
+    EndRefused();
+    return true;
+  }
+
+  bool parse_error(std::size_t, const std::string&, const json::exception& error) {
+    m_error = error.what();
+    m_number_too_large = error.id == kNumberOverflow;
+    return false;
+  }
+
+  const std::string& Error() const { return m_error; }
+  bool NumberTooLarge() const { return m_number_too_large; }
+
+ private:
+  enum class Level { Top, Section, Key };
+
+  static constexpr int kNumberOverflow = 406;
+
+  bool Scalar(json value, Kind kind) {
+    if (m_refused.IsOpen()) {
+      m_refused.Add(std::move(value));
+    } else if (m_level != Level::Top) {
+      AddMember(kind, kind == Kind::Null ? std::string() : value.dump());
+    }
+    return true;
+  }
+
+  void EndRefused() {
+    m_refused.End();
+    if (!m_refused.IsOpen() && m_level != Level::Top) {
+      AddMember(Kind::Refused, m_refused.Text());
+    }
+  }
+
+  void AddMember(Kind kind, const std::string& text) {
+    if (m_level == Level::Section) {
+      m_document.m_sections.push_back({{m_section_name, Store(text), kind}, 0, 0});
+    } else {
+      m_document.m_keys.push_back({m_key_name, Store(text), kind});
+    }
+  }
+
+  void EndSection() {
+    SectionRecord& section = m_document.m_sections.back();
+    KeepLastOfEachName(m_document.m_keys, section.first_key);
+    section.key_count = m_document.m_keys.size() - section.first_key;
+  }
+
+  // Sorts the records from `first` on by name and drops all but the last one written of each name.
+  template <typename Record>
+  void KeepLastOfEachName(std::vector<Record>& records, std::size_t first) {
+    const auto name = [this](const Record& record) { return m_document.View(record.name); };
+    const auto begin = records.begin() + static_cast<std::ptrdiff_t>(first);
+    std::stable_sort(begin, records.end(), [&](const Record& a, const Record& b) { return name(a) < name(b); });
+    // Backwards, the last of each name comes first, which is the one that unique() keeps.
+    const auto kept = std::unique(records.rbegin(), std::make_reverse_iterator(begin),
+                                  [&](const Record& a, const Record& b) { return name(a) == name(b); });
+    records.erase(begin, kept.base());
+  }
+
+  Slice Store(const std::string& text) {
+    std::string& all = m_document.m_text;
+    if (text.size() > std::numeric_limits<std::uint32_t>::max() - all.size()) {
+      throw std::length_error("JSON text too long");
+    }
+    const Slice slice{static_cast<std::uint32_t>(all.size()), static_cast<std::uint32_t>(text.size())};
+    all += text;
+    return slice;
+  }
+
+  JsonDocument& m_document;
+  Level m_level = Level::Top;
+  Slice m_section_name;
+  Slice m_key_name;
+  RefusedValue m_refused;
+  std::string m_error;
+  bool m_number_too_large = false;
+};
+
+JsonDocument JsonDocument::Parse(const std::string& text) {
+  JsonDocument document;
+  Reader reader(document);
+  if (json::sax_parse(text, &reader)) {
+    return document;
+  }
+  if (reader.NumberTooLarge()) {
+    // A number is refused like any other, not a syntax error; what follows it must still be read.
+    document = JsonDocument();
+    return Parse(ShortenNumbers(text));
+  }
+  throw JsonSyntaxError(SyntaxErrorText(reader.Error()));
+}
+
+JsonDocument::Section JsonDocument::SectionAt(std::size_t index) const {
+  const SectionRecord& record = m_sections[index];
+  return {View(record), record.first_key, record.key_count};
+}
+
+JsonDocument::Member JsonDocument::KeyAt(const Section& section, std::size_t index) const {
+  return View(m_keys[section.first_key + index]);
+}
+
+std::string PrintJson(const RegistrySections& sections) {
+  try {
+    return json(sections).dump();
+  } catch (const json::type_error&) {
+    ThrowNotUtf8(sections);
+  }
+}

@@ -1,0 +1,91 @@
+// The JSON text that a caller wants to merge into the registry, checked for syntax and reduced to what the registry can
+// take; and the JSON text of a registry. The JSON library stays behind this header.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "registry/registry_format.h"
+
+/// The text is not JSON. The text begins "parse error - unexpected ".
+class JsonSyntaxError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// A parsed JSON text of two levels: members of the top-level object (sections), and members of those (keys), each level in
+/// ascending byte order of the names as written. Of several members with the same name in one object the last one counts.
+///
+/// Any text can be parsed without deep recursion, and in memory of a small multiple of its size: what the registry refuses
+/// anyway is not kept, apart from the beginning of its text.
+class JsonDocument {
+ public:
+  enum class Kind : std::uint8_t {
+    Null,      // delete
+    Accepted,  // a section that is an object, a key that is a string
+    Refused,   // anything else
+  };
+
+  /// A member of an object. The views live as long as the document.
+  struct Member {
+    std::string_view name;
+    Kind kind;
+    /// The value of an accepted key, the compact JSON text of a refused value, else empty.
+    std::string_view text;
+  };
+
+  struct Section : Member {
+    std::size_t first_key;
+    std::size_t key_count;
+  };
+
+  /// Throws JsonSyntaxError, std::bad_alloc.
+  static JsonDocument Parse(const std::string& text);
+
+  /// Whether the top-level value is an object. If not, there are no sections.
+  bool IsObject() const { return m_is_object; }
+
+  std::size_t SectionCount() const { return m_sections.size(); }
+
+  /// The section at `index`, counted from 0 in ascending order of the names.
+  Section SectionAt(std::size_t index) const;
+
+  /// The key at `index` of `section.key_count`, likewise.
+  Member KeyAt(const Section& section, std::size_t index) const;
+
+ private:
+  class Reader;
+
+  // Offsets into m_text, which is shorter than the JSON text; half the size of a string view.
+  struct Slice {
+    std::uint32_t offset = 0;
+    std::uint32_t size = 0;
+  };
+
+  struct MemberRecord {
+    Slice name;
+    Slice text;
+    Kind kind;
+  };
+
+  struct SectionRecord : MemberRecord {
+    std::size_t first_key;
+    std::size_t key_count;
+  };
+
+  Member View(const MemberRecord& record) const { return {View(record.name), record.kind, View(record.text)}; }
+  std::string_view View(Slice slice) const { return std::string_view(m_text).substr(slice.offset, slice.size); }
+
+  bool m_is_object = false;
+  std::string m_text;  // names, values and refused texts, one after the other
+  std::vector<MemberRecord> m_keys;
+  std::vector<SectionRecord> m_sections;
+};
+
+/// Returns the registry as JSON: an object of objects of strings, compact, without a line feed. Throws std::runtime_error,
+/// whose ASCII text says which section or key is meant, if a name or a value is not UTF-8.
+std::string PrintJson(const RegistrySections& sections);

@@ -1,0 +1,130 @@
+#include "registry/registry_back_end.h"
+
+#include <boost/thread/lock_guard.hpp>
+#include <cstdint>
+#include <utility>
+
+#include "lib/platform/lazy_persistent_store.h"
+
+namespace {
+
+using Guard = boost::lock_guard<boost::recursive_mutex>;
+
+constexpr std::uint32_t kFlushDelayMilliseconds = 60000;
+
+}  // namespace
+
+RegistryBackEnd::RegistryBackEnd(std::shared_ptr<PersistentStore> store)
+    : m_store(std::make_shared<LazyPersistentStore>(std::move(store), kFlushDelayMilliseconds)) {
+  Load();
+}
+
+RegistryBackEnd::~RegistryBackEnd() = default;
+
+std::string RegistryBackEnd::Read(const std::string& section, const std::string& key) {
+  const Guard guard(m_lock);
+  const auto found = m_sections.find(NormaliseName(section));
+  if (found == m_sections.end()) {
+    return std::string();
+  }
+  const auto value = found->second.find(NormaliseName(key));
+  return value == found->second.end() ? std::string() : value->second;
+}
+
+void RegistryBackEnd::Write(const std::string& section, const std::string& key, const std::string& value) {
+  const Guard guard(m_lock);
+  // The section comes before the check of the key; Registry says what that leaves behind.
+  RegistrySection& keys = m_sections[NormaliseName(section)];
+  keys[NormaliseName(key)] = value;
+  Save();
+}
+
+bool RegistryBackEnd::KeyExists(const std::string& section, const std::string& key) {
+  const Guard guard(m_lock);
+  const auto found = m_sections.find(NormaliseName(section));
+  return found != m_sections.end() && found->second.count(NormaliseName(key)) != 0;
+}
+
+bool RegistryBackEnd::SectionExists(const std::string& section) {
+  const Guard guard(m_lock);
+  return m_sections.count(NormaliseName(section)) != 0;
+}
+
+void RegistryBackEnd::DeleteKey(const std::string& section, const std::string& key) {
+  const Guard guard(m_lock);
+  const auto found = m_sections.find(NormaliseName(section));
+  if (found != m_sections.end() && found->second.erase(NormaliseName(key)) != 0) {
+    Save();
+  }
+}
+
+void RegistryBackEnd::DeleteSection(const std::string& section) {
+  const Guard guard(m_lock);
+  if (m_sections.erase(NormaliseName(section)) != 0) {
+    Save();
+  }
+}
+
+void RegistryBackEnd::DeleteAll() {
+  const Guard guard(m_lock);
+  m_sections.clear();
+  Save();
+}
+
+void RegistryBackEnd::SectionList(const SectionCallback& callback) {
+  const Guard guard(m_lock);
+  for (const auto& section : m_sections) {
+    callback(section.first);
+  }
+}
+
+void RegistryBackEnd::KeyList(const std::string& section, const KeyCallback& callback) {
+  const Guard guard(m_lock);
+  const auto found = m_sections.find(NormaliseName(section));
+  if (found == m_sections.end()) {
+    return;
+  }
+  for (const auto& [key, value] : found->second) {
+    callback(key, value);
+  }
+}
+
+RegistrySection RegistryBackEnd::KeyList(const std::string& section) {
+  const Guard guard(m_lock);
+  const auto found = m_sections.find(NormaliseName(section));
+  return found == m_sections.end() ? RegistrySection() : found->second;
+}
+
+void RegistryBackEnd::Flush() { m_store->Flush(); }
+
+// The locale does not matter here: only the letters of ASCII fold.
+std::string RegistryBackEnd::NormaliseName(const std::string& name) {
+  std::string folded = name;
+  for (char& byte : folded) {
+    if (static_cast<unsigned char>(byte) >= 0x80) {
+      throw InvalidName(name);
+    }
+    if (byte >= 'A' && byte <= 'Z') {
+      byte = static_cast<char>(byte - 'A' + 'a');
+    }
+  }
+  return folded;
+}
+
+void RegistryBackEnd::Load() {
+  const Guard guard(m_lock);
+  m_sections = ParseRegistry(m_store->Read());
+}
+
+void RegistryBackEnd::Save() {
+  const Guard guard(m_lock);
+  try {
+    m_store->Write(SerialiseRegistry(m_sections));
+  } catch (const PersistentStore::Full&) {
+    Load();
+    throw Full();
+  } catch (...) {
+    Load();
+    throw;
+  }
+}

@@ -1,0 +1,51 @@
+// Persistent stores for tests: one that records, one that fails on request.
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "lib/platform/persistent_store.h"
+
+namespace test_support {
+
+/// Keeps every text that is written and counts the reads. Not thread-safe by itself: the lazy store's lock serialises its
+/// calls, so a test looks at it only while no flush can run, or after a call that took that lock.
+class RecordingStore : public PersistentStore {
+ public:
+  explicit RecordingStore(std::string text = "", std::uint32_t capacity = 16383)
+      : m_text(std::move(text)), m_capacity(capacity) {}
+
+  std::string Read() override {
+    ++m_reads;
+    return m_text;
+  }
+
+  void Write(const std::string& text) override {
+    if (m_on_write) {
+      m_on_write();
+    }
+    m_text = text;
+    m_writes.push_back(text);
+  }
+
+  std::uint32_t Capacity() override { return m_capacity; }
+
+  int Reads() const { return m_reads; }
+  const std::vector<std::string>& Writes() const { return m_writes; }
+  const std::string& Text() const { return m_text; }
+
+  /// Called at the start of every Write; what it throws leaves Write.
+  void OnWrite(std::function<void()> hook) { m_on_write = std::move(hook); }
+
+ private:
+  std::string m_text;
+  std::uint32_t m_capacity;
+  int m_reads = 0;
+  std::vector<std::string> m_writes;
+  std::function<void()> m_on_write;
+};
+
+}  // namespace test_support
