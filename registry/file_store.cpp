@@ -10,7 +10,7 @@
 namespace {
 
 class FileStoreImpl final : public FileStore {
- public:
+public:
   FileStoreImpl(const std::string& path, std::uint32_t capacity, mode_t mode)
       : m_path(path), m_capacity(capacity), m_mode(mode) {}
 
@@ -41,7 +41,7 @@ class FileStoreImpl final : public FileStore {
 
   std::uint32_t Capacity() override { return m_capacity; }
 
- private:
+private:
   const std::string m_path;
   const std::uint32_t m_capacity;
   const mode_t m_mode;

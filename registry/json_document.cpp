@@ -20,7 +20,7 @@ constexpr std::size_t kRefusedDepth = 100;
 
 // Builds one refused array or object from parser events, up to the bounds above.
 class RefusedValue {
- public:
+public:
   bool IsOpen() const { return m_depth != 0; }
 
   void Key(const std::string& name) { m_key = name; }
@@ -56,7 +56,7 @@ class RefusedValue {
 
   std::string Text() const { return m_root.dump(); }
 
- private:
+private:
   bool Fits(const json& value) {
     if (m_skipped_depth != 0 || ++m_elements > kRefusedElements) {
       return false;
@@ -83,8 +83,8 @@ class RefusedValue {
   std::size_t m_bytes = 0;
 };
 
-// The JSON library reports a number that no double can hold as if the text ended there. Shortening each run of digits to
-// two keeps every text as valid, or as invalid, as it was, and every number small.
+// The JSON library reports a number that no double can hold as if the text ended there. Shortening each run of digits
+// to two keeps every text as valid, or as invalid, as it was, and every number small.
 std::string ShortenNumbers(const std::string& text) {
   std::string shortened;
   shortened.reserve(text.size());
@@ -106,13 +106,14 @@ std::string ShortenNumbers(const std::string& text) {
   return shortened;
 }
 
-// The part of the library's text that names the unexpected thing, behind a beginning that stays the same from one version
-// of the library to the next. The quoted end of the input can break off within a character.
+// The part of the library's text that names the unexpected thing, behind a beginning that stays the same from one
+// version of the library to the next. The quoted end of the input can break off within a character.
 std::string SyntaxErrorText(const std::string& library_text) {
   static const std::string kSeparator = " - ";
   static const std::string kUnexpected = "unexpected ";
   const std::size_t separator = library_text.rfind(kSeparator);
-  std::string reason = separator == std::string::npos ? library_text : library_text.substr(separator + kSeparator.size());
+  std::string reason =
+      separator == std::string::npos ? library_text : library_text.substr(separator + kSeparator.size());
   if (reason.compare(0, kUnexpected.size(), kUnexpected) == 0) {
     reason.erase(0, kUnexpected.size());
   }
@@ -149,10 +150,10 @@ bool IsUtf8(const std::string& text) {
 
 }  // namespace
 
-// Receives the parser's events and fills the document. The members' names and types are those that the JSON library asks
-// for; each returns whether parsing shall go on.
+// Receives the parser's events and fills the document. The members' names and types are those that the JSON library
+// asks for; each returns whether parsing shall go on.
 class JsonDocument::Reader {
- public:
+public:
   explicit Reader(JsonDocument& document) : m_document(document) {}
 
   bool null() { return Scalar(nullptr, Kind::Null); }
@@ -223,7 +224,7 @@ class JsonDocument::Reader {
   const std::string& Error() const { return m_error; }
   bool NumberTooLarge() const { return m_number_too_large; }
 
- private:
+private:
   enum class Level { Top, Section, Key };
 
   static constexpr int kNumberOverflow = 406;

@@ -13,17 +13,18 @@
 
 /// The text is not JSON. The text begins "parse error - unexpected ".
 class JsonSyntaxError : public std::runtime_error {
- public:
+public:
   using std::runtime_error::runtime_error;
 };
 
-/// A parsed JSON text of two levels: members of the top-level object (sections), and members of those (keys), each level in
-/// ascending byte order of the names as written. Of several members with the same name in one object the last one counts.
+/// A parsed JSON text of two levels: members of the top-level object (sections), and members of those (keys), each
+/// level in ascending byte order of the names as written. Of several members with the same name in one object the last
+/// one counts.
 ///
-/// Any text can be parsed without deep recursion, and in memory of a small multiple of its size: what the registry refuses
-/// anyway is not kept, apart from the beginning of its text.
+/// Any text can be parsed without deep recursion, and in memory of a small multiple of its size: what the registry
+/// refuses anyway is not kept, apart from the beginning of its text.
 class JsonDocument {
- public:
+public:
   enum class Kind : std::uint8_t {
     Null,      // delete
     Accepted,  // a section that is an object, a key that is a string
@@ -57,7 +58,7 @@ class JsonDocument {
   /// The key at `index` of `section.key_count`, likewise.
   Member KeyAt(const Section& section, std::size_t index) const;
 
- private:
+private:
   class Reader;
 
   // Offsets into m_text, which is shorter than the JSON text; half the size of a string view.
@@ -86,6 +87,6 @@ class JsonDocument {
   std::vector<SectionRecord> m_sections;
 };
 
-/// Returns the registry as JSON: an object of objects of strings, compact, without a line feed. Throws std::runtime_error,
-/// whose ASCII text says which section or key is meant, if a name or a value is not UTF-8.
+/// Returns the registry as JSON: an object of objects of strings, compact, without a line feed. Throws
+/// std::runtime_error, whose ASCII text says which section or key is meant, if a name or a value is not UTF-8.
 std::string PrintJson(const RegistrySections& sections);

@@ -10,36 +10,36 @@
 /// 'A'..'Z' to lower case and throws InvalidName for a name with a byte of 0x80 or above. The empty name is valid.
 /// Values are arbitrary and kept as given. Implementations may add exceptions of their store and std::bad_alloc.
 class Registry {
- public:
+public:
   /// A name with a byte of 0x80 or above.
   class InvalidName : public std::exception {
-   public:
+  public:
     explicit InvalidName(const std::string& name);
     const char* what() const noexcept override { return m_message.c_str(); }
     /// The offending name as given.
     const std::string& Name() const noexcept { return m_name; }
 
-   private:
+  private:
     std::string m_name;
     std::string m_message;
   };
 
   /// JSON text that is not an object of objects of strings.
   class InvalidJson : public std::exception {
-   public:
+  public:
     explicit InvalidJson(const std::string& detail);
     const char* what() const noexcept override { return m_message.c_str(); }
     /// The JSON text that was refused.
     const std::string& Detail() const noexcept { return m_detail; }
 
-   private:
+  private:
     std::string m_detail;
     std::string m_message;
   };
 
   /// The registry's text would exceed the capacity of its store.
   class Full : public std::runtime_error {
-   public:
+  public:
     Full() : std::runtime_error("Registry full") {}
   };
 
@@ -52,16 +52,16 @@ class Registry {
   /// order of the names. Throws std::runtime_error if a name or value is not UTF-8.
   virtual std::string ReadAllJson() = 0;
 
-  /// Merges a JSON text into the registry and flushes it. A null deletes a section or a key; what the text does not name
-  /// stays. Throws InvalidJson, InvalidName, Full, and std::runtime_error with a text that begins "parse error" for what
-  /// is not JSON: nothing has then changed. Throws what the flush throws: the merge then stands, unwritten.
+  /// Merges a JSON text into the registry and flushes it. A null deletes a section or a key; what the text does not
+  /// name stays. Throws InvalidJson, InvalidName, Full, and std::runtime_error with a text that begins "parse error"
+  /// for what is not JSON: nothing has then changed. Throws what the flush throws: the merge then stands, unwritten.
   virtual void WriteJson(const std::string& registry) = 0;
 
   /// The value, or the empty string if there is none. The key's name is not checked if the section is missing.
   virtual std::string Read(const std::string& section, const std::string& key) = 0;
 
-  /// Creates or overwrites. Throws Full, and the registry is then as it was last accepted. An invalid key in a new section
-  /// leaves that section behind, empty: deliberate, the section is made before the key is checked.
+  /// Creates or overwrites. Throws Full, and the registry is then as it was last accepted. An invalid key in a new
+  /// section leaves that section behind, empty: deliberate, the section is made before the key is checked.
   virtual void Write(const std::string& section, const std::string& key, const std::string& value) = 0;
 
   virtual bool KeyExists(const std::string& section, const std::string& key) = 0;

@@ -13,13 +13,13 @@ class LazyPersistentStore;
 class PersistentStore;
 
 /// Every operation but Flush and WriteJson's merge takes the registry's recursive lock for its whole duration; the lazy
-/// store's lock is taken inside it. The capacity rule: a change is made in memory, the whole text is measured, and a text
-/// longer than the store's capacity is refused by loading the last accepted text again. A change that the store refuses
-/// for another reason is undone the same way and the store's exception passes on.
+/// store's lock is taken inside it. The capacity rule: a change is made in memory, the whole text is measured, and a
+/// text longer than the store's capacity is refused by loading the last accepted text again. A change that the store
+/// refuses for another reason is undone the same way and the store's exception passes on.
 class RegistryBackEnd : public Registry {
- public:
-  /// Loads the registry from `store`, which is shared and from now on written 60 s after the first unwritten change. Passes
-  /// on what the load throws.
+public:
+  /// Loads the registry from `store`, which is shared and from now on written 60 s after the first unwritten change.
+  /// Passes on what the load throws.
   explicit RegistryBackEnd(std::shared_ptr<PersistentStore> store);
 
   /// Writes out what is not written yet; a failure there ends the process.
@@ -46,7 +46,7 @@ class RegistryBackEnd : public Registry {
   /// Takes the lazy store's lock only. Throws what the store's file replacement throws; the text then stays pending.
   void Flush() override;
 
- private:
+private:
   static std::string NormaliseName(const std::string& name);
   static void ValidateJson(const JsonDocument& document);
 

@@ -1,5 +1,5 @@
-// The registry's text form, which is also the byte layout of its file: "[section]" lines, each followed by the "key=value"
-// lines of the section.
+// The registry's text form, which is also the byte layout of its file: "[section]" lines, each followed by the
+// "key=value" lines of the section.
 #pragma once
 
 #include <map>
@@ -16,6 +16,6 @@ using RegistrySections = std::map<std::string, RegistrySection>;
 std::string SerialiseRegistry(const RegistrySections& sections);
 
 /// Reads a text form; every byte string parses to some registry. Lines end with CR or LF. Names are taken as they are
-/// written, neither folded nor checked. A second header of the same name empties the section; a later key line of the same
-/// name wins. Throws std::bad_alloc.
+/// written, neither folded nor checked. A second header of the same name empties the section; a later key line of the
+/// same name wins. Throws std::bad_alloc.
 RegistrySections ParseRegistry(const std::string& text);

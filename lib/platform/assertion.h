@@ -14,8 +14,7 @@ void ReportAssertion(const char* file, unsigned line, const char* function, cons
 
 /// As ReportAssertion, with a message of the caller's, formatted as printf does, between the two lines of the report.
 [[gnu::format(printf, 5, 6)]] void ReportAssertionWithMessage(const char* file, unsigned line, const char* function,
-                                                              const char* expression, const char* format,
-                                                              ...) noexcept;
+                                                              const char* expression, const char* format, ...) noexcept;
 
 /// ReportAssertion, then abort().
 [[noreturn]] void AssertionFailed(const char* file, unsigned line, const char* function,

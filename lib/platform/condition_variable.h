@@ -10,7 +10,7 @@ namespace bramble {
 /// The standard library's condition variable with the clock fixed: its steady clock is CLOCK_MONOTONIC, and waiting on
 /// it does not detour through the wall clock. It has an internal mutex of its own, which is the last lock to be taken.
 class condition_variable_any {
- public:
+public:
   /// Both wake up for no reason at times; callers test their condition in a loop. `lock` must be held once; it is
   /// released during the wait and held again afterwards.
   template <typename Lock>
@@ -26,7 +26,7 @@ class condition_variable_any {
 
   void notify_all() noexcept { m_condition.notify_all(); }
 
- private:
+private:
   std::condition_variable_any m_condition;
 };
 

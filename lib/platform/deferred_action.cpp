@@ -35,7 +35,7 @@ DeferredAction::~DeferredAction() {
 void DeferredAction::Schedule(std::uint64_t delay) {
   const OwnerLock lock(m_owner_lock);
   const timespec deadline = AddMicroseconds(get_monotonic_time(), delay);
-  if (m_scheduled && !(deadline < m_deadline)) {
+  if (m_scheduled && !IsBefore(deadline, m_deadline)) {
     return;
   }
   m_scheduled = true;
@@ -61,7 +61,7 @@ void DeferredAction::Run(const std::string& thread_name) {
       m_wake.wait(lock);
     }
     // The deadline counts as passed strictly after it.
-    if (!m_stop && m_scheduled && m_deadline < get_monotonic_time()) {
+    if (!m_stop && m_scheduled && IsBefore(m_deadline, get_monotonic_time())) {
       m_scheduled = false;
       m_action();
     }

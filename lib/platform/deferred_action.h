@@ -15,9 +15,9 @@ namespace bramble {
 /// The state is guarded by the owner's lock, which every operation takes and which the worker holds while it runs the
 /// action: so the action may touch the owner, and nobody who holds the lock sees it half done.
 class DeferredAction {
- public:
-  /// Starts the worker, named "DA<name>" (the kernel keeps 15 bytes). `owner_lock` must outlive this object and must not
-  /// be held by a caller of the destructor. Throws std::system_error if no thread can be started.
+public:
+  /// Starts the worker, named "DA<name>" (the kernel keeps 15 bytes). `owner_lock` must outlive this object and must
+  /// not be held by a caller of the destructor. Throws std::system_error if no thread can be started.
   DeferredAction(boost::recursive_mutex& owner_lock, boost::function<void()> action, const std::string& name);
 
   /// Stops and joins the worker; an armed deadline is dropped. Waits for an action that is running. The worker itself
@@ -34,7 +34,7 @@ class DeferredAction {
   /// Disarms the action. One that is running goes on.
   void Cancel();
 
- private:
+private:
   void Run(const std::string& thread_name);
 
   boost::recursive_mutex& m_owner_lock;

@@ -9,7 +9,7 @@ namespace bramble {
 /// Thrown where a system call fails. Callers capture `errno` before anything else can change it and pass it here.
 /// Copying may throw std::bad_alloc; the accessors never throw.
 class ErrnoException : public std::exception {
- public:
+public:
   /// The text is "<description> (<number>)", for example "No such file or directory (2)".
   explicit ErrnoException(int error_number);
 
@@ -22,7 +22,7 @@ class ErrnoException : public std::exception {
 
   int ErrorNumber() const noexcept { return m_error_number; }
 
- private:
+private:
   std::string m_message;
   int m_error_number;
 };

@@ -10,8 +10,9 @@ namespace escape {
 /// Throws std::bad_alloc, std::length_error.
 std::string EscapeCopy(const std::string& input, const char* escapeSet);
 
-/// The inverse of EscapeCopy; every input decodes to something. Two deliberate oddities: a "%" with fewer than two bytes
-/// behind it is dropped alone, and a byte that is no hexadecimal digit counts as the digit 0. Throws std::bad_alloc.
+/// The inverse of EscapeCopy; every input decodes to something. Two deliberate oddities: a "%" with fewer than two
+/// bytes behind it is dropped alone, and a byte that is no hexadecimal digit counts as the digit 0. Throws
+/// std::bad_alloc.
 std::string UnescapeCopy(const std::string& input);
 
 /// Returns `input` with "%" and every byte but printable ASCII percent-escaped: one line that any terminal, log or bus

@@ -17,7 +17,10 @@ constexpr std::uint64_t kMicrosecondsPerMillisecond = 1000;
 }  // namespace
 
 LazyPersistentStore::LazyPersistentStore(std::shared_ptr<PersistentStore> store, std::uint32_t delay)
-    : m_store(std::move(store)), m_delay(delay), m_flush(m_lock, [this] { OnLazyFlush(); }, "LazyStore") {}
+    : m_store(std::move(store)),
+      m_delay(delay),
+      m_flush(
+          m_lock, [this] { OnLazyFlush(); }, "LazyStore") {}
 
 // Flush is not dispatched virtually in a destructor, and no derived class remains here; the exception that may leave it
 // ends the process, because a destructor does not throw.

@@ -1,5 +1,5 @@
-// A store in front of another one that accepts texts at once and writes them later, so that a burst of changes costs one
-// write. The registry back end owns one and calls it from the dispatcher's thread; its worker thread writes.
+// A store in front of another one that accepts texts at once and writes them later, so that a burst of changes costs
+// one write. The registry back end owns one and calls it from the dispatcher's thread; its worker thread writes.
 #pragma once
 
 #include <boost/thread/recursive_mutex.hpp>
@@ -13,7 +13,7 @@
 /// Every operation takes the store's own recursive lock. The accepted text is written to the underlying store when the
 /// delay has passed since the first unwritten change, on Flush, and by the destructor: until then a crash loses it.
 class LazyPersistentStore : public PersistentStore {
- public:
+public:
   /// `delay` is in milliseconds. The underlying store is shared and called under this store's lock only. Throws
   /// std::system_error if the worker thread cannot be started.
   LazyPersistentStore(std::shared_ptr<PersistentStore> store, std::uint32_t delay);
@@ -38,7 +38,7 @@ class LazyPersistentStore : public PersistentStore {
   /// the underlying store throws; the text then stays pending and the deadline armed.
   virtual void Flush();
 
- private:
+private:
   enum class State {
     Unloaded = 0,  // nothing read yet
     Clean = 1,     // the cache equals the underlying store

@@ -12,7 +12,7 @@ namespace bramble {
 
 /// Any thread may call it; each call takes the object's own lock.
 class MemoryTrace : public BaseTrace {
- public:
+public:
   /// `capacity` is the size of the ring in bytes and must not be 0. The ring is allocated by the first Emit.
   explicit MemoryTrace(std::size_t capacity) : m_capacity(capacity) {}
   ~MemoryTrace() override;
@@ -31,7 +31,7 @@ class MemoryTrace : public BaseTrace {
   /// The whole ring, oldest byte first; bytes never written are blanks. Empty before the first Emit.
   std::string Contents() const;
 
- private:
+private:
   const std::size_t m_capacity;
   char* m_start = nullptr;     // guarded by m_lock
   std::size_t m_position = 0;  // next byte to write, as an offset; guarded by m_lock

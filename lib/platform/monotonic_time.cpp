@@ -26,7 +26,7 @@ timespec AddMicroseconds(timespec time, std::uint64_t microseconds) {
   return time;
 }
 
-bool operator<(const timespec& left, const timespec& right) {
+bool IsBefore(const timespec& left, const timespec& right) {
   return left.tv_sec != right.tv_sec ? left.tv_sec < right.tv_sec : left.tv_nsec < right.tv_nsec;
 }
 

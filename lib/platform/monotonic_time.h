@@ -12,6 +12,7 @@ timespec get_monotonic_time();
 /// `time` moved into the future by `microseconds`; the nanoseconds of the result are below 1,000,000,000.
 timespec AddMicroseconds(timespec time, std::uint64_t microseconds);
 
-bool operator<(const timespec& left, const timespec& right);
+/// Whether `left` is strictly earlier than `right`.
+bool IsBefore(const timespec& left, const timespec& right);
 
 }  // namespace bramble

@@ -6,10 +6,10 @@
 #include <string>
 
 class PersistentStore {
- public:
+public:
   /// The text is longer than the store's capacity.
   class Full : public std::runtime_error {
-   public:
+  public:
     Full() : std::runtime_error("Store full") {}
   };
 

@@ -10,7 +10,7 @@ namespace bramble {
 
 /// Owns one descriptor; -1 means none. Movable, not copyable.
 class FileDescriptor {
- public:
+public:
   FileDescriptor() = default;
   explicit FileDescriptor(int fd) : m_fd(fd) {}
   FileDescriptor(FileDescriptor&& other) noexcept : m_fd(other.Release()) {}
@@ -28,20 +28,20 @@ class FileDescriptor {
   /// Gives the descriptor to the caller and keeps none.
   int Release() noexcept;
 
- private:
+private:
   int m_fd = -1;
 };
 
 /// Opens with close-on-exec added to `flags`. Throws ErrnoException with the path as context.
 FileDescriptor Open(const std::string& path, int flags, mode_t mode = 0);
 
-/// Reads until `length` bytes have arrived or the file ends, and returns the count. Throws ErrnoException with `context`
-/// (none if null); what was read before is lost.
+/// Reads until `length` bytes have arrived or the file ends, and returns the count. Throws ErrnoException with
+/// `context` (none if null); what was read before is lost.
 std::size_t read_all_throw(int fd, void* buffer, std::size_t length, const char* context = nullptr);
 
 /// Writes all `length` bytes, going on after partial writes. Throws ErrnoException without context; part of the bytes
-/// may then have been written. A write that takes nothing is an assertion failure. An interrupted call counts as failed:
-/// the program's signal handlers restart system calls.
+/// may then have been written. A write that takes nothing is an assertion failure. An interrupted call counts as
+/// failed: the program's signal handlers restart system calls.
 void write_all_throw(int fd, const void* buffer, std::size_t length);
 
 /// Returns all bytes of a file, also of one whose size is not known beforehand (as under /proc). Throws ErrnoException:

@@ -8,7 +8,7 @@
 namespace bramble {
 
 class BaseTrace {
- public:
+public:
   constexpr BaseTrace() = default;
   virtual ~BaseTrace() = default;
   BaseTrace(const BaseTrace&) = delete;
@@ -21,7 +21,7 @@ class BaseTrace {
 
 /// Writes to standard error. Flush, and the destructor, also wait until a terminal has sent the text.
 class StderrTrace : public BaseTrace {
- public:
+public:
   constexpr StderrTrace() = default;
   ~StderrTrace() override;
   void Emit(const std::string& text) override;
@@ -31,18 +31,18 @@ class StderrTrace : public BaseTrace {
 /// A standard-error sink with a switch. The switch is advice for callers, who ask IsEnabled() before they compose a
 /// costly text; Emit itself always writes.
 class OptionalTrace : public StderrTrace {
- public:
+public:
   explicit constexpr OptionalTrace(bool enabled) : m_enabled(enabled) {}
   virtual void SetEnabled(bool enabled) { m_enabled = enabled; }
   bool IsEnabled() const { return m_enabled; }
 
- private:
+private:
   bool m_enabled;
 };
 
 /// Writes to a C stream that it owns and closes.
 class FileTrace : public BaseTrace {
- public:
+public:
   /// `file` must not be null; ownership passes to this object.
   explicit FileTrace(std::FILE* file) : m_file(file) {}
   ~FileTrace() override;
@@ -51,7 +51,7 @@ class FileTrace : public BaseTrace {
   /// Flushes standard error, not the stream of this sink: deliberate. The destructor flushes the stream by closing it.
   void Flush() override;
 
- private:
+private:
   std::FILE* m_file;
 };
 

@@ -5,10 +5,10 @@
 
 namespace test_support {
 
-/// While it lives, descriptor 2 is a temporary file. Expected diagnostics are taken with Take and compared; what is left
-/// when the object dies fails the running test.
+/// While it lives, descriptor 2 is a temporary file. Expected diagnostics are taken with Take and compared; what is
+/// left when the object dies fails the running test.
 class CapturedStderr {
- public:
+public:
   CapturedStderr();
   ~CapturedStderr();
   CapturedStderr(const CapturedStderr&) = delete;
@@ -17,7 +17,7 @@ class CapturedStderr {
   /// Returns what was written since the last call.
   std::string Take();
 
- private:
+private:
   int m_file;
   int m_saved;
 };

@@ -18,13 +18,13 @@ void ClearKernelLog();
 
 /// While it lives, /dev/kmsg cannot be opened: a socket lies over it.
 class UnopenableKernelLog {
- public:
+public:
   UnopenableKernelLog();
   ~UnopenableKernelLog();
   UnopenableKernelLog(const UnopenableKernelLog&) = delete;
   UnopenableKernelLog& operator=(const UnopenableKernelLog&) = delete;
 
- private:
+private:
   std::string m_socket;
 };
 

@@ -11,10 +11,10 @@
 
 namespace test_support {
 
-/// Keeps every text that is written and counts the reads. Not thread-safe by itself: the lazy store's lock serialises its
-/// calls, so a test looks at it only while no flush can run, or after a call that took that lock.
+/// Keeps every text that is written and counts the reads. Not thread-safe by itself: the lazy store's lock serialises
+/// its calls, so a test looks at it only while no flush can run, or after a call that took that lock.
 class RecordingStore : public PersistentStore {
- public:
+public:
   explicit RecordingStore(std::string text = "", std::uint32_t capacity = 16383)
       : m_text(std::move(text)), m_capacity(capacity) {}
 
@@ -40,7 +40,7 @@ class RecordingStore : public PersistentStore {
   /// Called at the start of every Write; what it throws leaves Write.
   void OnWrite(std::function<void()> hook) { m_on_write = std::move(hook); }
 
- private:
+private:
   std::string m_text;
   std::uint32_t m_capacity;
   int m_reads = 0;

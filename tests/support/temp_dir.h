@@ -6,7 +6,7 @@
 namespace test_support {
 
 class TempDir {
- public:
+public:
   /// Throws std::system_error.
   TempDir();
   ~TempDir();
@@ -16,7 +16,7 @@ class TempDir {
   const std::string& Path() const { return m_path; }
   std::string operator/(const std::string& name) const { return m_path + "/" + name; }
 
- private:
+private:
   std::string m_path;
 };
 

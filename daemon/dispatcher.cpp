@@ -1,0 +1,183 @@
+#include "daemon/dispatcher.h"
+
+#include <dbus/dbus.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+
+#include "lib/platform/errno_exception.h"
+#include "lib/platform/monotonic_time.h"
+#include "lib/platform/posix_helpers.h"
+
+namespace {
+
+constexpr std::uint64_t kMicrosecondsPerMillisecond = 1000;
+
+// A duplicate that is none of the standard streams, even in a process that was started with those closed.
+int DuplicateAboveStandardStreams(int fd) {
+  const int duplicate = ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (duplicate < 0) {
+    throw bramble::ErrnoException(errno, "dispatcher pipe");
+  }
+  return duplicate;
+}
+
+template <typename T>
+bool Contains(const std::vector<T*>& all, const T* one) {
+  return std::find(all.begin(), all.end(), one) != all.end();
+}
+
+template <typename T>
+void Remove(std::vector<T*>& all, const void* one) {
+  all.erase(std::remove_if(all.begin(), all.end(), [&](T* each) { return each == one; }), all.end());
+}
+
+}  // namespace
+
+// Both are asked for their state before each wait, so a toggle needs no action of a watch.
+class Dispatcher::Watch final : public DBus::Watch {
+public:
+  using DBus::Watch::Watch;
+  void toggle() override {}
+
+  bool Wants(int flag) const { return enabled() && (flags() & flag) != 0; }
+
+  void Handle(short events) {
+    int flags = 0;
+    flags |= (events & POLLIN) != 0 ? DBUS_WATCH_READABLE : 0;
+    flags |= (events & POLLOUT) != 0 ? DBUS_WATCH_WRITABLE : 0;
+    flags |= (events & POLLHUP) != 0 ? DBUS_WATCH_HANGUP : 0;
+    flags |= (events & (POLLERR | POLLNVAL)) != 0 ? DBUS_WATCH_ERROR : 0;
+    handle(flags);
+  }
+};
+
+class Dispatcher::Timeout final : public DBus::Timeout {
+public:
+  explicit Timeout(Internal* internal) : DBus::Timeout(internal) { Restart(); }
+  void toggle() override { Restart(); }
+
+  timespec Deadline() const { return m_deadline; }
+
+  // A time-out repeats until libdbus disables or removes it.
+  void Restart() {
+    m_deadline = bramble::AddMicroseconds(bramble::get_monotonic_time(),
+                                          static_cast<std::uint64_t>(interval()) * kMicrosecondsPerMillisecond);
+  }
+
+private:
+  timespec m_deadline{};
+};
+
+Dispatcher::Dispatcher() {
+  // The base class has opened a pipe of its own, unused here, and in a process that was started with its standard
+  // streams closed on their descriptors.
+  bramble::FileDescriptor unused[] = {bramble::FileDescriptor(_fdunlock[0]), bramble::FileDescriptor(_fdunlock[1])};
+  m_wake_reader = DuplicateAboveStandardStreams(unused[0].Get());
+  m_wake_writer = DuplicateAboveStandardStreams(unused[1].Get());
+  _fdunlock[0] = _fdunlock[1] = -1;
+  if (::fcntl(m_wake_writer, F_SETFL, O_NONBLOCK) != 0) {
+    throw bramble::ErrnoException(errno, "dispatcher pipe");
+  }
+}
+
+void Dispatcher::enter() {
+  while (!m_leave && !m_lost_connection) {
+    do_iteration();
+  }
+}
+
+void Dispatcher::leave() {
+  m_leave = true;
+  // A full pipe wakes the loop just as well.
+  [[maybe_unused]] const ssize_t ignored = ::write(m_wake_writer, "", 1);
+}
+
+void Dispatcher::do_iteration() {
+  dispatch_pending();
+  // Dispatching ends the connection's last watch when the bus has closed it.
+  m_lost_connection = m_watches.empty();
+  if (!m_leave && !m_lost_connection) {
+    WaitForEvents();
+    HandleExpiredTimeouts();
+  }
+}
+
+void Dispatcher::WaitForEvents() {
+  // While replies wait to be written no call is read: a client that never reads its replies must not fill the memory.
+  const bool writing = std::any_of(m_watches.begin(), m_watches.end(),
+                                   [](const Watch* watch) { return watch->Wants(DBUS_WATCH_WRITABLE); });
+  const int wanted = writing ? DBUS_WATCH_WRITABLE : DBUS_WATCH_READABLE;
+  std::vector<Watch*> polled;
+  std::copy_if(m_watches.begin(), m_watches.end(), std::back_inserter(polled),
+               [&](const Watch* watch) { return watch->Wants(wanted); });
+
+  std::vector<pollfd> descriptors;
+  for (const Watch* watch : polled) {
+    descriptors.push_back({watch->descriptor(), static_cast<short>(writing ? POLLOUT : POLLIN), 0});
+  }
+  descriptors.push_back({m_wake_reader, POLLIN, 0});
+
+  if (::poll(descriptors.data(), descriptors.size(), PollTimeout()) <= 0) {
+    return;
+  }
+  for (std::size_t i = 0; i < polled.size(); ++i) {
+    // Handling one watch can remove another.
+    if (descriptors[i].revents != 0 && Contains(m_watches, polled[i])) {
+      polled[i]->Handle(descriptors[i].revents);
+    }
+  }
+}
+
+// Milliseconds until the first deadline, rounded up; -1 for none, so that an idle process sleeps until something
+// happens.
+int Dispatcher::PollTimeout() const {
+  const timespec now = bramble::get_monotonic_time();
+  int shortest = -1;
+  for (const Timeout* timeout : m_timeouts) {
+    if (timeout->enabled()) {
+      const timespec deadline = timeout->Deadline();
+      const long long milliseconds = (static_cast<long long>(deadline.tv_sec) - now.tv_sec) * 1000 +
+                                     (deadline.tv_nsec - now.tv_nsec) / 1000000 + 1;
+      const int bounded = static_cast<int>(std::clamp(milliseconds, 0LL, 3600000LL));
+      shortest = shortest < 0 ? bounded : std::min(shortest, bounded);
+    }
+  }
+  return shortest;
+}
+
+void Dispatcher::HandleExpiredTimeouts() {
+  const std::vector<Timeout*> all = m_timeouts;
+  for (Timeout* timeout : all) {
+    // Handling one time-out can remove another.
+    if (Contains(m_timeouts, timeout) && timeout->enabled() &&
+        bramble::IsBefore(timeout->Deadline(), bramble::get_monotonic_time())) {
+      timeout->Restart();
+      timeout->handle();
+    }
+  }
+}
+
+DBus::Timeout* Dispatcher::add_timeout(DBus::Timeout::Internal* internal) {
+  m_timeouts.push_back(new Timeout(internal));
+  return m_timeouts.back();
+}
+
+void Dispatcher::rem_timeout(DBus::Timeout* timeout) {
+  Remove(m_timeouts, static_cast<Timeout*>(timeout));
+  delete timeout;
+}
+
+DBus::Watch* Dispatcher::add_watch(DBus::Watch::Internal* internal) {
+  m_watches.push_back(new Watch(internal));
+  return m_watches.back();
+}
+
+void Dispatcher::rem_watch(DBus::Watch* watch) {
+  Remove(m_watches, static_cast<Watch*>(watch));
+  delete watch;
+}

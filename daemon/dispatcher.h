@@ -1,0 +1,49 @@
+// The program's event loop on the D-Bus connection. It keeps the library's interface and replaces its machinery, which
+// loses an early leave(), dies of a second one, spins on blocked output and never tells of a lost bus.
+#pragma once
+
+#include <dbus-c++/dbus.h>
+
+#include <atomic>
+#include <vector>
+
+/// One object, static, used by the main thread; only leave() may be called from anywhere. It serves one connection.
+class Dispatcher final : public DBus::BusDispatcher {
+public:
+  /// Throws bramble::ErrnoException if there is no descriptor for its pipe.
+  Dispatcher();
+
+  /// Runs until leave() is called, before or during the run, or the connection is lost. What handlers throw passes
+  /// through.
+  void enter() override;
+
+  /// Makes enter() return after the message in hand. Async-signal-safe, any number of times, at any time.
+  void leave() override;
+
+  /// Whether enter() returned because the bus closed the connection.
+  bool LostConnection() const { return m_lost_connection; }
+
+  /// Dispatches what has arrived, waits for the next event and handles it.
+  void do_iteration() override;
+
+  DBus::Timeout* add_timeout(DBus::Timeout::Internal* internal) override;
+  void rem_timeout(DBus::Timeout* timeout) override;
+  DBus::Watch* add_watch(DBus::Watch::Internal* internal) override;
+  void rem_watch(DBus::Watch* watch) override;
+
+private:
+  class Watch;
+  class Timeout;
+
+  void WaitForEvents();
+  int PollTimeout() const;
+  void HandleExpiredTimeouts();
+
+  std::atomic<bool> m_leave{false};
+  bool m_lost_connection = false;
+  // Never closed: a signal can come when everything else is gone.
+  int m_wake_reader = -1;
+  int m_wake_writer = -1;
+  std::vector<Watch*> m_watches;     // owned by libdbus's watches, which end in rem_watch
+  std::vector<Timeout*> m_timeouts;  // likewise
+};

@@ -1,0 +1,147 @@
+#include "dbus/registry_adaptor.h"
+
+#include "dbus/bus_text.h"
+#include "lib/platform/escape.h"
+
+namespace com {
+namespace tavimesh {
+namespace {
+
+// Takes the next in-argument; throws DBus::ErrorInvalidArgs if it is missing or no string.
+std::string TakeString(DBus::MessageIter& reader) {
+  std::string text = reader.get_string();
+  ++reader;
+  return text;
+}
+
+std::string Quoted(const char* what, const std::string& name) {
+  return std::string(what) + " '" + escape::PrintableCopy(name) + "'";
+}
+
+std::string KeyIn(const std::string& key, const std::string& section) {
+  return Quoted("key", key) + Quoted(" in section", section);
+}
+
+DBus::Message ReplyBool(const DBus::CallMessage& call, bool value) {
+  DBus::ReturnMessage reply(call);
+  reply.writer().append_bool(value);
+  return reply;
+}
+
+}  // namespace
+
+Registry_adaptor::Registry_adaptor() : DBus::InterfaceAdaptor("com.tavimesh.Registry") {
+  register_method(Registry_adaptor, Read, HandleRead);
+  register_method(Registry_adaptor, Write, HandleWrite);
+  register_method(Registry_adaptor, DeleteKey, HandleDeleteKey);
+  register_method(Registry_adaptor, DeleteSection, HandleDeleteSection);
+  register_method(Registry_adaptor, DeleteAll, HandleDeleteAll);
+  register_method(Registry_adaptor, Flush, HandleFlush);
+  register_method(Registry_adaptor, KeyExists, HandleKeyExists);
+  register_method(Registry_adaptor, SectionExists, HandleSectionExists);
+  register_method(Registry_adaptor, SectionList, HandleSectionList);
+  register_method(Registry_adaptor, KeyList, HandleKeyList);
+  register_method(Registry_adaptor, ReadAllJson, HandleReadAllJson);
+  register_method(Registry_adaptor, WriteJson, HandleWriteJson);
+}
+
+DBus::Message Registry_adaptor::HandleRead(const DBus::CallMessage& call) {
+  DBus::MessageIter reader = call.reader();
+  const std::string section = TakeString(reader);
+  const std::string key = TakeString(reader);
+  DBus::ReturnMessage reply(call);
+  DBus::MessageIter writer = reply.writer();
+  ReplyStrings().Append(writer, Read(section, key), [&] { return "value of " + KeyIn(key, section); });
+  return reply;
+}
+
+DBus::Message Registry_adaptor::HandleWrite(const DBus::CallMessage& call) {
+  DBus::MessageIter reader = call.reader();
+  const std::string section = TakeString(reader);
+  const std::string key = TakeString(reader);
+  const std::string value = TakeString(reader);
+  Write(section, key, value);
+  return DBus::ReturnMessage(call);
+}
+
+DBus::Message Registry_adaptor::HandleDeleteKey(const DBus::CallMessage& call) {
+  DBus::MessageIter reader = call.reader();
+  const std::string section = TakeString(reader);
+  const std::string key = TakeString(reader);
+  DeleteKey(section, key);
+  return DBus::ReturnMessage(call);
+}
+
+DBus::Message Registry_adaptor::HandleDeleteSection(const DBus::CallMessage& call) {
+  DBus::MessageIter reader = call.reader();
+  DeleteSection(TakeString(reader));
+  return DBus::ReturnMessage(call);
+}
+
+DBus::Message Registry_adaptor::HandleDeleteAll(const DBus::CallMessage& call) {
+  DeleteAll();
+  return DBus::ReturnMessage(call);
+}
+
+DBus::Message Registry_adaptor::HandleFlush(const DBus::CallMessage& call) {
+  Flush();
+  return DBus::ReturnMessage(call);
+}
+
+DBus::Message Registry_adaptor::HandleKeyExists(const DBus::CallMessage& call) {
+  DBus::MessageIter reader = call.reader();
+  const std::string section = TakeString(reader);
+  const std::string key = TakeString(reader);
+  return ReplyBool(call, KeyExists(section, key));
+}
+
+DBus::Message Registry_adaptor::HandleSectionExists(const DBus::CallMessage& call) {
+  DBus::MessageIter reader = call.reader();
+  return ReplyBool(call, SectionExists(TakeString(reader)));
+}
+
+DBus::Message Registry_adaptor::HandleSectionList(const DBus::CallMessage& call) {
+  DBus::ReturnMessage reply(call);
+  DBus::MessageIter writer = reply.writer();
+  DBus::MessageIter array = writer.new_array("s");
+  ReplyStrings strings;
+  for (const std::string& section : SectionList()) {
+    strings.Append(array, section, [&] { return "name of " + Quoted("section", section); });
+  }
+  writer.close_container(array);
+  return reply;
+}
+
+DBus::Message Registry_adaptor::HandleKeyList(const DBus::CallMessage& call) {
+  DBus::MessageIter reader = call.reader();
+  const std::string section = TakeString(reader);
+  DBus::ReturnMessage reply(call);
+  DBus::MessageIter writer = reply.writer();
+  DBus::MessageIter array = writer.new_array("{ss}");
+  ReplyStrings strings;
+  for (const auto& [key, value] : KeyList(section)) {
+    const std::string& name = key;  // a structured binding cannot be captured
+    DBus::MessageIter entry = array.new_dict_entry();
+    strings.Append(entry, key, [&] { return "name of " + KeyIn(name, section); });
+    strings.Append(entry, value, [&] { return "value of " + KeyIn(name, section); });
+    array.close_container(entry);
+  }
+  writer.close_container(array);
+  return reply;
+}
+
+DBus::Message Registry_adaptor::HandleReadAllJson(const DBus::CallMessage& call) {
+  DBus::ReturnMessage reply(call);
+  DBus::MessageIter writer = reply.writer();
+  ReplyStrings().Append(writer, ReadAllJson(), [] { return "registry's JSON text"; });
+  return reply;
+}
+
+DBus::Message Registry_adaptor::HandleWriteJson(const DBus::CallMessage& call) {
+  DBus::MessageIter reader = call.reader();
+  WriteJson(TakeString(reader));
+  return DBus::ReturnMessage(call);
+}
+
+}  // namespace tavimesh
+}  // namespace com

@@ -1,0 +1,46 @@
+// How much memory a piece of code takes at its peak.
+#pragma once
+
+#include <cstddef>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+
+namespace test_support {
+
+// A sanitizer's own memory would be measured with the program's.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+#else
+constexpr bool kSanitized = false;
+#endif
+
+/// A figure of /proc/self/status in bytes, 0 if there is none of that name.
+inline std::size_t ProcessMemory(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  std::size_t kilobytes = 0;
+  for (std::string line; std::getline(status, line);) {
+    if (line.compare(0, name.size() + 1, name + ":") == 0) {
+      std::istringstream(line.substr(name.size() + 1)) >> kilobytes;
+    }
+  }
+  return kilobytes * 1024;
+}
+
+/// Returns by how many bytes the resident memory rises above its present size while `code` runs. Meant for a process of
+/// its own: what ran there before can have left memory to reuse.
+inline std::size_t PeakGrowth(const std::function<void()>& code) {
+  const std::size_t before = ProcessMemory("VmRSS");
+  code();
+  const std::size_t peak = ProcessMemory("VmHWM");
+  return peak > before ? peak - before : 0;
+}
+
+}  // namespace test_support
