@@ -1,0 +1,31 @@
+# Sourced by the other scripts: what the project needs from Debian 12, and how it is installed.
+
+build_packages="cmake dbus g++ libboost-dev libdbus-1-dev libdbus-c++-dev libfmt-dev liblttng-ust-dev ninja-build
+                nlohmann-json3-dev pkg-config"
+run_packages="systemd util-linux"
+test_packages="clang clang-format gcovr libclang-rt-14-dev libglib2.0-bin libgmock-dev libgtest-dev procps python3
+               python3-dbus python3-pytest strace"
+
+# quietly COMMAND...: shows what a command printed only if it fails.
+quietly() {
+  local log status=0
+  log=$(mktemp)
+  "$@" >"$log" 2>&1 || status=$?
+  [ $status = 0 ] || cat "$log" >&2
+  rm -f "$log"
+  return $status
+}
+
+# install_packages PACKAGE...: installs those that are missing, as root or through sudo.
+install_packages() {
+  local missing=() package as_root=()
+  for package in "$@"; do
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  echo "Installing ${missing[*]} ..."
+  [ "$(id -u)" = 0 ] || as_root=(sudo)
+  quietly "${as_root[@]}" apt-get -q update
+  quietly "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get -q install -y --no-install-recommends "${missing[@]}"
+}

@@ -1,0 +1,176 @@
+#include "daemon/dispatcher.h"
+
+#include <dbus/dbus.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lib/platform/posix_helpers.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// The other end of a connection: accepts it and never says a word.
+class SilentPeer {
+public:
+  SilentPeer() : m_listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    Path().copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(::bind(m_listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(::listen(m_listener.Get(), 1), 0);
+  }
+
+  std::string Path() const { return m_directory / "peer"; }
+  std::string Address() const { return "unix:path=" + Path(); }
+
+  void Accept() { m_connection = bramble::FileDescriptor(::accept(m_listener.Get(), nullptr, nullptr)); }
+  void HangUp() { m_connection = bramble::FileDescriptor(); }
+
+private:
+  test_support::TempDir m_directory;
+  bramble::FileDescriptor m_listener;
+  bramble::FileDescriptor m_connection;
+};
+
+class DispatcherTest : public testing::Test {
+protected:
+  DispatcherTest() {
+    DBus::default_dispatcher = &m_dispatcher;
+    m_connection = std::make_unique<DBus::Connection>(m_peer.Address().c_str());
+    m_peer.Accept();
+  }
+  ~DispatcherTest() override { m_connection->disconnect(); }
+
+  Dispatcher m_dispatcher;
+  SilentPeer m_peer;
+  std::unique_ptr<DBus::Connection> m_connection;
+};
+
+Dispatcher* g_dispatcher_for_signals = nullptr;
+
+TEST_F(DispatcherTest, LeaveBeforeEnterIsHonoured) {
+  m_dispatcher.leave();
+  m_dispatcher.enter();
+  EXPECT_FALSE(m_dispatcher.LostConnection());
+}
+
+TEST_F(DispatcherTest, LeaveAnyNumberOfTimesNeitherBlocksNorThrows) {
+  // More than a pipe holds.
+  for (int i = 0; i < 100000; ++i) {
+    m_dispatcher.leave();
+  }
+  m_dispatcher.enter();
+  m_dispatcher.leave();
+  m_dispatcher.enter();
+}
+
+TEST_F(DispatcherTest, LeaveFromAnotherThreadWakesTheLoop) {
+  std::thread leaver([this] { m_dispatcher.leave(); });
+  m_dispatcher.enter();
+  leaver.join();
+}
+
+TEST_F(DispatcherTest, LeaveFromASignalHandlerWakesTheLoop) {
+  g_dispatcher_for_signals = &m_dispatcher;
+  const auto old_handler = std::signal(SIGUSR1, [](int) { g_dispatcher_for_signals->leave(); });
+  const pthread_t looping = ::pthread_self();
+  std::thread sender([&] { ::pthread_kill(looping, SIGUSR1); });
+  m_dispatcher.enter();
+  sender.join();
+  std::signal(SIGUSR1, old_handler);
+}
+
+TEST_F(DispatcherTest, LostConnectionEndsTheLoop) {
+  m_peer.HangUp();
+  m_dispatcher.enter();
+  EXPECT_TRUE(m_dispatcher.LostConnection());
+}
+
+// Hands the time-outs of a libdbus connection to the dispatcher, as the library's own connections do; those cannot make
+// a call with a time-out and survive its expiry.
+void HandTimeoutsTo(Dispatcher& dispatcher, DBusConnection* connection) {
+  dbus_connection_set_timeout_functions(
+      connection,
+      [](DBusTimeout* timeout, void* data) -> dbus_bool_t {
+        static_cast<Dispatcher*>(data)->add_timeout(reinterpret_cast<DBus::Timeout::Internal*>(timeout));
+        return true;
+      },
+      [](DBusTimeout* timeout, void* data) {
+        static_cast<Dispatcher*>(data)->rem_timeout(static_cast<DBus::Timeout*>(dbus_timeout_get_data(timeout)));
+      },
+      [](DBusTimeout* timeout, void*) { static_cast<DBus::Timeout*>(dbus_timeout_get_data(timeout))->toggle(); },
+      &dispatcher, nullptr);
+}
+
+TEST_F(DispatcherTest, TimeoutsExpireInTheirOrderAndNotEarly) {
+  SilentPeer peer;
+  DBusConnection* const connection = dbus_connection_open_private(peer.Address().c_str(), nullptr);
+  ASSERT_NE(connection, nullptr);
+  HandTimeoutsTo(m_dispatcher, connection);
+  const int delays[] = {100, 50};
+  DBusPendingCall* pending[2];
+  const Clock::time_point start = Clock::now();
+  for (int i = 0; i < 2; ++i) {
+    DBusMessage* const call = dbus_message_new_method_call("com.example", "/", "com.example", "Nothing");
+    ASSERT_TRUE(dbus_connection_send_with_reply(connection, call, &pending[i], delays[i]));
+    dbus_message_unref(call);
+  }
+  for (const int i : {1, 0}) {
+    // An expired time-out is a message to dispatch.
+    while (!dbus_pending_call_get_completed(pending[i])) {
+      m_dispatcher.do_iteration();
+      while (dbus_connection_dispatch(connection) == DBUS_DISPATCH_DATA_REMAINS) {
+      }
+    }
+    EXPECT_GE(Clock::now() - start, milliseconds(delays[i]));
+    EXPECT_EQ(dbus_pending_call_get_completed(pending[0]), i == 0);
+    dbus_pending_call_unref(pending[i]);
+  }
+  dbus_connection_close(connection);
+  dbus_connection_unref(connection);
+}
+
+TEST(Dispatcher, ItsPipeIsClosedOnExecAndNoStandardStream) {
+  const auto flags_of_descriptors = [] {
+    std::vector<int> flags;
+    for (int fd = 0; fd < 256; ++fd) {
+      flags.push_back(::fcntl(fd, F_GETFD));
+    }
+    return flags;
+  };
+  EXPECT_EXIT(
+      {
+        for (int fd = 0; fd <= 2; ++fd) {
+          ::close(fd);
+        }
+        const std::vector<int> before = flags_of_descriptors();
+        const Dispatcher dispatcher;
+        const std::vector<int> after = flags_of_descriptors();
+        int pipe_ends = 0;
+        bool good = true;
+        for (std::size_t fd = 0; fd < after.size(); ++fd) {
+          if (after[fd] != before[fd]) {
+            ++pipe_ends;
+            good = good && fd > 2 && (after[fd] & FD_CLOEXEC) != 0;
+          }
+        }
+        ::_exit(good && pipe_ends == 2 ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
