@@ -304,6 +304,23 @@ JsonDocument JsonDocument::Parse(const std::string& text) {
   throw JsonSyntaxError(SyntaxErrorText(reader.Error()));
 }
 
+void JsonDocument::NormaliseNames(const std::function<std::string(const std::string&)>& normalise) {
+  const auto rename = [&](MemberRecord& member) {
+    const std::string name = normalise(std::string(View(member.name)));
+    m_text.replace(member.name.offset, name.size(), name);
+    member.name.size = static_cast<std::uint32_t>(name.size());
+  };
+  std::for_each(m_sections.begin(), m_sections.end(), rename);
+  std::for_each(m_keys.begin(), m_keys.end(), rename);
+
+  const auto by_name = [this](const MemberRecord& a, const MemberRecord& b) { return View(a.name) < View(b.name); };
+  std::stable_sort(m_sections.begin(), m_sections.end(), by_name);
+  for (const SectionRecord& section : m_sections) {
+    const auto first = m_keys.begin() + static_cast<std::ptrdiff_t>(section.first_key);
+    std::stable_sort(first, first + static_cast<std::ptrdiff_t>(section.key_count), by_name);
+  }
+}
+
 JsonDocument::Section JsonDocument::SectionAt(std::size_t index) const {
   const SectionRecord& record = m_sections[index];
   return {View(record), record.first_key, record.key_count};

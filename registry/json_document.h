@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -46,6 +47,11 @@ public:
 
   /// Throws JsonSyntaxError, std::bad_alloc.
   static JsonDocument Parse(const std::string& text);
+
+  /// Replaces each name by `normalise` of it, which must not be longer, and orders both levels by the new names.
+  /// Members whose names have become the same keep the order that they had. Throws what `normalise` throws; the
+  /// document is then useless.
+  void NormaliseNames(const std::function<std::string(const std::string&)>& normalise);
 
   /// Whether the top-level value is an object. If not, there are no sections.
   bool IsObject() const { return m_is_object; }

@@ -5,10 +5,10 @@
 #include <memory>
 #include <string>
 
+#include "registry/json_document.h"
 #include "registry/registry.h"
 #include "registry/registry_format.h"
 
-class JsonDocument;
 class LazyPersistentStore;
 class PersistentStore;
 
@@ -54,6 +54,8 @@ private:
   void Save();
   void ImportJson(const std::string& registry);
   void MergeJson(const JsonDocument& document);
+  std::size_t MergeJsonSection(const JsonDocument& document, const JsonDocument::Section& section,
+                               bool is_last_of_name);
 
   boost::recursive_mutex m_lock;
   const std::shared_ptr<LazyPersistentStore> m_store;

@@ -20,11 +20,12 @@ void RegistryBackEnd::WriteJson(const std::string& registry) {
 
 // The parsed document is gone before the registry is saved: it can be large.
 void RegistryBackEnd::ImportJson(const std::string& registry) {
-  const JsonDocument document = JsonDocument::Parse(registry);
+  JsonDocument document = JsonDocument::Parse(registry);
   if (!document.IsObject()) {
     throw InvalidJson(registry);
   }
   ValidateJson(document);
+  document.NormaliseNames(NormaliseName);
   try {
     MergeJson(document);
   } catch (...) {
@@ -51,26 +52,37 @@ void RegistryBackEnd::ValidateJson(const JsonDocument& document) {
   }
 }
 
-// Names that differ only in case act on the same section or key, one after the other.
+// Members whose names differ only in case act on the same section or key, one after the other. A document can name far
+// more than the registry holds: when the members that nothing later can touch are already too long, the rest is left
+// out, and the save refuses the registry all the same.
 void RegistryBackEnd::MergeJson(const JsonDocument& document) {
-  for (std::size_t s = 0; s < document.SectionCount(); ++s) {
+  std::size_t certain_size = 0;
+  for (std::size_t s = 0; s < document.SectionCount() && certain_size <= m_store->Capacity(); ++s) {
     const JsonDocument::Section section = document.SectionAt(s);
-    const std::string section_name = NormaliseName(std::string(section.name));
-    if (section.kind == JsonDocument::Kind::Null) {
-      m_sections.erase(section_name);
-      continue;
-    }
-    for (std::size_t k = 0; k < section.key_count; ++k) {
-      const JsonDocument::Member key = document.KeyAt(section, k);
-      const std::string key_name = NormaliseName(std::string(key.name));
-      if (key.kind == JsonDocument::Kind::Accepted) {
-        m_sections[section_name][key_name] = key.text;
-        continue;
+    const bool is_last_of_name = s + 1 == document.SectionCount() || document.SectionAt(s + 1).name != section.name;
+    certain_size += MergeJsonSection(document, section, is_last_of_name);
+  }
+}
+
+// Returns how many bytes of the registry's text are certain to stay if nothing later has the section's name.
+std::size_t RegistryBackEnd::MergeJsonSection(const JsonDocument& document, const JsonDocument::Section& section,
+                                              bool is_last_of_name) {
+  const std::string section_name(section.name);
+  if (section.kind == JsonDocument::Kind::Null) {
+    m_sections.erase(section_name);
+    return 0;
+  }
+  std::size_t certain_size = 0;
+  for (std::size_t k = 0; k < section.key_count && certain_size <= m_store->Capacity(); ++k) {
+    const JsonDocument::Member key = document.KeyAt(section, k);
+    if (key.kind == JsonDocument::Kind::Accepted) {
+      m_sections[section_name][std::string(key.name)] = key.text;
+      if (is_last_of_name && (k + 1 == section.key_count || document.KeyAt(section, k + 1).name != key.name)) {
+        certain_size += key.name.size() + key.text.size();
       }
-      const auto existing = m_sections.find(section_name);
-      if (existing != m_sections.end()) {
-        existing->second.erase(key_name);
-      }
+    } else if (const auto existing = m_sections.find(section_name); existing != m_sections.end()) {
+      existing->second.erase(std::string(key.name));
     }
   }
+  return certain_size;
 }
