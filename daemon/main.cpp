@@ -4,24 +4,32 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <memory>
+#include <string>
 
 #include "daemon/dispatcher.h"
-#include "daemon/standard_streams.h"
 #include "dbus/registry_server.h"
+#include "lib/hardware/hardware_config.h"
+#include "lib/platform/daemonise.h"
 #include "lib/platform/safe_print.h"
+#include "lib/platform/standard_streams.h"
 #include "lib/platform/tracepoint.h"
 #include "registry/file_store.h"
 
 namespace {
 
+// The starter and the foreground keep this name; the daemon takes the other one, which is what the PID file is checked
+// for.
 constexpr char kInitialProcessName[] = "ledgdp";
+constexpr char kDaemonName[] = "ledgd";
+
 constexpr char kBusName[] = "com.tavimesh.Registry";
-constexpr char kRegistryPath[] = "/var/lib/plinthware/registry";
 constexpr std::uint32_t kRegistryCapacity = 16383;
 constexpr mode_t kRegistryMode = 0600;
+
+const boost::posix_time::seconds kStartTimeout(5);
+const boost::posix_time::seconds kStopTimeout(2);
 
 // Never destroyed: a signal may come after main has returned.
 Dispatcher& g_dispatcher = *new Dispatcher;
@@ -51,14 +59,24 @@ private:
   DBus::Connection& m_connection;
 };
 
-void Serve() {
-  const std::shared_ptr<PersistentStore> store = FileStore::Create(kRegistryPath, kRegistryCapacity, kRegistryMode);
+std::shared_ptr<PersistentStore> CreateRegistryStore() {
+  return FileStore::Create(HardwareConfig::GetInstance().GetRegistryPath(), kRegistryCapacity, kRegistryMode);
+}
+
+// Builds what the daemon consists of, runs it and takes it down in the reverse order. `daemonise` is told when the
+// service is ready; null in the foreground.
+void Serve(bramble::Daemonise* daemonise) {
+  const HardwareConfig hardware;
+  const std::shared_ptr<PersistentStore> store = CreateRegistryStore();
   InstallSignalHandler();
   DBus::default_dispatcher = &g_dispatcher;
   DBus::Connection connection = DBus::Connection::SystemBus();
   const DisconnectOnExit disconnect(connection);
   connection.request_name(kBusName, 0);
   RegistryServer server(connection, store);
+  if (daemonise != nullptr) {
+    daemonise->Signal();
+  }
   g_dispatcher.enter();
   if (g_dispatcher.LostConnection()) {
     bramble::SafePrint(stderr, "ledgerd lost its connection to the bus.\n");
@@ -67,16 +85,25 @@ void Serve() {
 
 void Run(const char* argument) {
   ::prctl(PR_SET_NAME, kInitialProcessName);
-  if (argument != nullptr && std::strcmp(argument, "-d") == 0) {
-    bramble::LoadTracepointProbes();
-    Serve();
+  bramble::Daemonise daemonise(kDaemonName);
+  const std::string mode = argument != nullptr ? argument : "";
+  if (mode == "-k") {
+    daemonise.Kill(kStopTimeout);
+    return;
   }
+  const bool foreground = mode == "-d";
+  if (!foreground) {
+    // Any other argument means the same as none.
+    daemonise.Prepare(kStartTimeout);
+  }
+  bramble::LoadTracepointProbes();
+  Serve(foreground ? nullptr : &daemonise);
 }
 
 }  // namespace
 
 int main(int, char** argv) {
-  OpenClosedStandardStreams();
+  bramble::OpenClosedStandardStreams();
   try {
     Run(argv[1]);
   } catch (const std::exception& e) {

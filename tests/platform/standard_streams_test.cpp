@@ -1,4 +1,4 @@
-#include "daemon/standard_streams.h"
+#include "lib/platform/standard_streams.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -23,7 +23,7 @@ bool IsNullDevice(int fd) {
       ::close(fd);
     }
   }
-  OpenClosedStandardStreams();
+  bramble::OpenClosedStandardStreams();
   for (int fd = 0; fd <= 2; ++fd) {
     const bool was_closed = (closed >> fd & 1) != 0;
     if (IsNullDevice(fd) != was_closed || ::fcntl(fd, F_GETFD) == -1) {

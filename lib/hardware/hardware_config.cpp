@@ -1,0 +1,66 @@
+#include "lib/hardware/hardware_config.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "lib/platform/safe_print.h"
+
+namespace {
+
+constexpr char kRegistryPath[] = "/var/lib/plinthware/registry";
+
+// The model that has the connector whatever its manufacturing data says.
+constexpr char kModelWithGpioConnector[] = "5R377";
+
+constexpr std::uint64_t Bit(HardwareFeature feature) { return std::uint64_t{1} << static_cast<unsigned>(feature); }
+
+std::string Variable(const CfeEnvironment& environment, const char* name) {
+  const auto found = environment.find(name);
+  return found == environment.end() ? std::string() : found->second;
+}
+
+// A variable that is absent grants every feature, one that is present but empty grants none: deliberate.
+std::uint64_t ParseHardwareFlags(const CfeEnvironment& environment) {
+  const auto found = environment.find("PW_HWFLAGS");
+  return found == environment.end() ? ~std::uint64_t{0} : std::strtoull(found->second.c_str(), nullptr, 0);
+}
+
+}  // namespace
+
+HardwareConfig::HardwareConfig() : HardwareConfig("/proc/boardid", GetCfeEnvironment) {}
+
+HardwareConfig::HardwareConfig(const char* board_identity_path, const std::function<CfeEnvironment()>& environment) {
+  ApplyBoardIdentity(ReadBoardIdentity(board_identity_path));
+  ApplyEnvironment(environment());
+}
+
+bool HardwareConfig::HasFeature(HardwareFeature feature) const { return (m_hardware_flags & Bit(feature)) != 0; }
+
+std::string HardwareConfig::GetRegistryPath() const { return kRegistryPath; }
+
+void HardwareConfig::ApplyBoardIdentity(const BoardIdentity& board) {
+  m_revision = board.revision;
+  m_board_id = board.board_id;
+  m_family = board.family;
+  m_bootloader_version = board.bootloader_version;
+  m_secure_keys = board.secure_keys;
+  m_secure_boot = board.secure_boot;
+  m_secure_id = board.secure_id;
+}
+
+void HardwareConfig::ApplyEnvironment(const CfeEnvironment& environment) {
+  if (Variable(environment, "PW_FORMAT") != "1") {
+    bramble::SafePrint(stderr, "SRB not valid. Please run manufacturing test.\n");
+    m_hardware_flags = 0;
+    return;
+  }
+  m_hardware_flags = ParseHardwareFlags(environment);
+  m_oem_id = Variable(environment, "PW_OEM_ID");
+  m_oem_model = Variable(environment, "PW_OEM_MODEL");
+  if (m_hardware_flags == 0) {
+    bramble::SafePrint(stderr, "Hardware configuration bitfield is zero. Please reprogram SRB\n");
+  }
+  if (m_oem_model == kModelWithGpioConnector) {
+    m_hardware_flags |= Bit(HardwareFeature::GpioConnector);
+  }
+}

@@ -1,0 +1,44 @@
+#include "lib/hardware/nand_partition.h"
+
+#include <sstream>
+#include <stdexcept>
+
+#include "lib/platform/posix_helpers.h"
+#include "lib/platform/string_operations.h"
+
+namespace {
+
+void DropQuotes(std::string& name) {
+  if (!name.empty() && name.front() == '"') {
+    name.erase(0, 1);
+  }
+  if (!name.empty() && name.back() == '"') {
+    name.pop_back();
+  }
+}
+
+}  // namespace
+
+NandPartition ParseNandPartition(const std::string& table, const std::string& name) {
+  std::istringstream words(table);
+  std::string ignored;
+  words >> ignored >> ignored >> ignored >> ignored;  // the header line
+
+  NandPartition partition;
+  std::string device;
+  while (words >> device >> std::hex >> partition.size >> partition.erase_size >> partition.name) {
+    DropQuotes(partition.name);
+    if (partition.name == name) {
+      if (device.back() == ':') {
+        device.pop_back();
+      }
+      partition.path = "/dev/" + device;
+      return partition;
+    }
+  }
+  throw std::runtime_error(bramble::strprintf("Failed to find NAND partition named '%s'", name.c_str()));
+}
+
+NandPartition FindNandPartition(const std::string& name, const char* table_path) {
+  return ParseNandPartition(bramble::ReadFile(table_path), name);
+}

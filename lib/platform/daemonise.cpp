@@ -1,0 +1,123 @@
+#include "lib/platform/daemonise.h"
+
+#include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "lib/platform/assertion.h"
+#include "lib/platform/errno_exception.h"
+#include "lib/platform/pid_file.h"
+#include "lib/platform/safe_print.h"
+#include "lib/platform/standard_streams.h"
+#include "lib/platform/string_operations.h"
+
+namespace bramble {
+namespace {
+
+constexpr long kMicrosecondsPerSecond = 1000000;
+
+// The signals of the hand-shake: the child is ready, or it has ended.
+sigset_t HandshakeSignals() {
+  sigset_t signals;
+  ::sigemptyset(&signals);
+  ::sigaddset(&signals, SIGCHLD);
+  ::sigaddset(&signals, SIGUSR1);
+  return signals;
+}
+
+void ChangeSignalMask(int how) {
+  const sigset_t signals = HandshakeSignals();
+  // The call returns its error; "%m" wants it in errno.
+  errno = ::pthread_sigmask(how, &signals, nullptr);
+  if (errno != 0) {
+    SafePrint(stderr, "%s", __extension__ strprintf("pthread_sigmask failed: %m\n"));
+    BRAMBLE_ASSERT(false);
+  }
+}
+
+timespec ToTimespec(const boost::posix_time::time_duration& duration) {
+  const auto microseconds = duration.total_microseconds();
+  timespec time;
+  time.tv_sec = static_cast<time_t>(microseconds / kMicrosecondsPerSecond);
+  time.tv_nsec = static_cast<long>(microseconds % kMicrosecondsPerSecond * 1000);
+  return time;
+}
+
+void SetDispositions() {
+  ::signal(SIGCHLD, SIG_DFL);
+  ::signal(SIGTSTP, SIG_IGN);
+  ::signal(SIGTTOU, SIG_IGN);
+  ::signal(SIGTTIN, SIG_IGN);
+  ::signal(SIGHUP, SIG_IGN);
+  ::signal(SIGTERM, SIG_DFL);
+  ::signal(SIGUSR1, SIG_IGN);
+}
+
+}  // namespace
+
+void Daemonise::Prepare(const boost::posix_time::time_duration& timeout) {
+  // Blocked before the fork, so that a report that comes before the wait stays pending.
+  ChangeSignalMask(SIG_BLOCK);
+  const pid_t child = ::fork();
+  if (child < 0) {
+    throw std::runtime_error(__extension__ strprintf("failed to fork: %m"));
+  }
+  if (child > 0) {
+    WritePidFile(m_pid_file, child);
+    WaitForChild(timeout);
+    ::_exit(0);
+  }
+  BecomeDaemon();
+}
+
+// Returns when the child is ready, else throws.
+void Daemonise::WaitForChild(const boost::posix_time::time_duration& timeout) {
+  const sigset_t signals = HandshakeSignals();
+  const timespec limit = ToTimespec(timeout);
+  const int signal = ::sigtimedwait(&signals, nullptr, &limit);
+  const int error_number = errno;
+  if (signal == SIGUSR1) {
+    return;
+  }
+  if (signal == SIGCHLD) {
+    SafePrint(stderr, "%s: Child died early\n", m_name);
+    throw std::runtime_error(strprintf("%s: Child died early", m_name.c_str()));
+  }
+  BRAMBLE_ASSERT(signal < 0);
+  if (error_number == EAGAIN) {
+    SafePrint(stderr, "%s: Child failed to get going\n", m_name);
+    throw std::runtime_error(strprintf("%s: Child failed to report", m_name.c_str()));
+  }
+  SafePrint(stderr, "%s: sigtimedwait failed: %d\n", m_name, error_number);
+  throw ErrnoException(error_number, "sigtimedwait");
+}
+
+void Daemonise::BecomeDaemon() {
+  if (::prctl(PR_SET_NAME, m_name.c_str()) != 0) {
+    throw ErrnoException(errno, "prctl");
+  }
+  ChangeSignalMask(SIG_UNBLOCK);
+  SetDispositions();
+  if (::setsid() < 0) {
+    SafePrint(stderr, "%s: Unable to create new session\n", m_name);
+    std::exit(1);
+  }
+  if (::chdir("/") != 0) {
+    SafePrint(stderr, "%s: Unable to change to root\n", m_name);
+    std::exit(1);
+  }
+  DetachStandardStreams();
+}
+
+int Daemonise::Signal() { return ::kill(::getppid(), SIGUSR1); }
+
+int Daemonise::Kill(const boost::posix_time::time_duration& timeout) {
+  return KillProcessAndWait(ReadPidFile(m_pid_file, m_name), SIGTERM, timeout);
+}
+
+}  // namespace bramble
