@@ -1,9 +1,6 @@
 #include "dbus/bus_text.h"
 
-#include <dbus-c++/message.h>
 #include <dbus/dbus.h>
-
-#include <new>
 
 #include "dbus/registry_errors.h"
 
@@ -17,7 +14,7 @@ constexpr std::size_t kOverheadPerString = 16;
 
 }  // namespace
 
-const char* ReplyStrings::Defect(const std::string& text) {
+const char* ReplyCheck::Defect(const std::string& text) {
   if (text.find('\0') != std::string::npos) {
     return "holds a NUL byte";
   }
@@ -28,12 +25,6 @@ const char* ReplyStrings::Defect(const std::string& text) {
   return m_size > kLongestReply ? "makes the reply too long" : nullptr;
 }
 
-void ReplyStrings::ThrowCannotCarry(const std::string& meaning, const char* defect) {
+void ReplyCheck::ThrowCannotCarry(const std::string& meaning, const char* defect) {
   throw RegistryError(RegistryError::kException, "D-Bus cannot carry the " + meaning + ": it " + defect);
-}
-
-void ReplyStrings::AppendChecked(DBus::MessageIter& writer, const std::string& text) {
-  if (!writer.append_string(text.c_str())) {
-    throw std::bad_alloc();
-  }
 }

@@ -5,28 +5,22 @@
 #include <cstddef>
 #include <string>
 
-namespace DBus {
-class MessageIter;
-}
-
-/// Appends the strings of one reply, checking each, and keeps count of their size. One object per reply.
-class ReplyStrings {
+/// Checks the strings of one reply, one after the other, before anything is appended to it: a container that is left
+/// open by an exception would never be freed. One object per reply.
+class ReplyCheck {
 public:
-  /// Appends `text`, unchanged. If the bus cannot carry it, throws RegistryError (Exception) with a text that says
-  /// which string is meant: `meaning` is called for it, in that case only. The reply is then unfinished and must be
-  /// dropped. Throws std::bad_alloc.
+  /// If the bus cannot carry `text`, throws RegistryError (Exception) with a text that says which string is meant:
+  /// `meaning` is called for it, in that case only.
   template <typename Meaning>
-  void Append(DBus::MessageIter& writer, const std::string& text, Meaning meaning) {
+  void Check(const std::string& text, Meaning meaning) {
     if (const char* defect = Defect(text)) {
       ThrowCannotCarry(meaning(), defect);
     }
-    AppendChecked(writer, text);
   }
 
 private:
   const char* Defect(const std::string& text);
   [[noreturn]] static void ThrowCannotCarry(const std::string& meaning, const char* defect);
-  static void AppendChecked(DBus::MessageIter& writer, const std::string& text);
 
   std::size_t m_size = 0;  // bytes of the reply so far, an upper bound
 };

@@ -22,6 +22,14 @@ std::string KeyIn(const std::string& key, const std::string& section) {
   return Quoted("key", key) + Quoted(" in section", section);
 }
 
+template <typename Meaning>
+DBus::Message ReplyString(const DBus::CallMessage& call, const std::string& text, Meaning meaning) {
+  ReplyCheck().Check(text, meaning);
+  DBus::ReturnMessage reply(call);
+  reply.writer().append_string(text.c_str());
+  return reply;
+}
+
 DBus::Message ReplyBool(const DBus::CallMessage& call, bool value) {
   DBus::ReturnMessage reply(call);
   reply.writer().append_bool(value);
@@ -49,10 +57,7 @@ DBus::Message Registry_adaptor::HandleRead(const DBus::CallMessage& call) {
   DBus::MessageIter reader = call.reader();
   const std::string section = TakeString(reader);
   const std::string key = TakeString(reader);
-  DBus::ReturnMessage reply(call);
-  DBus::MessageIter writer = reply.writer();
-  ReplyStrings().Append(writer, Read(section, key), [&] { return "value of " + KeyIn(key, section); });
-  return reply;
+  return ReplyString(call, Read(section, key), [&] { return "value of " + KeyIn(key, section); });
 }
 
 DBus::Message Registry_adaptor::HandleWrite(const DBus::CallMessage& call) {
@@ -101,12 +106,17 @@ DBus::Message Registry_adaptor::HandleSectionExists(const DBus::CallMessage& cal
 }
 
 DBus::Message Registry_adaptor::HandleSectionList(const DBus::CallMessage& call) {
+  const std::vector<std::string> sections = SectionList();
+  ReplyCheck check;
+  for (const std::string& section : sections) {
+    check.Check(section, [&] { return "name of " + Quoted("section", section); });
+  }
+
   DBus::ReturnMessage reply(call);
   DBus::MessageIter writer = reply.writer();
   DBus::MessageIter array = writer.new_array("s");
-  ReplyStrings strings;
-  for (const std::string& section : SectionList()) {
-    strings.Append(array, section, [&] { return "name of " + Quoted("section", section); });
+  for (const std::string& section : sections) {
+    array.append_string(section.c_str());
   }
   writer.close_container(array);
   return reply;
@@ -115,15 +125,20 @@ DBus::Message Registry_adaptor::HandleSectionList(const DBus::CallMessage& call)
 DBus::Message Registry_adaptor::HandleKeyList(const DBus::CallMessage& call) {
   DBus::MessageIter reader = call.reader();
   const std::string section = TakeString(reader);
+  const std::map<std::string, std::string> keys = KeyList(section);
+  ReplyCheck check;
+  for (const auto& entry : keys) {
+    check.Check(entry.first, [&] { return "name of " + KeyIn(entry.first, section); });
+    check.Check(entry.second, [&] { return "value of " + KeyIn(entry.first, section); });
+  }
+
   DBus::ReturnMessage reply(call);
   DBus::MessageIter writer = reply.writer();
   DBus::MessageIter array = writer.new_array("{ss}");
-  ReplyStrings strings;
-  for (const auto& [key, value] : KeyList(section)) {
-    const std::string& name = key;  // a structured binding cannot be captured
+  for (const auto& [key, value] : keys) {
     DBus::MessageIter entry = array.new_dict_entry();
-    strings.Append(entry, key, [&] { return "name of " + KeyIn(name, section); });
-    strings.Append(entry, value, [&] { return "value of " + KeyIn(name, section); });
+    entry.append_string(key.c_str());
+    entry.append_string(value.c_str());
     array.close_container(entry);
   }
   writer.close_container(array);
@@ -131,10 +146,7 @@ DBus::Message Registry_adaptor::HandleKeyList(const DBus::CallMessage& call) {
 }
 
 DBus::Message Registry_adaptor::HandleReadAllJson(const DBus::CallMessage& call) {
-  DBus::ReturnMessage reply(call);
-  DBus::MessageIter writer = reply.writer();
-  ReplyStrings().Append(writer, ReadAllJson(), [] { return "registry's JSON text"; });
-  return reply;
+  return ReplyString(call, ReadAllJson(), [] { return "registry's JSON text"; });
 }
 
 DBus::Message Registry_adaptor::HandleWriteJson(const DBus::CallMessage& call) {

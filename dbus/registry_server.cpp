@@ -88,7 +88,7 @@ bool RegistryServer::handle_message(const DBus::Message& message) {
   }
 }
 
-// A message that is not handled here gets libdbus's own answer, an unknown-method error.
+// A call that is not handled here gets libdbus's own answer, an unknown-method error, wanted or not.
 bool RegistryServer::Handle(const DBus::Message& message) {
   if (message.type() != DBUS_MESSAGE_TYPE_METHOD_CALL) {
     return false;
@@ -97,7 +97,7 @@ bool RegistryServer::Handle(const DBus::Message& message) {
   const auto& call = reinterpret_cast<const DBus::CallMessage&>(message);
   DBus::InterfaceAdaptor* const interface = FindInterface(call);
   if (interface == nullptr) {
-    return false;
+    return !WantsReply(call);
   }
   const DBus::Message reply = Answer(*interface, call);
   if (WantsReply(call)) {

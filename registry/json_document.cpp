@@ -1,6 +1,8 @@
 #include "registry/json_document.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -83,27 +85,44 @@ private:
   std::size_t m_bytes = 0;
 };
 
-// The JSON library reports a number that no double can hold as if the text ended there. Shortening each run of digits
-// to two keeps every text as valid, or as invalid, as it was, and every number small.
-std::string ShortenNumbers(const std::string& text) {
+// Cuts each run of digits to its first two: what was a number stays one, what was none stays none.
+std::string ShortenDigits(const std::string& token) {
   std::string shortened;
-  shortened.reserve(text.size());
-  bool in_string = false;
   std::size_t digits = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (c == '"') {
-      in_string = !in_string;
-    } else if (in_string && c == '\\' && i + 1 < text.size()) {
-      shortened += c;
-      ++i;
-    }
-    digits = !in_string && c >= '0' && c <= '9' ? digits + 1 : 0;
+  for (const char c : token) {
+    digits = c >= '0' && c <= '9' ? digits + 1 : 0;
     if (digits <= 2) {
-      shortened += text[i];
+      shortened += c;
     }
   }
   return shortened;
+}
+
+// Makes the numbers smaller that no double can hold, and leaves all else, right or wrong, as it is: the JSON library
+// reports such a number as if the text ended there.
+std::string ShrinkHugeNumbers(const std::string& text) {
+  static const char kNumberCharacters[] = "0123456789+-.eE";
+  std::string shrunk;
+  shrunk.reserve(text.size());
+  std::size_t position = 0;
+  while (position < text.size()) {
+    const std::size_t start = position;
+    if (text[position] == '"') {
+      // A string, up to its closing quote or the end of the text.
+      for (++position; position < text.size() && text[position] != '"'; ++position) {
+        position += text[position] == '\\' ? 1 : 0;
+      }
+      position = std::min(position + 1, text.size());
+      shrunk.append(text, start, position - start);
+    } else if (text[position] == '-' || (text[position] >= '0' && text[position] <= '9')) {
+      position = std::min(text.find_first_not_of(kNumberCharacters, position), text.size());
+      const std::string token = text.substr(start, position - start);
+      shrunk += std::isinf(std::strtod(token.c_str(), nullptr)) ? ShortenDigits(token) : token;
+    } else {
+      shrunk += text[position++];
+    }
+  }
+  return shrunk;
 }
 
 // The part of the library's text that names the unexpected thing, behind a beginning that stays the same from one
@@ -111,7 +130,7 @@ std::string ShortenNumbers(const std::string& text) {
 std::string SyntaxErrorText(const std::string& library_text) {
   static const std::string kSeparator = " - ";
   static const std::string kUnexpected = "unexpected ";
-  const std::size_t separator = library_text.rfind(kSeparator);
+  const std::size_t separator = library_text.find(kSeparator);
   std::string reason =
       separator == std::string::npos ? library_text : library_text.substr(separator + kSeparator.size());
   if (reason.compare(0, kUnexpected.size(), kUnexpected) == 0) {
@@ -184,7 +203,8 @@ public:
     if (m_refused.IsOpen() || m_level == Level::Key) {
       m_refused.Start(json::object());
     } else if (m_level == Level::Section) {
-      m_document.m_sections.push_back({{m_section_name, Slice(), Kind::Accepted}, m_document.m_keys.size(), 0});
+      const auto first_key = static_cast<std::uint32_t>(m_document.m_keys.size());
+      m_document.m_sections.push_back({{m_section_name, Slice(), Kind::Accepted}, first_key, 0});
       m_level = Level::Key;
     } else {
       m_document.m_is_object = true;
@@ -256,15 +276,19 @@ private:
   void EndSection() {
     SectionRecord& section = m_document.m_sections.back();
     KeepLastOfEachName(m_document.m_keys, section.first_key);
-    section.key_count = m_document.m_keys.size() - section.first_key;
+    section.key_count = static_cast<std::uint32_t>(m_document.m_keys.size() - section.first_key);
   }
 
   // Sorts the records from `first` on by name and drops all but the last one written of each name.
   template <typename Record>
-  void KeepLastOfEachName(std::vector<Record>& records, std::size_t first) {
+  void KeepLastOfEachName(std::deque<Record>& records, std::size_t first) {
     const auto name = [this](const Record& record) { return m_document.View(record.name); };
     const auto begin = records.begin() + static_cast<std::ptrdiff_t>(first);
-    std::stable_sort(begin, records.end(), [&](const Record& a, const Record& b) { return name(a) < name(b); });
+    // Names are stored as they are written, so of equal names the later one has the larger offset.
+    std::sort(begin, records.end(), [&](const Record& a, const Record& b) {
+      const int order = name(a).compare(name(b));
+      return order != 0 ? order < 0 : a.name.offset < b.name.offset;
+    });
     // Backwards, the last of each name comes first, which is the one that unique() keeps.
     const auto kept = std::unique(records.rbegin(), std::make_reverse_iterator(begin),
                                   [&](const Record& a, const Record& b) { return name(a) == name(b); });
@@ -298,8 +322,12 @@ JsonDocument JsonDocument::Parse(const std::string& text) {
   }
   if (reader.NumberTooLarge()) {
     // A number is refused like any other, not a syntax error; what follows it must still be read.
-    document = JsonDocument();
-    return Parse(ShortenNumbers(text));
+    JsonDocument whole_document;
+    Reader second_reader(whole_document);
+    if (json::sax_parse(ShrinkHugeNumbers(text), &second_reader)) {
+      return whole_document;
+    }
+    throw JsonSyntaxError(SyntaxErrorText(second_reader.Error()));
   }
   throw JsonSyntaxError(SyntaxErrorText(reader.Error()));
 }
@@ -310,15 +338,16 @@ void JsonDocument::NormaliseNames(const std::function<std::string(const std::str
     m_text.replace(member.name.offset, name.size(), name);
     member.name.size = static_cast<std::uint32_t>(name.size());
   };
-  std::for_each(m_sections.begin(), m_sections.end(), rename);
-  std::for_each(m_keys.begin(), m_keys.end(), rename);
-
   const auto by_name = [this](const MemberRecord& a, const MemberRecord& b) { return View(a.name) < View(b.name); };
-  std::stable_sort(m_sections.begin(), m_sections.end(), by_name);
-  for (const SectionRecord& section : m_sections) {
+  for (SectionRecord& section : m_sections) {
+    rename(section);
+    // The keys of a section that a later member of its name has replaced are still there, and not looked at.
     const auto first = m_keys.begin() + static_cast<std::ptrdiff_t>(section.first_key);
-    std::stable_sort(first, first + static_cast<std::ptrdiff_t>(section.key_count), by_name);
+    const auto last = first + static_cast<std::ptrdiff_t>(section.key_count);
+    std::for_each(first, last, rename);
+    std::stable_sort(first, last, by_name);
   }
+  std::stable_sort(m_sections.begin(), m_sections.end(), by_name);
 }
 
 JsonDocument::Section JsonDocument::SectionAt(std::size_t index) const {

@@ -4,11 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "registry/registry_format.h"
 
@@ -80,8 +80,8 @@ private:
   };
 
   struct SectionRecord : MemberRecord {
-    std::size_t first_key;
-    std::size_t key_count;
+    std::uint32_t first_key;
+    std::uint32_t key_count;
   };
 
   Member View(const MemberRecord& record) const { return {View(record.name), record.kind, View(record.text)}; }
@@ -89,8 +89,9 @@ private:
 
   bool m_is_object = false;
   std::string m_text;  // names, values and refused texts, one after the other
-  std::vector<MemberRecord> m_keys;
-  std::vector<SectionRecord> m_sections;
+  // Not vectors, which hold everything three times while they grow.
+  std::deque<MemberRecord> m_keys;
+  std::deque<SectionRecord> m_sections;
 };
 
 /// Returns the registry as JSON: an object of objects of strings, compact, without a line feed. Throws

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <utility>
 
@@ -15,7 +16,8 @@ namespace {
 
 constexpr std::size_t kChunk = 512;
 
-// The size of an open file as seeking tells it, 0 where seeking is not possible. Leaves the offset at the start.
+// The size of an open file as seeking tells it, 0 where seeking is not possible or, as for a directory, tells a number
+// that is no size. Leaves the offset at the start.
 std::size_t SizeBySeeking(int fd) {
   const off_t end = ::lseek(fd, 0, SEEK_END);
   if (end < 0) {
@@ -24,7 +26,7 @@ std::size_t SizeBySeeking(int fd) {
   if (::lseek(fd, 0, SEEK_SET) < 0) {
     throw ErrnoException(errno);
   }
-  return static_cast<std::size_t>(end);
+  return static_cast<std::uint64_t>(end) > std::string().max_size() ? 0 : static_cast<std::size_t>(end);
 }
 
 void WriteFile(const std::string& path, const std::string& text, mode_t mode) {

@@ -5,16 +5,15 @@
 #include <string>
 
 #include "dbus/registry_errors.h"
-#include "tests/dbus/wrapped_message.h"
 
 namespace {
 
 constexpr std::size_t kMiB = 1024 * 1024;
 
-class ReplyStringsTest : public testing::Test {
+class ReplyCheckTest : public testing::Test {
 protected:
-  void Append(const std::string& text) {
-    m_strings.Append(m_writer, text, [&] {
+  void Check(const std::string& text) {
+    m_check.Check(text, [&] {
       ++m_meanings;
       return "value of key 'k'";
     });
@@ -22,7 +21,7 @@ protected:
 
   std::string ErrorOf(const std::string& text) {
     try {
-      Append(text);
+      Check(text);
     } catch (const RegistryError& e) {
       EXPECT_STREQ(e.name(), RegistryError::kException);
       return e.message();
@@ -33,21 +32,19 @@ protected:
   int m_meanings = 0;
 
 private:
-  DBus::Message m_message = test_support::ReceivedCall("a.b", "M", {});
-  DBus::MessageIter m_writer = m_message.writer();
-  ReplyStrings m_strings;
+  ReplyCheck m_check;
 };
 
-TEST_F(ReplyStringsTest, CarriesWhateverIsUtf8WithoutNul) {
+TEST_F(ReplyCheckTest, CarriesWhateverIsUtf8WithoutNul) {
   const std::string rows[] = {"", "plain", "caf\xC3\xA9", "\xF0\x9F\x98\x80", "\x01\x7F\r\n\t", "\xEF\xBF\xBF"};
   for (const std::string& row : rows) {
     SCOPED_TRACE(row);
-    EXPECT_NO_THROW(Append(row));
+    EXPECT_NO_THROW(Check(row));
   }
   EXPECT_EQ(m_meanings, 0);
 }
 
-TEST_F(ReplyStringsTest, RefusesWhatIsNotUtf8AndSaysWhichStringIsMeant) {
+TEST_F(ReplyCheckTest, RefusesWhatIsNotUtf8AndSaysWhichStringIsMeant) {
   const std::string rows[] = {"\x80", "caf\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "a\xFFz"};
   for (const std::string& row : rows) {
     SCOPED_TRACE(row);
@@ -55,12 +52,12 @@ TEST_F(ReplyStringsTest, RefusesWhatIsNotUtf8AndSaysWhichStringIsMeant) {
   }
 }
 
-TEST_F(ReplyStringsTest, RefusesANulByteInsteadOfCuttingThere) {
+TEST_F(ReplyCheckTest, RefusesANulByteInsteadOfCuttingThere) {
   EXPECT_EQ(ErrorOf(std::string("a\0b", 3)), "D-Bus cannot carry the value of key 'k': it holds a NUL byte");
   EXPECT_EQ(ErrorOf(std::string("\0", 1)), "D-Bus cannot carry the value of key 'k': it holds a NUL byte");
 }
 
-TEST_F(ReplyStringsTest, RefusesAReplyThatTheBusWouldDisconnectUsFor) {
+TEST_F(ReplyCheckTest, RefusesAReplyThatTheBusWouldDisconnectUsFor) {
   EXPECT_EQ(ErrorOf(std::string(31 * kMiB, 'x')), "");
   EXPECT_EQ(ErrorOf(std::string(1 * kMiB, 'x')),
             "D-Bus cannot carry the value of key 'k': it makes the reply too long");

@@ -125,7 +125,7 @@ class KernelLog:
 
 
 class World:
-    """The directories that the daemon sees, and the bus, with what limits it has besides its usual ones. A daemon can be
+    """The directories that the daemon sees, and the bus, with `bus_limits` instead of its usual ones. A daemon can be
     started in it again and again."""
 
     def __init__(self, binary, bus_limits=None):

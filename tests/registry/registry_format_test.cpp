@@ -17,7 +17,8 @@ TEST(SerialiseRegistry, WritesTheTextForm) {
     std::string text;
   } rows[] = {
       {"no section", {}, ""},
-      {"two sections", {{"x]y", {}}, {"net", {{"name", "a=b%c"}, {"ip", "10.0.0.1"}}}},
+      {"two sections",
+       {{"x]y", {}}, {"net", {{"name", "a=b%c"}, {"ip", "10.0.0.1"}}}},
        "[net]\nip=10.0.0.1\nname=a=b%25c\n[x%5dy]\n"},
       {"a section without keys", {{"s", {}}}, "[s]\n"},
       {"the empty section name", {{"", {{"k", "v"}}}}, "[]\nk=v\n"},
@@ -108,7 +109,7 @@ TEST(RegistryFormat, LosesTheEmptyKeyNameWithTheEmptyValue) {
 
 // Short strings of few different bytes, most of them with a meaning in the text form: collisions are wanted.
 class Generator {
- public:
+public:
   std::size_t Below(std::size_t bound) { return std::uniform_int_distribution<std::size_t>(0, bound - 1)(m_engine); }
 
   std::string Bytes(std::size_t longest) {
@@ -135,7 +136,7 @@ class Generator {
     return sections;
   }
 
- private:
+private:
   std::mt19937_64 m_engine{20240229};
 };
 
@@ -164,7 +165,8 @@ TEST(RegistryFormat, SettlesAnyBytesInOneRound) {
     const std::string bytes = generator.Bytes(80);
     const std::string first = SerialiseRegistry(ParseRegistry(bytes));
     const std::string settled = SerialiseRegistry(ParseRegistry(first));
-    ASSERT_EQ(SerialiseRegistry(ParseRegistry(settled)), settled) << "text " << i << ": " << testing::PrintToString(bytes);
+    ASSERT_EQ(SerialiseRegistry(ParseRegistry(settled)), settled)
+        << "text " << i << ": " << testing::PrintToString(bytes);
   }
 }
 

@@ -23,7 +23,9 @@ TEST(RegistryInvalidJson, PutsNoBlankBehindTheColon) {
   EXPECT_EQ(error.Detail(), "[1,2]");
 }
 
-TEST(RegistryInvalidJson, AcceptsAnEmptyDetail) { EXPECT_STREQ(Registry::InvalidJson("").what(), "Invalid JSON format:"); }
+TEST(RegistryInvalidJson, AcceptsAnEmptyDetail) {
+  EXPECT_STREQ(Registry::InvalidJson("").what(), "Invalid JSON format:");
+}
 
 TEST(RegistryFull, HasAFixedText) { EXPECT_STREQ(Registry::Full().what(), "Registry full"); }
 

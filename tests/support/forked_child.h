@@ -53,8 +53,8 @@ inline std::string RunInChild(const std::function<std::string()>& body) {
   return WEXITSTATUS(status) == 0 ? answer : "exited with " + std::to_string(WEXITSTATUS(status));
 }
 
-/// Gives up all capabilities of this process, and with them root's right to any file. Root of a user namespace that knows
-/// no other user can do it too. Returns whether it worked.
+/// Gives up all capabilities of this process, and with them root's right to any file. Root of a user namespace that
+/// knows no other user can do it too. Returns whether it worked.
 inline bool DropCapabilities() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3]{};

@@ -1,0 +1,52 @@
+"""Fixtures: a world, a daemon in it, a client of the daemon. A diagnostic that no test asked for fails the test."""
+
+import pathlib
+
+import pytest
+
+from harness import World
+from namespace_world import NamespaceWorld
+
+
+def pytest_addoption(parser):
+    parser.addoption("--ledgerd", required=True, type=pathlib.Path, help="the daemon's executable")
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "bus_limits(**limits): limits of the test's bus that differ from the usual ones")
+
+
+@pytest.fixture
+def world(request):
+    bus_limits = request.node.get_closest_marker("bus_limits")
+    world = World(request.config.getoption("--ledgerd"), bus_limits.kwargs if bus_limits is not None else None)
+    yield world
+    # An orderly end, so that a sanitizer's verdict at exit counts too.
+    for daemon in world.daemons:
+        if daemon.process.poll() is None:
+            daemon.stop()
+    printed = [daemon.take_stderr() for daemon in world.daemons]
+    logged = world.kernel_log.read()
+    world.close()
+    assert not any(printed), f"unexpected standard error: {printed}"
+    assert not logged or getattr(world, "kernel_log_expected", False), f"unexpected kernel log: {logged}"
+
+
+@pytest.fixture
+def daemon(world):
+    return world.start()
+
+
+@pytest.fixture
+def client(daemon):
+    client = daemon.client()
+    yield client
+    client.close()
+
+
+@pytest.fixture
+def machine(request):
+    """A world for daemons that run as services."""
+    machine = NamespaceWorld(request.config.getoption("--ledgerd"))
+    yield machine
+    machine.finish()

@@ -1,0 +1,294 @@
+"""The daemon as a service: what the start command guarantees, what the detached process is like, how it ends."""
+
+import os
+import re
+import signal
+import stat
+
+import pytest
+
+import observe
+from harness import BUS_NAME, MISSING_HARDWARE, wait_for
+from namespace_world import SERVICE_NAME
+from observe import needs_strace
+from stalled_bus import StalledBus
+from test_foreground import ALL_CLOSED_STREAMS, without_streams
+
+LIBDBUS_IGNORES = {signal.SIGPIPE}
+IGNORED = {signal.SIGTSTP, signal.SIGTTOU, signal.SIGTTIN, signal.SIGUSR1}
+TERMINATION = {getattr(signal, name) for name in observe.TERMINATION_SIGNALS}
+# A sanitizer reports these itself.
+FAULTS = {signal.SIGSEGV, signal.SIGBUS, signal.SIGFPE, signal.SIGILL, signal.SIGTRAP, signal.SIGABRT}
+
+
+def signals(pid, field):
+    """The signals, but for the real-time ones, in a mask of /proc/PID/status."""
+    mask = int(observe.status(pid)[field], 16)
+    return {signal.Signals(number) for number in range(1, 32) if mask & 1 << (number - 1)}
+
+
+@pytest.mark.parametrize("arguments", [(), ("-x",), ("--help",), ("",), ("-dk",), ("-K",), ("d",), ("-x", "-d")],
+                         ids=lambda arguments: " ".join(map(repr, arguments)) or "none")
+def test_service_answers_as_soon_as_the_start_command_has_returned(machine, arguments):
+    client = machine.client()
+    daemon = machine.start(*arguments)
+    assert client.read("net", "ip") == ""
+    client.close()
+    assert observe.status(daemon.pid)["Name"] == SERVICE_NAME
+    assert daemon.owns_the_name()
+
+
+@needs_strace
+def test_start_command_waits_for_a_daemon_that_is_slow_with_the_bus(machine):
+    client = machine.client()
+    slow = observe.Strace(machine, "-e", "trace=sendmsg", "-e", "inject=sendmsg:delay_enter=100000")
+    machine.start(wrapper=slow.wrapper)
+    assert client.read("net", "ip") == ""
+    client.close()
+    # The slowness was there: this is what was sent.
+    assert any("RequestName" in line for line in slow.lines())
+
+
+def test_pid_file_holds_the_number_of_the_daemon_and_a_line_feed(machine):
+    machine.pid_file.write_text("4294967295\nlonger than what replaces it\n")
+    daemon = machine.start()
+    assert machine.pid_file.read_bytes() == b"%lu\n" % daemon.inner_pid
+    assert machine.processes_named(SERVICE_NAME) == {daemon.inner_pid: daemon.pid}
+
+
+def test_starter_and_daemon_have_names_of_their_own(machine):
+    with StalledBus(machine) as bus:
+        starter = machine.launch(environment=bus.environment)
+        wait_for(lambda: machine.processes_named(SERVICE_NAME), "the daemon has its name")
+        assert observe.status(starter.pid)["Name"] == observe.PROCESS_NAME
+        assert starter.status is None
+        bus.release()
+        starter.wait()
+        assert (starter.status, starter.take_stderr()) == (0, "")
+        daemon = machine.service()
+        wait_for(lambda: observe.thread_named(daemon.pid, observe.WORKER_NAME), "the worker has its name")
+        assert sorted(observe.thread_names(daemon.pid).values()) == [observe.WORKER_NAME, SERVICE_NAME]
+        assert observe.thread_named(daemon.pid, SERVICE_NAME) == daemon.pid
+        machine.stop()
+
+
+def test_pid_file_is_there_before_the_daemon_is_ready(machine):
+    with StalledBus(machine) as bus:
+        starter = machine.launch(environment=bus.environment)
+        wait_for(lambda: machine.processes_named(SERVICE_NAME) and machine.pid_file.exists()
+                 and machine.pid_file.read_text(), "there is a daemon and a PID file")
+        assert machine.pid_file.read_text() == f"{next(iter(machine.processes_named(SERVICE_NAME)))}\n"
+        assert starter.status is None
+        bus.release()
+        starter.wait()
+        machine.stop()
+
+
+def test_daemon_leads_a_session_of_its_own(machine):
+    daemon = machine.start()
+    assert os.getsid(daemon.pid) == daemon.pid != os.getsid(0)
+    assert os.getpgid(daemon.pid) == daemon.pid
+    # No terminal.
+    with open(f"/proc/{daemon.pid}/stat", encoding="ascii") as file:
+        assert file.read().rsplit(")", 1)[1].split()[4] == "0"
+
+
+def test_daemon_works_in_the_root_directory(machine):
+    daemon = machine.start(cwd=machine.path)
+    assert os.readlink(f"/proc/{daemon.pid}/cwd") == "/"
+
+
+def test_file_creation_mask_is_inherited(machine):
+    daemon = machine.start(umask=0o027)
+    assert observe.status(daemon.pid)["Umask"] == "0027"
+
+
+def test_daemon_is_orphaned_by_its_starter(machine):
+    daemon = machine.start()
+    # There was one fork: the daemon is the starter's child, and nobody else is left.
+    assert set(machine.processes()) == {1, daemon.inner_pid}
+    init = machine.processes()[1]
+    assert int(observe.status(daemon.pid)["PPid"]) == init
+
+
+def assert_standard_streams_are_detached(daemon):
+    found = observe.descriptors(daemon.pid)
+    assert [found[fd] for fd in (0, 1, 2)] == ["/dev/null", "/dev/kmsg", "/dev/kmsg"]
+    modes = []
+    for fd in (0, 1, 2):
+        with open(f"/proc/{daemon.pid}/fdinfo/{fd}", encoding="ascii") as file:
+            flags = next(int(line.split()[1], 8) for line in file if line.startswith("flags:"))
+        modes.append(flags & os.O_ACCMODE)
+    assert modes == [os.O_RDONLY, os.O_WRONLY, os.O_WRONLY]
+    assert stat.S_ISFIFO(os.stat(f"/proc/{daemon.pid}/fd/2").st_mode)
+
+
+def test_standard_streams_are_null_device_and_kernel_log(machine):
+    given = os.pipe()
+    daemon = machine.start(stdin=given[0], stdout=given[1])
+    assert_standard_streams_are_detached(daemon)
+    # Beside them the daemon has its bus connection and its wake-up pipe, and nothing that it was given.
+    kinds = sorted(target.split(":")[0] for fd, target in observe.descriptors(daemon.pid).items() if fd > 2)
+    assert kinds == ["pipe", "pipe", "socket"]
+    assert os.readlink(f"/proc/self/fd/{given[0]}") not in observe.descriptors(daemon.pid).values()
+    for fd in given:
+        os.close(fd)
+
+
+@pytest.mark.parametrize("closed", ALL_CLOSED_STREAMS, ids=lambda closed: "closed" + "".join(map(str, closed)))
+def test_closed_standard_streams_end_up_the_same(machine, closed):
+    daemon = machine.start(wrapper=without_streams(closed))
+    assert_standard_streams_are_detached(daemon)
+    kinds = sorted(target.split(":")[0] for fd, target in observe.descriptors(daemon.pid).items() if fd > 2)
+    assert kinds == ["pipe", "pipe", "socket"]
+    client = daemon.client()
+    client.write("net", "ip", "10.0.0.1")
+    client.flush()
+    client.close()
+    assert machine.registry_bytes() == b"[net]\nip=10.0.0.1\n"
+
+
+def test_inherited_descriptors_stay_open(machine):
+    reader, writer = os.pipe()
+    daemon = machine.start(pass_fds=[writer])
+    assert observe.descriptors(daemon.pid)[writer] == os.readlink(f"/proc/self/fd/{writer}")
+    os.close(writer)
+    machine.stop()
+    # It held the last writing end, and wrote nothing.
+    assert os.read(reader, 1) == b""
+    os.close(reader)
+
+
+def test_signal_dispositions_of_a_ready_daemon(machine):
+    daemon = machine.start()
+    assert signals(daemon.pid, "SigIgn") == IGNORED | LIBDBUS_IGNORES
+    assert signals(daemon.pid, "SigCgt") - FAULTS == TERMINATION
+    assert int(observe.status(daemon.pid)["SigBlk"], 16) == 0
+
+
+def start_like_nohup():
+    for number in (signal.SIGHUP, signal.SIGTERM, signal.SIGINT, signal.SIGQUIT):
+        signal.signal(number, signal.SIG_IGN)
+
+
+def start_with_the_handshake_blocked():
+    signal.signal(signal.SIGUSR1, signal.SIG_IGN)
+    signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGUSR1, signal.SIGCHLD])
+
+
+def start_with_children_ignored():
+    signal.signal(signal.SIGCHLD, signal.SIG_IGN)
+
+
+@pytest.mark.parametrize("prepare", [start_like_nohup, start_with_the_handshake_blocked, start_with_children_ignored])
+def test_signal_dispositions_do_not_depend_on_the_starting_program(machine, prepare):
+    daemon = machine.start(preexec_fn=prepare)
+    assert signals(daemon.pid, "SigIgn") == IGNORED | LIBDBUS_IGNORES
+    assert signals(daemon.pid, "SigCgt") - FAULTS == TERMINATION
+    assert int(observe.status(daemon.pid)["SigBlk"], 16) == 0
+    machine.stop()
+    assert daemon.wait_end() == 0
+
+
+def test_signal_dispositions_while_the_hardware_is_read(machine):
+    machine.lay_over_proc()
+    os.mkfifo(machine.path / "proc" / "boardid")
+    starter = machine.launch()
+    # Reading the FIFO waits for a writer.
+    inner_pid = next(iter(wait_for(lambda: machine.processes_named(SERVICE_NAME), "the daemon has its name")))
+    daemon = machine.service_with(inner_pid)
+    wait_for(lambda: observe.descriptors(daemon.pid).get(2) == "/dev/kmsg", "the daemon is detached")
+    assert signals(daemon.pid, "SigIgn") == IGNORED | {signal.SIGHUP}
+    assert signals(daemon.pid, "SigCgt") - FAULTS == set()
+    assert int(observe.status(daemon.pid)["SigBlk"], 16) == 0
+
+    daemon.signal(signal.SIGHUP)
+    daemon.signal(signal.SIGUSR1)
+    assert starter.status is None
+    daemon.signal(signal.SIGTERM)
+    starter.wait()
+    assert starter.status == 0
+    assert starter.take_stderr() == ("ledgd: Child died early\n"
+                                     "ledgerd caught exception: ledgd: Child died early\n")
+
+
+@needs_strace
+def test_each_diagnostic_line_is_a_record_of_the_kernel_log(machine):
+    machine.registry.mkdir()
+    trace = observe.Strace(machine, "-s", "1000", "-e", "trace=write")
+    machine.start(wrapper=trace.wrapper)
+    client = machine.client()
+    assert client.section_list() == []
+    client.close()
+    assert machine.kernel_log.read() == MISSING_HARDWARE + "Error reading registry file: 21\n"
+    assert machine.take_log() == "Error reading registry file: 21\n"
+
+    def records():
+        calls = observe.whole_calls(trace.lines())
+        return [match[1] for match in (re.search(r'write\(\d+</dev/kmsg>, "(.*)", \d+\)', call) for call in calls)
+                if match]
+
+    # Each write to the device makes a record.
+    wait_for(lambda: len(records()) == 3, "strace has logged all")
+    assert records() == [*MISSING_HARDWARE.replace("\n", "\\n\n").splitlines(), "Error reading registry file: 21\\n"]
+
+
+def test_diagnostics_of_a_running_daemon_go_to_the_kernel_log(machine):
+    daemon = machine.start()
+    client = daemon.client()
+    client.write("net", "ip", "10.0.0.1")
+    machine.bus.close()
+    assert daemon.wait_end() == 0
+    assert machine.take_log() == "ledgerd lost its connection to the bus.\n"
+    assert machine.registry_bytes() == b"[net]\nip=10.0.0.1\n"
+
+
+@pytest.mark.parametrize("name", observe.TERMINATION_SIGNALS)
+def test_signal_ends_the_daemon_with_the_data_written_and_the_pid_file_left(machine, name):
+    daemon = machine.start()
+    client = daemon.client()
+    client.write("net", "ip", "10.0.0.1")
+    assert not machine.registry.exists()
+    daemon.signal(getattr(signal, name))
+    assert daemon.wait_end() == 0
+    assert machine.registry_bytes() == b"[net]\nip=10.0.0.1\n"
+    assert machine.pid_file.read_text() == f"{daemon.inner_pid}\n"
+    assert not client.connection.name_has_owner(BUS_NAME)
+    client.close()
+
+
+@pytest.mark.parametrize("name", ["SIGTSTP", "SIGTTIN", "SIGTTOU", "SIGUSR1"])
+def test_ignored_signal_changes_nothing(machine, name):
+    daemon = machine.start()
+    daemon.signal(getattr(signal, name))
+    client = daemon.client()
+    assert client.read("net", "ip") == ""
+    client.close()
+    assert observe.status(daemon.pid)["State"] != "T (stopped)"
+
+
+def test_restart_finds_the_data(machine):
+    for generation in range(3):
+        daemon = machine.start()
+        client = daemon.client()
+        if generation:
+            assert client.read("net", "ip") == f"10.0.0.{generation - 1}"
+        client.write("net", "ip", f"10.0.0.{generation}")
+        client.close()
+        if generation == 1:
+            daemon.signal(signal.SIGTERM)
+        else:
+            machine.stop()
+        assert daemon.wait_end() == 0
+        assert machine.pid_file.read_text() == f"{daemon.inner_pid}\n"
+
+
+def test_pid_file_that_cannot_be_written_is_passed_over(machine):
+    machine.pid_file.mkdir()
+    client = machine.client()
+    command = machine.run()
+    assert (command.status, command.take_stderr()) == (0, "")
+    assert client.read("net", "ip") == ""
+    client.close()
+    assert os.listdir(machine.pid_file) == []
+    assert len(machine.processes_named(SERVICE_NAME)) == 1

@@ -1,0 +1,311 @@
+"""Clients that mean harm, or do not know better. Whatever they do, the daemon goes on serving and keeps its data."""
+
+import random
+import select
+import signal
+import time
+
+import pytest
+
+from harness import CAPACITY, ERROR_PREFIX, PATIENCE, wait_for
+from observe import cpu_ticks, status
+from raw_client import ERROR, METHOD_RETURN, RawClient, pack_call
+
+INVALID_NAME = (ERROR_PREFIX + "InvalidName", "Invalid Name")
+INVALID_JSON = (ERROR_PREFIX + "InvalidJson", "Invalid Json")
+FULL = (ERROR_PREFIX + "Full", "Full")
+EXCEPTION = ERROR_PREFIX + "Exception"
+SYNTAX_ERROR = "parse error - unexpected "
+
+MEGABYTE = 1 << 20
+LONG = 30 * MEGABYTE
+LONG_ENOUGH = 6 * MEGABYTE  # where the sheer length matters less than the shape
+DEPTH = 300000
+CALLS = 100000
+FAILED_CALLS = 10000
+LONGEST_ERROR = 4000
+
+# A service that keeps some of what it was sent, or of what it answered, keeps it below this.
+MEMORY_GROWTH = 64 * MEGABYTE
+# The most that a JSON text may cost, in its own lengths.
+JSON_MEMORY_FACTOR = 10
+
+CONTENT_JSON = '{"s":{"k":"v"}}'
+CONTENT_FILE = b"[s]\nk=v\n"
+
+
+def fill(client):
+    client.write("s", "k", "v")
+    client.flush()
+
+
+def check_served_and_untouched(world, client):
+    assert client.read_all_json() == CONTENT_JSON
+    client.flush()
+    assert world.registry_bytes() == CONTENT_FILE
+    client.write("s", "k", "w")
+    assert client.read("s", "k") == "w"
+
+
+@pytest.fixture
+def victim(world, client):
+    """A client that still wants to be served afterwards, and to find its data as it was."""
+    fill(client)
+    client.timeout = 4 * PATIENCE
+    yield client
+    check_served_and_untouched(world, client)
+
+
+def is_sanitized(world):
+    """Whether the daemon was built with a sanitizer, which takes memory as it likes."""
+    binary = world.binary.read_bytes()
+    return any(symbol in binary for symbol in [b"__asan_init", b"__tsan_init"])
+
+
+def peak_memory(daemon):
+    return int(status(daemon.pid)["VmHWM"].split()[0]) * 1024
+
+
+def check_memory_growth(daemon, before, limit):
+    if not is_sanitized(daemon.world):
+        grown = peak_memory(daemon) - before
+        assert grown < limit, f"the daemon's memory has grown by {grown} bytes"
+
+
+def resident_memory(daemon):
+    return int(status(daemon.pid)["VmRSS"].split()[0]) * 1024
+
+
+def wait_until_idle(daemon, quiet=0.5):
+    """Waits until the daemon has used no processor time for a while; one that spins never gets there."""
+    seen = (cpu_ticks(daemon.pid), time.monotonic())
+
+    def idle():
+        nonlocal seen
+        ticks, now = cpu_ticks(daemon.pid), time.monotonic()
+        if ticks != seen[0]:
+            seen = (ticks, now)
+        return now - seen[1] >= quiet
+
+    wait_for(idle, "the daemon uses no processor time")
+
+
+def test_strings_of_many_megabytes_are_refused_or_not_found(victim):
+    long = "X" * LONG_ENOUGH
+    assert victim.error("Write", "s", "k", "x" * LONG) == FULL
+    assert victim.error("Write", "s", "k", long) == FULL
+    assert victim.error("Write", "s", long, "v") == FULL
+    assert victim.error("Write", long, "k", "v") == FULL
+    assert victim.read(long, "k") == ""
+    assert victim.read("s", long) == ""
+    assert victim.key_list(long) == {}
+    assert not victim.section_exists(long)
+    victim.delete_key("s", long)
+    victim.delete_section(long)
+
+
+def test_invalid_name_of_many_megabytes_has_the_short_error(victim):
+    long = "x" * LONG_ENOUGH + "\u00e9"
+    assert victim.error("Write", long, "k", "v") == INVALID_NAME
+    assert victim.error("Read", "s", long) == INVALID_NAME
+
+
+# Opening and closing text around a nest of arrays or of objects.
+NESTS = {"arrays": ("[", "]", ""), "objects": ('{"":', "}", "0"), "named objects": ('{"k":', "}", "null")}
+POSITIONS = {"top": ("", ""), "section": ('{"s":null,"a":', "}"), "key": ('{"a":{"s":"v","k":', "}}"),
+             "element": ("[", "]"), "behind a value": ('{"a":{"k":5},"b":', "}")}
+
+
+@pytest.mark.parametrize("opening, closing, core", NESTS.values(), ids=NESTS.keys())
+@pytest.mark.parametrize("before, after", POSITIONS.values(), ids=POSITIONS.keys())
+def test_deep_nesting_is_refused_in_any_position(victim, opening, closing, core, before, after):
+    whole = before + opening * DEPTH + core + closing * DEPTH + after
+    assert victim.error("WriteJson", whole) == INVALID_JSON
+    for broken in [before + opening * DEPTH, whole + "]"]:
+        name, message = victim.error("WriteJson", broken)
+        assert name == EXCEPTION
+        assert message.startswith(SYNTAX_ERROR)
+
+
+def many(pattern, length, count):
+    """As many members as make a text of that length, each with a name of its own where the pattern has room for one."""
+    return ",".join(pattern % number for number in range(length // count))
+
+
+# How to make a text of a length, the length, and the error.
+LONG_TEXTS = {
+    "one string": (lambda length: '"' + "x" * length + '"', LONG, INVALID_JSON),
+    "many keys": (lambda length: '{"a":{' + many('"%x":""', length, 12) + "}}", LONG_ENOUGH, FULL),
+    "a value of escapes": (lambda length: '{"a":{"k":"' + "\\u0061" * (length // 6) + '"}}', LONG, FULL),
+    "blanks": (lambda length: " " * length + "{}", LONG, None),
+    "a string without an end": (lambda length: '"' + "\u00e9" * (length // 2), LONG, EXCEPTION),
+    "an array of numbers": (lambda length: "[" + "0," * (length // 2) + "0]", LONG_ENOUGH, INVALID_JSON),
+    "one number": (lambda length: "1" * length, LONG_ENOUGH, INVALID_JSON),
+    "many empty sections": (lambda length: "{" + many('"%x":{}', length, 12) + "}", LONG_ENOUGH, None),
+    "one key": (lambda length: '{"a":{"' + "k" * length + '":"v"}}', LONG, FULL),
+    "one section again and again": (lambda length: "{" + '"a":{},' * (length // 7) + '"a":{}}', LONG_ENOUGH, None),
+    "one key again and again": (lambda length: '{"s":{' + '"k":"w",' * (length // 8) + '"k":"v"}}', LONG_ENOUGH, None),
+    "null keys": (lambda length: '{"s":{' + many('"%x":null', length, 14) + "}}", LONG_ENOUGH, None),
+    "refused sections": (lambda length: "{" + '"a":5,' * (length // 6) + '"a":5}', LONG_ENOUGH, INVALID_JSON),
+    "refused keys": (lambda length: '{"a":{' + many('"%x":[]', length, 12) + "}}", LONG_ENOUGH, INVALID_JSON),
+    "arrays in arrays": (lambda length: "[" + "[[],[]]," * (length // 8) + "[]]", LONG_ENOUGH, INVALID_JSON),
+    "numbers out of range": (lambda length: "[" + "1e999," * (length // 6) + "1]", LONG_ENOUGH, INVALID_JSON),
+}
+
+
+@pytest.mark.parametrize("make, length, expected", LONG_TEXTS.values(), ids=LONG_TEXTS.keys())
+def test_long_json_costs_a_small_multiple_of_itself(victim, daemon, make, length, expected):
+    text = make(length)
+    before = peak_memory(daemon)
+    if expected is None:
+        victim.write_json(text)
+    elif expected is EXCEPTION:
+        name, message = victim.error("WriteJson", text)
+        assert name == EXCEPTION
+        assert message.startswith(SYNTAX_ERROR)
+        assert len(message) <= LONGEST_ERROR
+    else:
+        assert victim.error("WriteJson", text) == expected
+    check_memory_growth(daemon, before, JSON_MEMORY_FACTOR * length)
+
+
+def test_number_out_of_range_is_a_number_like_any_other(victim):
+    for number in ["1e400", "-1e400", "1E+99999999999", "-1e-99999999999", "1" * 400, "0." + "1" * 4000, "9" * 5000,
+                   "18446744073709551616", "-9223372036854775809", "1e" + "9" * 1000]:
+        for text in [number, f"[{number}]", f'{{"a":{number}}}', f'{{"a":{{"k":{number}}}}}',
+                     f'{{"s":null,"a":{{"k":[{{"b":{number}}}]}}}}']:
+            assert victim.error("WriteJson", text) == INVALID_JSON, text[:60]
+        for text in [f"[{number}", f'{{"a":{number}', f'{{"a":{number},}}', f"{number} 1"]:
+            name, message = victim.error("WriteJson", text)
+            assert name == EXCEPTION, text[:60]
+            assert message.startswith(SYNTAX_ERROR), text[:60]
+
+
+def test_error_text_about_hostile_json_is_capped(victim):
+    for text in ['"' + "\u00e9" * (5 * MEGABYTE // 2), '"' + "%s%n" * (5 * MEGABYTE // 4),
+                 '["' + "\u20ac" * MEGABYTE + "\n", "[" + "\x7f" * MEGABYTE]:
+        name, message = victim.error("WriteJson", text)
+        assert name == EXCEPTION
+        assert message.startswith(SYNTAX_ERROR)
+        assert len(message) <= LONGEST_ERROR
+        assert message.isascii()
+
+
+def test_random_text_is_no_json(victim):
+    source = random.Random(7)
+    for _ in range(2000):
+        # The bracket makes it no object, whatever follows.
+        text = "[" + "".join(source.choices('{}[]":,\\u0129ae+-. nulltrfs\u00e9\u20ac\t', k=source.randrange(1, 40)))
+        name, message = victim.error("WriteJson", text)
+        if name == EXCEPTION:
+            assert message.startswith(SYNTAX_ERROR), text
+        else:
+            assert (name, message) == INVALID_JSON, text
+
+
+def stop_process(daemon):
+    daemon.signal(signal.SIGSTOP)
+    wait_for(lambda: status(daemon.pid)["State"].startswith("T"), "the daemon is stopped")
+
+
+@pytest.mark.parametrize("call, after", [
+    (("Write", "a", "k", "w"), '{"a":{"k":"w"},"s":{"k":"v"}}'),
+    (("Read", "s", "k"), CONTENT_JSON),
+    (("Read", "\u00e9", "k"), CONTENT_JSON),
+    (("WriteJson", " " * (5 * MEGABYTE) + '{"a":{"k":"w"}}'), '{"a":{"k":"w"},"s":{"k":"v"}}'),
+], ids=["write", "read", "error", "import"])
+def test_client_may_leave_before_its_reply(world, daemon, client, call, after):
+    fill(client)
+    leaver = RawClient(world.bus)
+    stop_process(daemon)
+    leaver.send(*call)
+    # The bus answers in order: it has then passed the call on to the daemon.
+    assert leaver.call_bus("GetId").kind == METHOD_RETURN
+    leaver.close()
+    wait_for(lambda: not client.connection.name_has_owner(leaver.name), "the client is gone")
+    daemon.signal(signal.SIGCONT)
+    assert client.read_all_json() == after
+
+
+def test_client_that_leaves_in_the_middle_of_a_call_is_forgotten(world, daemon, victim):
+    leaver = RawClient(world.bus)
+    call = pack_call(2, "Write", "s", "k", "x" * 1000)
+    leaver.socket.sendall(call[:-500])
+    leaver.close()
+    wait_for(lambda: not victim.connection.name_has_owner(leaver.name), "the client is gone")
+
+
+@pytest.mark.parametrize("call", [("Read", b"\xff", "k"), ("WriteJson", b'{"a":"\xc3"}'), ("Write", "s", "k", b"a\0b")],
+                         ids=["name", "import", "NUL"])
+def test_string_that_the_bus_forbids_ends_its_sender_only(world, daemon, victim, call):
+    sender = RawClient(world.bus)
+    sender.send(*call)
+    with pytest.raises(ConnectionResetError):
+        sender.receive()
+    sender.close()
+
+
+def send_without_reading(hostile, data, until_blocked=1.0):
+    """Sends as much of the data as the bus takes; gives up when it has taken nothing for a while. Returns whether all
+    of it went out."""
+    hostile.socket.setblocking(False)
+    sent = 0
+    while sent < len(data):
+        if not select.select([], [hostile.socket], [], until_blocked)[1]:
+            return False
+        sent += hostile.socket.send(data[sent:sent + MEGABYTE])
+    return True
+
+
+def make_calls(raw, call, count, at_once=100):
+    for _ in range(count // at_once):
+        serials = [raw.send(*call) for _ in range(at_once)]
+        assert [raw.receive().reply_serial for _ in serials] == serials
+
+
+@pytest.mark.parametrize("call", [
+    ("KeyList", "\u00e9"), ("KeyList", "s"), ("SectionList",), ("ReadAllJson",), ("WriteJson", "["),
+    ("Write", "s", "k", "x" * CAPACITY)
+], ids=["invalid name", "key list", "section list", "export", "import", "full"])
+def test_failed_calls_leave_nothing_in_the_memory(world, call):
+    # What the bus cannot carry makes a reply fail that has been begun.
+    world.registry.write_bytes(b"[s]\na=v\nk=\xff\n[t\xff]\n")
+    daemon = world.start()
+    raw = RawClient(world.bus)
+    assert raw.call(*call).kind == ERROR
+    make_calls(raw, call, 1000)
+    before = resident_memory(daemon)
+    make_calls(raw, call, FAILED_CALLS)
+    # Less than the smallest block of memory that each call could leave behind.
+    if not is_sanitized(world):
+        assert resident_memory(daemon) - before < FAILED_CALLS * 16
+    raw.close()
+
+
+@pytest.mark.bus_limits(max_replies_per_connection=2 * CALLS)
+def test_client_that_never_reads_does_not_keep_others_from_being_served(world, daemon, victim):
+    before = peak_memory(daemon)
+    hostile = RawClient(world.bus)
+    calls = memoryview(b"".join(pack_call(number, "Read", "s", "k") for number in range(2, CALLS + 2)))
+    assert send_without_reading(hostile, calls, until_blocked=victim.timeout)
+    check_served_and_untouched(world, victim)
+    victim.write("s", "k", "v")
+    wait_until_idle(daemon)
+    check_memory_growth(daemon, before, MEMORY_GROWTH)
+    hostile.close()
+
+
+# The bus takes a megabyte of replies and no more, so what else the daemon has to say stays with the daemon.
+@pytest.mark.bus_limits(max_replies_per_connection=2 * CALLS, max_incoming_bytes=MEGABYTE)
+def test_replies_that_nobody_takes_do_not_fill_the_memory(world, daemon, client):
+    client.write("s", "k", "v" * 4000)
+    before = peak_memory(daemon)
+    hostile = RawClient(world.bus)
+    calls = memoryview(b"".join(pack_call(number, "Read", "s", "k") for number in range(2, CALLS + 2)))
+    assert not send_without_reading(hostile, calls), "the bus was to be blocked"
+    wait_until_idle(daemon)
+    check_memory_growth(daemon, before, MEMORY_GROWTH)
+    hostile.close()
+    assert client.read("s", "k") == "v" * 4000
+    wait_until_idle(daemon)
+    check_memory_growth(daemon, before, MEMORY_GROWTH)

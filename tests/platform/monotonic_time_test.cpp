@@ -1,0 +1,75 @@
+#include "lib/platform/monotonic_time.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "tests/platform/aborts.h"
+#include "tests/platform/wrapped_calls.h"
+
+using bramble::AddMicroseconds;
+using bramble::get_monotonic_time;
+using bramble::IsBefore;
+
+TEST(MonotonicTime, IsTheMonotonicClock) {
+  timespec before;
+  timespec after;
+  ASSERT_EQ(::clock_gettime(CLOCK_MONOTONIC, &before), 0);
+  const timespec now = get_monotonic_time();
+  ASSERT_EQ(::clock_gettime(CLOCK_MONOTONIC, &after), 0);
+  EXPECT_FALSE(IsBefore(now, before));
+  EXPECT_FALSE(IsBefore(after, now));
+}
+
+TEST(MonotonicTime, AbortsWhenTheClockCannotBeRead) {
+  EXPECT_ASSERTION(
+      {
+        const wrapped_calls::FailingClock clock;
+        get_monotonic_time();
+      },
+      "!clock_gettime(1, &ts)", "lib/platform/monotonic_time.cpp", "timespec bramble::get_monotonic_time\\(\\)");
+}
+
+TEST(AddMicroseconds, CarriesIntoTheSeconds) {
+  const struct {
+    const char* name;
+    timespec start;
+    std::uint64_t microseconds;
+    timespec end;
+  } rows[] = {
+      {"nothing", {5, 7}, 0, {5, 7}},
+      {"one microsecond", {5, 7}, 1, {5, 1007}},
+      {"up to the last nanosecond", {5, 999}, 999999, {5, 999999999}},
+      {"exactly a second of nanoseconds", {5, 1000}, 999999, {6, 0}},
+      {"one more", {5, 1001}, 999999, {6, 1}},
+      {"greatest carry", {5, 999999999}, 999999, {6, 999998999}},
+      {"whole second", {5, 999999999}, 1000000, {6, 999999999}},
+      {"a minute", {5, 7}, 60000000, {65, 7}},
+      {"more than 32 bits", {5, 7}, 4294967296000000, {5 + 4294967296, 7}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const timespec end = AddMicroseconds(row.start, row.microseconds);
+    EXPECT_EQ(end.tv_sec, row.end.tv_sec);
+    EXPECT_EQ(end.tv_nsec, row.end.tv_nsec);
+  }
+}
+
+TEST(IsBefore, ComparesSecondsFirst) {
+  const struct {
+    const char* name;
+    timespec left;
+    timespec right;
+    bool before;
+  } rows[] = {
+      {"equal", {5, 7}, {5, 7}, false},
+      {"nanosecond before", {5, 6}, {5, 7}, true},
+      {"nanosecond after", {5, 8}, {5, 7}, false},
+      {"second before", {4, 9}, {5, 7}, true},
+      {"second after", {6, 6}, {5, 7}, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(IsBefore(row.left, row.right), row.before);
+  }
+}

@@ -1,0 +1,32 @@
+// The names of the process's threads, as the kernel knows them.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+
+namespace test_platform {
+
+inline std::string ReadThreadName(const std::string& task) {
+  std::ifstream comm(task + "/comm");
+  std::string name;
+  std::getline(comm, name);
+  return name;
+}
+
+inline std::string OwnThreadName() { return ReadThreadName("/proc/thread-self"); }
+
+inline bool HasThreadNamed(const std::string& name) {
+  // A thread may end while the tasks are listed.
+  std::error_code ended;
+  for (std::filesystem::directory_iterator task("/proc/self/task", ended), end; !ended && task != end;
+       task.increment(ended)) {
+    if (ReadThreadName(task->path()) == name) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace test_platform

@@ -1,0 +1,395 @@
+#include "registry/json_document.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+
+namespace {
+
+using namespace std::string_literals;
+
+std::string Describe(const JsonDocument::Member& member) {
+  const std::string name(member.name);
+  switch (member.kind) {
+    case JsonDocument::Kind::Null:
+      return name + ":null" + std::string(member.text);
+    case JsonDocument::Kind::Accepted:
+      return name + "=" + std::string(member.text);
+    case JsonDocument::Kind::Refused:
+      return name + "!" + std::string(member.text);
+  }
+  return "no such kind";
+}
+
+// One line for a document: "section={key=value key:null} section!refused".
+std::string Describe(const JsonDocument& document) {
+  if (!document.IsObject()) {
+    EXPECT_EQ(document.SectionCount(), 0U);
+    return "no object";
+  }
+  std::string line;
+  for (std::size_t s = 0; s < document.SectionCount(); ++s) {
+    const JsonDocument::Section section = document.SectionAt(s);
+    line += (s == 0 ? "" : " ") + Describe(section);
+    for (std::size_t k = 0; k < section.key_count; ++k) {
+      line += (k == 0 ? "{" : " ") + Describe(document.KeyAt(section, k));
+    }
+    line += section.key_count == 0 ? "" : "}";
+  }
+  return line;
+}
+
+std::string Parsed(const std::string& text) { return Describe(JsonDocument::Parse(text)); }
+
+std::string SyntaxErrorOf(const std::string& text) {
+  try {
+    JsonDocument::Parse(text);
+  } catch (const JsonSyntaxError& e) {
+    return e.what();
+  }
+  return "no exception";
+}
+
+bool IsAscii(const std::string& text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+TEST(JsonDocument, ReducesATextToSectionsAndKeys) {
+  const struct {
+    const char* name;
+    std::string text;
+    std::string parsed;
+  } rows[] = {
+      {"the empty object", "{}", ""},
+      {"whitespace", " \t\r\n{ \n} ", ""},
+      {"a byte order mark", "\xEF\xBB\xBF{}", ""},
+      {"sections and keys", R"({"s":{"k":"v","l":"w"},"t":{"k":"x"}})", "s={k=v l=w} t={k=x}"},
+      {"an empty section", R"({"s":{}})", "s="},
+      {"an empty name and value", R"({"":{"":""}})", "={=}"},
+      {"nulls", R"({"s":null,"t":{"k":null}})", "s:null t={k:null}"},
+      {"ascending byte order",
+       "{\"b\":{},\"a\":{\"z\":\"\",\"Z\":\"\",\"zz\":\"\",\"\":\"\"},\"B\":null,\"\xC3\xA4\":{}}",
+       "B:null a={= Z= z= zz=} b= \xC3\xA4="},
+      {"names as written", R"({"Net":{},"NET":{},"net":{}})", "NET= Net= net="},
+      {"escapes", R"({"\u0041\n":{"\"":"\\\/\b\f\n\r\t\u00e9\ud83d\ude00"}})",
+       "A\n={\"=\\/\b\f\n\r\t\xC3\xA9\xF0\x9F\x98\x80}"},
+      {"NUL characters", R"({"a\u0000":{"\u0000b":"c\u0000d"}})", "a\0={\0b=c\0d}"s},
+      {"refused sections", R"({"a":1,"b":"x","c":true,"d":false,"e":[],"f":-1,"g":1.5})",
+       R"(a!1 b!"x" c!true d!false e![] f!-1 g!1.5)"},
+      {"refused keys", R"({"s":{"a":1,"c":true,"d":false,"e":[],"f":-1,"g":1.5,"h":{}}})",
+       R"(s={a!1 c!true d!false e![] f!-1 g!1.5 h!{}})"},
+      {"a refused value is printed compactly", R"({"s":[ 1 , { "z" : null , "a" : [ "x" , true , {} ] } ]})",
+       R"(s![1,{"a":["x",true,{}],"z":null}])"},
+      {"a refused object in a key", R"({"s":{"k":{"b":{"c":"v"},"a":"w"},"l":"v"}})",
+       R"(s={k!{"a":"w","b":{"c":"v"}} l=v})"},
+      {"several refused values", R"({"s":{"k":[1,2],"l":{"m":3},"n":[]},"t":[4]})",
+       R"(s={k![1,2] l!{"m":3} n![]} t![4])"},
+      {"a refused value with escapes", R"({"s":["\u0001\"\u00e9"]})", "s![\"\\u0001\\\"\xC3\xA9\"]"},
+      {"integers of 64 bits", R"({"a":18446744073709551615,"b":-9223372036854775808})",
+       "a!18446744073709551615 b!-9223372036854775808"},
+      {"an accepted key behind a refused one of another section", R"({"s":[{"k":"v"}],"t":{"k":"v"}})",
+       R"(s![{"k":"v"}] t={k=v})"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(Parsed(row.text), row.parsed);
+  }
+}
+
+TEST(JsonDocument, KeepsTheLastOfSeveralMembersWithTheSameName) {
+  const struct {
+    const char* name;
+    const char* text;
+    const char* parsed;
+  } rows[] = {
+      {"keys", R"({"s":{"k":"1","j":"x","k":"2","k":"3"}})", "s={j=x k=3}"},
+      {"a key that was refused", R"({"s":{"k":1,"k":"2"}})", "s={k=2}"},
+      {"a key that is refused", R"({"s":{"k":"2","k":1}})", "s={k!1}"},
+      {"a key that is null", R"({"s":{"k":"2","k":null}})", "s={k:null}"},
+      {"sections are not joined", R"({"s":{"a":"1","b":"2"},"t":{"c":"3"},"s":{"d":"4"}})", "s={d=4} t={c=3}"},
+      {"an empty section", R"({"s":{"a":"1"},"s":{}})", "s="},
+      {"a section that was refused", R"({"s":5,"s":{"a":"1"}})", "s={a=1}"},
+      {"a section that is refused", R"({"s":{"a":"1"},"s":5})", "s!5"},
+      {"a section that is null", R"({"s":{"a":"1"},"s":null})", "s:null"},
+      {"names that differ in their escapes only", R"({"s":{"\u006b":"1","k":"2"}})", "s={k=2}"},
+      {"inside a refused value", R"({"s":[{"a":{"x":{}},"b":1,"a":[2]}]})", R"(s![{"a":[2],"b":1}])"},
+      {"equal names in two sections", R"({"s":{"k":"1"},"t":{"k":"2"}})", "s={k=1} t={k=2}"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(Parsed(row.text), row.parsed);
+  }
+}
+
+TEST(JsonDocument, KeepsTheLastOfManyMembersWithTheSameName) {
+  std::string keys;
+  std::string sections;
+  for (int i = 0; i < 1000; ++i) {
+    keys += "\"k" + std::to_string(i % 3) + "\":\"" + std::to_string(i) + "\",";
+    sections += "\"t" + std::to_string(i % 3) + "\":" + std::to_string(i) + ",";
+  }
+  EXPECT_EQ(Parsed("{" + sections + "\"s\":{" + keys + "\"k0\":null}}"),
+            "s={k0:null k1=997 k2=998} t0!999 t1!997 t2!998");
+}
+
+TEST(JsonDocument, HasNoSectionsIfTheTopIsNoObject) {
+  for (const char* text : {"[]", "[1,{\"s\":{\"k\":\"v\"}}]", "\"s\"", "5", "-1.5", "true", "false", "null", "1e400"}) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(Parsed(text), "no object");
+  }
+}
+
+TEST(JsonDocument, OutlivesTheText) {
+  std::optional<std::string> text(R"({"section":{"key":")" + std::string(100, 'v') + R"("}})");
+  const JsonDocument document = JsonDocument::Parse(*text);
+  text.reset();
+  const JsonDocument moved = JsonDocument(document);
+  EXPECT_EQ(Describe(moved), "section={key=" + std::string(100, 'v') + "}");
+}
+
+TEST(JsonDocument, OrdersByNormalisedNamesAndKeepsTheOrderOfEqualOnes) {
+  JsonDocument document = JsonDocument::Parse(
+      R"({"b":{"k":"1"},"Aa":{"y":"2","X":"3","x":"4"},"B":null,"aA":5,"C":{"Z":"6","":"7"},"dropped":1,"c":{}})");
+  document.NormaliseNames([](const std::string& name) {
+    std::string folded = name == "dropped" ? "d" : name;
+    std::transform(folded.begin(), folded.end(), folded.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    return folded;
+  });
+  EXPECT_EQ(Describe(document), "aa={x=3 x=4 y=2} aa!5 b:null b={k=1} c={=7 z=6} c= d!1");
+}
+
+TEST(JsonDocument, NormalisesOnlyTheNamesThatCount) {
+  JsonDocument document = JsonDocument::Parse(R"({"s":{"lost":"1"},"s":{"k":{"inner":1},"l":"v"},"t":["x"]})");
+  std::string seen;
+  document.NormaliseNames([&](const std::string& name) {
+    seen += name + " ";
+    return name;
+  });
+  EXPECT_EQ(seen.find("lost"), std::string::npos) << seen;
+  EXPECT_EQ(seen.find("inner"), std::string::npos) << seen;
+  EXPECT_EQ(Describe(document), R"(s={k!{"inner":1} l=v} t!["x"])");
+}
+
+TEST(JsonDocument, PassesOnWhatTheNormalisingThrows) {
+  JsonDocument document = JsonDocument::Parse(R"({"s":{}})");
+  EXPECT_THROW(document.NormaliseNames([](const std::string&) -> std::string { throw 42; }), int);
+}
+
+TEST(JsonDocument, RefusesWhatIsNotJson) {
+  const struct {
+    const char* name;
+    std::string text;
+  } rows[] = {
+      {"nothing", ""},
+      {"whitespace only", " \n"},
+      {"a byte order mark only", "\xEF\xBB\xBF"},
+      {"half a byte order mark", "\xEF\xBB{}"},
+      {"a byte order mark of UTF-16", "\xFF\xFE{\0}\0"s},
+      {"UTF-16", "{\0}\0"s},
+      {"an open object", "{"},
+      {"an object without a value", R"({"a")"},
+      {"an object without a value behind the colon", R"({"a":)"},
+      {"an object that does not go on", R"({"a":{})"},
+      {"an open section", R"({"a":{"k":"v")"},
+      {"an open array", "[1"},
+      {"a lone closing brace", "}"},
+      {"the wrong closing bracket", R"({"a":[})"},
+      {"a trailing comma in an object", R"({"a":{},})"},
+      {"a trailing comma in an array", "[1,]"},
+      {"a leading comma", "{,}"},
+      {"a missing comma", R"({"a":{} "b":{}})"},
+      {"a missing colon", R"({"a" {}})"},
+      {"two colons", R"({"a"::{}})"},
+      {"a name that is no string", "{a:{}}"},
+      {"a number as name", "{1:{}}"},
+      {"single quotes", "{'a':{}}"},
+      {"something behind the end", "{}{}"},
+      {"a word behind the end", "{} x"},
+      {"two values", "1 2"},
+      {"a comment", "{} // comment"},
+      {"a block comment", "/* comment */ {}"},
+      {"an unknown word", "nil"},
+      {"a capitalised word", "True"},
+      {"a word cut short", "nul"},
+      {"NaN", R"({"a":NaN})"},
+      {"infinity", R"({"a":-Infinity})"},
+      {"a leading zero", R"({"a":01})"},
+      {"a leading plus", R"({"a":+1})"},
+      {"a leading point", R"({"a":.5})"},
+      {"a trailing point", R"({"a":1.})"},
+      {"an exponent without digits", R"({"a":1e})"},
+      {"a signed exponent without digits", R"({"a":1e+})"},
+      {"a lone minus", R"({"a":-})"},
+      {"a hexadecimal number", R"({"a":0x10})"},
+      {"an open string", R"({"a)"},
+      {"an open string behind a backslash", "\"\\"},
+      {"an unknown escape", R"(["\x41"])"},
+      {"a short escape", R"(["\u12"])"},
+      {"an escape with a bad digit", R"(["\u12g4"])"},
+      {"a high surrogate alone", R"(["\ud800"])"},
+      {"a high surrogate before something else", R"(["\ud800\u0041"])"},
+      {"a low surrogate alone", R"(["\udc00"])"},
+      {"a line feed in a string", "[\"a\nb\"]"},
+      {"a NUL byte in a string", "[\"a\0b\"]"s},
+      {"a lone continuation byte", "[\"\x80\"]"},
+      {"an overlong form", "[\"\xC0\x80\"]"},
+      {"a character cut short", "[\"\xC3\"]"},
+      {"a character cut short by the end", "[\"\xE2\x82"},
+      {"an encoded surrogate", "[\"\xED\xA0\x80\"]"},
+      {"beyond Unicode", "[\"\xF4\x90\x80\x80\"]"},
+      {"the byte 0xFF", "[\"\xFF\"]"},
+      {"Latin-1 in a name", "{\"\xE9\":{}}"},
+      {"a byte that is no character, outside strings", "{\xFF}"},
+      {"a letter beyond ASCII outside strings", "{\xC3\xA9}"},
+      {"a bad entry before the error", R"({"a":5,)"},
+      {"a number that is too large before the error", R"({"a":1e400,)"},
+      {"an error before a number that is too large", R"({,"a":1e400})"},
+      {"a number that is too large and something behind the end", "1e400 x"},
+      {"a leading zero of a number that is too large", "[1e400,01]"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::string error = SyntaxErrorOf(row.text);
+    EXPECT_EQ(error.find("parse error - unexpected "), 0U) << error;
+    EXPECT_EQ(error.find("unexpected unexpected"), std::string::npos) << error;
+    EXPECT_GT(error.size(), std::string("parse error - unexpected ").size());
+    EXPECT_TRUE(IsAscii(error)) << error;
+    EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+  }
+}
+
+TEST(JsonDocument, BoundsTheTextOfASyntaxError) {
+  const struct {
+    const char* name;
+    std::string text;
+  } rows[] = {
+      {"a long open string", "\"" + std::string(100000, 'a')},
+      {"a long open string of two-byte characters",
+       [] {
+         std::string text = "\"";
+         for (int i = 0; i < 50000; ++i) {
+           text += "\xC3\xA9";
+         }
+         return text;
+       }()},
+      {"a long word", "n" + std::string(100000, 'x')},
+      {"a long number", std::string(100000, '1') + "x"},
+      {"a long name", "{\"" + std::string(100000, 'a') + "\" 1}"},
+      {"a string with separators",
+       "\"" + std::string(100000, ' ') + " - unexpected \xC3\xA9" + std::string(100000, '-')},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::string error = SyntaxErrorOf(row.text);
+    EXPECT_EQ(error.find("parse error - unexpected "), 0U) << error.substr(0, 100);
+    EXPECT_LE(error.size(), 4000U);
+    EXPECT_TRUE(IsAscii(error));
+  }
+}
+
+// The input is quoted behind the reason; what it holds must not hide the reason.
+TEST(JsonDocument, SaysTheReasonWhateverTheTextHolds) {
+  std::string with_dash = SyntaxErrorOf("{\"a - b");
+  std::replace(with_dash.begin() + static_cast<std::ptrdiff_t>(std::string("parse error -").size()), with_dash.end(),
+               '-', '+');
+  EXPECT_EQ(with_dash, SyntaxErrorOf("{\"a + b"));
+}
+
+TEST(JsonDocument, RefusesNumbersThatNoDoubleHolds) {
+  const struct {
+    const char* name;
+    std::string number;
+  } rows[] = {
+      {"1e400", "1e400"},
+      {"negative", "-1e400"},
+      {"capital exponent", "1E+400"},
+      {"with a fraction", "123.456e4000"},
+      {"400 digits", std::string(400, '9')},
+      {"minus 400 digits", "-" + std::string(400, '9')},
+      {"400 digits with a fraction", std::string(400, '9') + ".5"},
+      {"a long exponent", "1e" + std::string(400, '9')},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(Parsed(R"({"a":)" + row.number + "}").substr(0, 2), "a!");
+    EXPECT_EQ(Parsed(R"({"s":{"k":)" + row.number + R"(,"l":"v"}})").substr(0, 5), "s={k!");
+    EXPECT_EQ(Parsed(R"({"a":{"k":"v"},"b":[[)" + row.number + R"(]],"c":null})").find("a={k=v} b![["), 0U);
+    EXPECT_EQ(Parsed(row.number), "no object");
+    EXPECT_EQ(SyntaxErrorOf("[" + row.number + ",]").find("parse error - unexpected "), 0U);
+  }
+}
+
+TEST(JsonDocument, KeepsStringsWithDigitsNextToANumberThatNoDoubleHolds) {
+  EXPECT_EQ(Parsed(R"({"1e4000":{"123456":"1e400 \" 789012 \\"},"x\\":{"k":"3456"},"z":1e400})").substr(0, 56),
+            R"(1e4000={123456=1e400 " 789012 \} x\={k=3456} z!)" + Parsed(R"({"z":1e400})").substr(2));
+}
+
+// Others are printed as they are, also next to one that cannot be.
+TEST(JsonDocument, KeepsOtherNumbersNextToOneThatNoDoubleHolds) {
+  EXPECT_EQ(Parsed(R"({"a":123456,"b":[-7.125],"z":1e400})").substr(0, 20), "a!123456 b![-7.125] ");
+}
+
+TEST(JsonDocument, AcceptsNumbersThatVanish) { EXPECT_EQ(Parsed(R"({"a":1e-400})"), "a!0.0"); }
+
+TEST(PrintJson, PrintsCompactlyInByteOrder) {
+  const struct {
+    const char* name;
+    RegistrySections sections;
+    std::string json;
+  } rows[] = {
+      {"nothing", {}, "{}"},
+      {"sections and keys",
+       {{"ui", {{"lang", "en"}}}, {"net", {{"ip", "10.0.0.2"}, {"dhcp", "no"}}}},
+       R"({"net":{"dhcp":"no","ip":"10.0.0.2"},"ui":{"lang":"en"}})"},
+      {"capitals first", {{"a", {{"b", ""}, {"B", ""}}}, {"B", {}}}, R"({"B":{},"a":{"B":"","b":""}})"},
+      {"empty names", {{"", {{"", ""}}}}, R"({"":{"":""}})"},
+      {"characters with an escape",
+       {{"s", {{"\"", "\\/\b\f\n\r\t\x1F\0\x7F"s}}}},
+       "{\"s\":{\"\\\"\":\"\\\\/\\b\\f\\n\\r\\t\\u001f\\u0000\x7F\"}}"},
+      {"UTF-8 as it is",
+       {{"\xC3\xA9", {{"\xE2\x82\xAC", "\xF0\x9F\x98\x80"}}}},
+       "{\"\xC3\xA9\":{\"\xE2\x82\xAC\":\"\xF0\x9F\x98\x80\"}}"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(PrintJson(row.sections), row.json);
+  }
+}
+
+TEST(PrintJson, SaysWhatIsNotUtf8) {
+  const struct {
+    const char* name;
+    RegistrySections sections;
+    std::string error;
+  } rows[] = {
+      {"a value",
+       {{"a", {{"k", "v"}}}, {"net", {{"id", "ok"}, {"ip", "\xFF"}, {"z", "\xFF"}}}},
+       "No JSON: value of key 'ip' in section 'net' is not UTF-8"},
+      {"a key name", {{"net", {{"i\xC3", "\xFF"}}}}, "No JSON: name of key 'i%c3' in section 'net' is not UTF-8"},
+      {"a section name", {{"n\x80", {{"\xFF", "\xFF"}}}}, "No JSON: name of section 'n%80' is not UTF-8"},
+      {"unprintable names",
+       {{"\n%\xC3\xA9\0"s, {{"\0\x7F"s, "\xC3"}}}},
+       "No JSON: value of key '%00%7f' in section '%0a%25%c3%a9%00' is not UTF-8"},
+      {"an encoded surrogate",
+       {{"s", {{"k", "\xED\xA0\x80"}}}},
+       "No JSON: value of key 'k' in section 's' is not UTF-8"},
+      {"a character cut short",
+       {{"s", {{"k", "abc\xE2\x82"}}}},
+       "No JSON: value of key 'k' in section 's' is not UTF-8"},
+      {"an overlong form", {{"s", {{"k", "\xC0\x80"}}}}, "No JSON: value of key 'k' in section 's' is not UTF-8"},
+      {"empty names", {{"", {{"", "\x80"}}}}, "No JSON: value of key '' in section '' is not UTF-8"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    try {
+      ADD_FAILURE() << PrintJson(row.sections);
+    } catch (const std::runtime_error& e) {
+      EXPECT_EQ(e.what(), row.error);
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,145 @@
+// What runs at the same time as what: the callbacks run with the registry's lock held, and a flush needs only the
+// store's.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <future>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/registry/back_end_fixture.h"
+
+namespace {
+
+constexpr auto kSoon = std::chrono::milliseconds(30);
+constexpr auto kBound = std::chrono::seconds(10);
+
+// An operation in a thread of its own, which has started when the constructor returns.
+class Elsewhere {
+public:
+  explicit Elsewhere(const std::function<void()>& operation)
+      : m_thread([this, operation] {
+          m_started.set_value();
+          operation();
+          m_ended.set_value();
+        }) {
+    m_started.get_future().wait();
+  }
+  ~Elsewhere() { m_thread.join(); }
+  Elsewhere(const Elsewhere&) = delete;
+  Elsewhere& operator=(const Elsewhere&) = delete;
+
+  bool EndsWithin(std::chrono::milliseconds time) { return m_end.wait_for(time) == std::future_status::ready; }
+
+private:
+  std::promise<void> m_started;
+  std::promise<void> m_ended;
+  std::future<void> m_end = m_ended.get_future();
+  std::thread m_thread;
+};
+
+struct Operation {
+  const char* name;
+  std::function<void(RegistryBackEnd&)> run;
+};
+
+const std::vector<Operation>& LockedOperations() {
+  static const std::vector<Operation> operations = {
+      {"ReadAllJson", [](RegistryBackEnd& r) { r.ReadAllJson(); }},
+      {"WriteJson", [](RegistryBackEnd& r) { r.WriteJson("{}"); }},
+      {"Read", [](RegistryBackEnd& r) { r.Read("s", "k"); }},
+      {"Write", [](RegistryBackEnd& r) { r.Write("s", "k", "w"); }},
+      {"KeyExists", [](RegistryBackEnd& r) { r.KeyExists("s", "k"); }},
+      {"SectionExists", [](RegistryBackEnd& r) { r.SectionExists("s"); }},
+      {"DeleteKey", [](RegistryBackEnd& r) { r.DeleteKey("s", "x"); }},
+      {"DeleteSection", [](RegistryBackEnd& r) { r.DeleteSection("x"); }},
+      {"DeleteAll", [](RegistryBackEnd& r) { r.DeleteAll(); }},
+      {"SectionList", [](RegistryBackEnd& r) { r.SectionList([](const std::string&) {}); }},
+      {"KeyList", [](RegistryBackEnd& r) { r.KeyList("s", [](const std::string&, const std::string&) {}); }},
+      {"KeyList as a copy", [](RegistryBackEnd& r) { r.KeyList("s"); }},
+  };
+  return operations;
+}
+
+TEST(RegistryBackEndLock, HoldsOthersUpWhileASectionCallbackRuns) {
+  for (const Operation& operation : LockedOperations()) {
+    SCOPED_TRACE(operation.name);
+    BackEnd back_end("[s]\nk=v\n");
+    std::optional<Elsewhere> elsewhere;
+    back_end->SectionList([&](const std::string&) {
+      elsewhere.emplace([&] { operation.run(*back_end.registry); });
+      EXPECT_FALSE(elsewhere->EndsWithin(kSoon));
+    });
+    EXPECT_TRUE(elsewhere->EndsWithin(kBound));
+  }
+}
+
+TEST(RegistryBackEndLock, HoldsOthersUpWhileAKeyCallbackRuns) {
+  BackEnd back_end("[s]\nk=v\n");
+  std::optional<Elsewhere> elsewhere;
+  back_end->KeyList("s", [&](const std::string&, const std::string&) {
+    elsewhere.emplace([&] { back_end->Read("s", "k"); });
+    EXPECT_FALSE(elsewhere->EndsWithin(kSoon));
+  });
+  EXPECT_TRUE(elsewhere->EndsWithin(kBound));
+}
+
+TEST(RegistryBackEndLock, LetsAFlushRunWhileACallbackRuns) {
+  BackEnd back_end("[s]\nk=v\n");
+  back_end->Write("s", "k", "w");
+  std::optional<Elsewhere> elsewhere;
+  back_end->SectionList([&](const std::string&) {
+    elsewhere.emplace([&] { back_end->Flush(); });
+    ASSERT_TRUE(elsewhere->EndsWithin(kBound));
+    EXPECT_EQ(back_end.store->Text(), "[s]\nk=w\n");
+  });
+}
+
+TEST(RegistryBackEndLock, LetsACallbackUseTheRegistry) {
+  BackEnd back_end("[s]\nk=v\n");
+  std::string seen;
+  back_end->SectionList([&](const std::string& section) {
+    back_end->KeyList(section, [&](const std::string& key, const std::string& value) {
+      seen += section + "." + key + "=" + value + " " + back_end->ReadAllJson();
+    });
+  });
+  EXPECT_EQ(seen, R"(s.k=v {"s":{"k":"v"}})");
+  back_end->KeyList("s", [&](const std::string& key, const std::string&) { back_end->Write("s", key, "w"); });
+  EXPECT_EQ(back_end->Read("s", "k"), "w");
+}
+
+TEST(RegistryBackEndLock, HoldsReadersUpNotAtAllAfterACallbackThrew) {
+  BackEnd back_end("[s]\nk=v\n");
+  EXPECT_THROW(back_end->SectionList([](const std::string&) { throw 42; }), int);
+  Elsewhere elsewhere([&] { back_end->Read("s", "k"); });
+  EXPECT_TRUE(elsewhere.EndsWithin(kBound));
+}
+
+TEST(RegistryBackEndLock, LosesNoWriteOfManyThreads) {
+  constexpr int kThreads = 4;
+  constexpr int kKeys = 40;
+  BackEnd back_end;
+  {
+    std::vector<std::thread> writers;
+    for (int t = 0; t < kThreads; ++t) {
+      writers.emplace_back([&, t] {
+        for (int k = 0; k < kKeys; ++k) {
+          back_end->Write("s" + std::to_string(t % 2), std::to_string(t) + "." + std::to_string(k), "v");
+          back_end->ReadAllJson();
+          back_end->Flush();
+        }
+      });
+    }
+    for (std::thread& writer : writers) {
+      writer.join();
+    }
+  }
+  EXPECT_EQ(back_end.registry->KeyList("s0").size() + back_end.registry->KeyList("s1").size(),
+            static_cast<std::size_t>(kThreads * kKeys));
+  EXPECT_EQ(ParseRegistry(back_end.FlushedText()).at("s0"), back_end.registry->KeyList("s0"));
+}
+
+}  // namespace
