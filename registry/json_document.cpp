@@ -63,7 +63,8 @@ private:
     if (m_skipped_depth != 0 || ++m_elements > kRefusedElements) {
       return false;
     }
-    m_bytes += m_key.size() + (value.is_string() ? value.get_ref<const std::string&>().size() : 0);
+    m_bytes += m_open.back()->is_object() ? m_key.size() : 0;
+    m_bytes += value.is_string() ? value.get_ref<const std::string&>().size() : 0;
     return m_bytes <= kRefusedBytes;
   }
 
@@ -195,6 +196,7 @@ public:
       m_refused.Key(name);
     } else {
       (m_level == Level::Section ? m_section_name : m_key_name) = Store(name);
+      m_document.m_text += '\0';  // no two names have the same offset, not even empty ones
     }
     return true;
   }

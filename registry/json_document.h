@@ -67,7 +67,7 @@ public:
 private:
   class Reader;
 
-  // Offsets into m_text, which is shorter than the JSON text; half the size of a string view.
+  // Offsets into m_text, which is no longer than the JSON text; half the size of a string view.
   struct Slice {
     std::uint32_t offset = 0;
     std::uint32_t size = 0;

@@ -12,7 +12,7 @@ using RegistrySection = std::map<std::string, std::string>;
 using RegistrySections = std::map<std::string, RegistrySection>;
 
 /// Returns the text form. A key whose name begins with "[" is written as it is and so is read back as a section header:
-/// deliberate. Throws std::bad_alloc.
+/// deliberate. The empty key name with the empty value is a blank line and so is not read back. Throws std::bad_alloc.
 std::string SerialiseRegistry(const RegistrySections& sections);
 
 /// Reads a text form; every byte string parses to some registry. Lines end with CR or LF. Names are taken as they are

@@ -78,11 +78,12 @@ std::size_t RegistryBackEnd::MergeJsonSection(const JsonDocument& document, cons
     if (key.kind == JsonDocument::Kind::Accepted) {
       m_sections[section_name][std::string(key.name)] = key.text;
       if (is_last_of_name && (k + 1 == section.key_count || document.KeyAt(section, k + 1).name != key.name)) {
-        certain_size += key.name.size() + key.text.size();
+        certain_size += key.name.size() + key.text.size() + 1;
       }
     } else if (const auto existing = m_sections.find(section_name); existing != m_sections.end()) {
       existing->second.erase(std::string(key.name));
     }
   }
-  return certain_size;
+  // The header too: its brackets and line feed.
+  return certain_size == 0 ? 0 : section.name.size() + 3 + certain_size;
 }

@@ -27,6 +27,9 @@ MISSING_HARDWARE = ("BOOTLOADER ENVIRONMENT CORRUPT. PLEASE RUN MANUFACTURING TE
 PATIENCE = 30.0
 POLL_INTERVAL = 0.002
 
+# Nothing outlives a test run that is killed.
+DIE_WITH_TEST = ("setpriv", "--pdeathsig", "KILL")
+
 BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -91,7 +94,7 @@ class Bus:
         limit_lines = "".join(f'  <limit name="{name}">{value}</limit>\n' for name, value in limits.items())
         configuration.write_text(BUS_CONFIGURATION.format(socket=self.socket, limits=limit_lines))
         self.process = subprocess.Popen(
-            ["dbus-daemon", f"--config-file={configuration}", "--nofork", "--nopidfile", "--print-address"],
+            [*DIE_WITH_TEST, "dbus-daemon", f"--config-file={configuration}", "--nofork", "--nopidfile", "--print-address"],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
         # The address is printed when the bus listens.
         assert self.process.stdout.readline(), "dbus-daemon did not start"
@@ -166,7 +169,7 @@ class Daemon:
         self.stderr_path = world.path / f"stderr.{len(world.daemons)}"
         self.taken = 0
         environment = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=world.bus.address)
-        unshare = ["unshare", "--mount", "--propagation", "private"]
+        unshare = [*DIE_WITH_TEST, "unshare", "--mount", "--propagation", "private"]
         if os.geteuid() != 0:
             unshare.append("--map-root-user")
         popen_options.setdefault("stdin", subprocess.DEVNULL)

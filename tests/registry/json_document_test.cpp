@@ -134,6 +134,18 @@ TEST(JsonDocument, KeepsTheLastOfManyMembersWithTheSameName) {
             "s={k0:null k1=997 k2=998} t0!999 t1!997 t2!998");
 }
 
+// Nothing tells such members apart but their place.
+TEST(JsonDocument, KeepsTheLastOfManyMembersWithoutNameAndValue) {
+  std::string keys;
+  std::string sections;
+  for (int i = 0; i < 50; ++i) {
+    keys += R"("":"",)";
+    sections += R"("":{},)";
+  }
+  EXPECT_EQ(Parsed(R"({"s":{)" + keys + R"("":null}})"), "s={:null}");
+  EXPECT_EQ(Parsed("{" + sections + R"("":null})"), ":null");
+}
+
 TEST(JsonDocument, HasNoSectionsIfTheTopIsNoObject) {
   for (const char* text : {"[]", "[1,{\"s\":{\"k\":\"v\"}}]", "\"s\"", "5", "-1.5", "true", "false", "null", "1e400"}) {
     SCOPED_TRACE(text);
@@ -159,6 +171,19 @@ TEST(JsonDocument, OrdersByNormalisedNamesAndKeepsTheOrderOfEqualOnes) {
     return folded;
   });
   EXPECT_EQ(Describe(document), "aa={x=3 x=4 y=2} aa!5 b:null b={k=1} c={=7 z=6} c= d!1");
+}
+
+TEST(JsonDocument, KeepsTheOrderOfManyNamesThatBecomeEqual) {
+  std::string members;
+  std::string in_order;
+  for (int i = 99; i >= 0; --i) {
+    const std::string number = std::to_string(100 + i);
+    members += "\"" + number + "\":" + number + ",";
+    in_order = " n!" + number + in_order;
+  }
+  JsonDocument document = JsonDocument::Parse("{" + members + "\"999\":{" + members + "\"999\":\"v\"}}");
+  document.NormaliseNames([](const std::string&) { return std::string("n"); });
+  EXPECT_EQ(Describe(document), in_order.substr(1) + " n={" + in_order.substr(1) + " n=v}");
 }
 
 TEST(JsonDocument, NormalisesOnlyTheNamesThatCount) {

@@ -209,6 +209,22 @@ TEST(RegistryBackEndSave, FillsTheStoreToTheLastByteByAMergeOfManySections) {
   EXPECT_EQ(back_end->Read("z", "k"), "12345678");
 }
 
+TEST(RegistryBackEndSave, KeepsEveryMemberOfAMergeThatFillsTheStore) {
+  const std::string half(8000, 'x');
+  BackEnd sections;
+  sections->WriteJson(R"({"a":{"k":")" + half + R"("},"b":{"k":")" + half + std::string(362, 'y') +
+                      R"("},"c":{"":"v"}})");
+  EXPECT_EQ(sections.store->Text().size(), kCapacity);
+  EXPECT_EQ(sections->Read("c", ""), "v");
+  BackEnd deletion("[z]\nk=v\n");
+  deletion->WriteJson(R"({"a":{")" + std::string(kCapacity - 5, 'x') + R"(":""},"z":null})");
+  EXPECT_EQ(deletion.store->Text().size(), kCapacity);
+  BackEnd keys;
+  keys->WriteJson(R"({"s":{"a":")" + half + R"(","b":")" + half + std::string(368, 'y') + R"(","c":"","d":""}})");
+  EXPECT_EQ(keys.store->Text().size(), kCapacity - 1);
+  EXPECT_TRUE(keys->KeyExists("s", "d"));
+}
+
 TEST(RegistryBackEndSave, UndoesAChangeThatTheStoreRefusesForAnotherReason) {
   const struct {
     const char* name;
