@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <sstream>
 
 #include "lib/platform/errno_exception.h"
@@ -9,9 +10,13 @@
 
 namespace {
 
-// With automatic base; trailing junk is ignored.
+// An unsigned number as the device's 32-bit strtoul reads it, on any machine: automatic base, trailing junk ignored,
+// and the greatest number for one that does not fit.
 std::uint32_t ParseNumber(const std::string& value) {
-  return static_cast<std::uint32_t>(std::strtoul(value.c_str(), nullptr, 0));
+  constexpr unsigned long long kGreatest = std::numeric_limits<std::uint32_t>::max();
+  const unsigned long long number = std::strtoull(value.c_str(), nullptr, 0);
+  const unsigned long long magnitude = value.front() == '-' ? 0 - number : number;
+  return static_cast<std::uint32_t>(magnitude > kGreatest ? kGreatest : number);
 }
 
 // A revision is a letter: A is 1.

@@ -10,6 +10,8 @@ from namespace_world import NamespaceWorld
 
 def pytest_addoption(parser):
     parser.addoption("--ledgerd", required=True, type=pathlib.Path, help="the daemon's executable")
+    parser.addoption("--probes", type=pathlib.Path, help="the probes of its tracepoint")
+    parser.addoption("--installed-probes", type=pathlib.Path, help="where the daemon looks for its probes")
 
 
 def pytest_configure(config):
@@ -50,3 +52,9 @@ def machine(request):
     machine = NamespaceWorld(request.config.getoption("--ledgerd"))
     yield machine
     machine.finish()
+
+
+@pytest.fixture
+def build_without_threads(request):
+    if b"__tsan_init" in request.config.getoption("--ledgerd").read_bytes():
+        pytest.skip("the thread sanitizer has a thread of its own in each process")

@@ -1,13 +1,18 @@
-"""The daemon as a service: beside the mounts and the bus of a world there are process IDs of its own, so that a PID file
-names what the test put there and nothing else, an init that reaps daemons, and what a test lays over /proc and /dev."""
+"""The daemon as a service: beside the mounts and the bus of a world there are process IDs of its own, so that a PID
+file names what the test put there and nothing else, an init that reaps daemons, and what a test lays over /proc, /dev
+and folders of the system."""
 
 import contextlib
 import os
 import pathlib
 import select
+import shlex
+import shutil
 import signal
+import stat
 import subprocess
 import sys
+import tempfile
 import time
 
 import pytest
@@ -20,6 +25,8 @@ INIT = pathlib.Path(__file__).with_name("namespace_init.py")
 # A user whom no process of the machine has.
 NOBODY_ELSE = 54321
 
+# A build that watches threads starts one of its own in each process.
+needs_one_thread = pytest.mark.usefixtures("build_without_threads")
 needs_root = pytest.mark.skipif(os.geteuid() != 0, reason="only root can take on another user's identity")
 
 # "$1" is the world's directory, "$2" the layers of the test.
@@ -75,6 +82,11 @@ def without_leak_check():
     return {"ASAN_OPTIONS": ":".join(filter(None, [os.environ.get("ASAN_OPTIONS"), "detect_leaks=0"]))}
 
 
+def wait_for_exit(pidfd, patience):
+    assert select.select([pidfd], [], [], patience)[0], "the process has not ended"
+    return time.monotonic()
+
+
 class NamespaceWorld(World):
     """A world with namespaces that outlive a daemon. They are entered when the first command is run, so a test lays out
     its layers before."""
@@ -96,12 +108,27 @@ class NamespaceWorld(World):
             (self.path / "proc" / name).write_text(text)
         self.layers += MADE_UP_PROC
 
-    def lay_over_dev(self, **files):
+    def lay_over_dev(self, read_only=False, **files):
         """/dev has a few devices and these files, and no kernel log."""
         (self.path / "devices").mkdir()
         for name, text in files.items():
             (self.path / "devices" / name).write_text(text)
         self.layers += PRIVATE_DEV
+        if read_only:
+            self.layers += "mount -o remount,bind,ro /dev\n"
+
+    def lay_over_folder(self, folder, add=None, hide=()):
+        """A system folder gets files, given by their relative paths and their sources, and loses others."""
+        layer = pathlib.Path(tempfile.mkdtemp(dir=self.path))
+        for name, source in (add or {}).items():
+            (layer / name).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(source, layer / name)
+        for name in hide:
+            # This is how a layer of the kernel's overlay file system says that there is no such file below.
+            os.mknod(layer / name, stat.S_IFCHR, os.makedev(0, 0))
+        layer.chmod(0o755)
+        folders = shlex.quote(f"{layer}:{folder}")
+        self.layers += f"mount -t overlay overlay -o lowerdir={folders} {shlex.quote(str(folder))}\n"
 
     def enter(self):
         if self.namespaces is not None:
@@ -170,6 +197,23 @@ class NamespaceWorld(World):
                     found[inner_pid] = pid
         return found
 
+    def wait_until_name_is_owned(self):
+        connection = self.bus.connect()
+        wait_for(lambda: connection.name_has_owner(BUS_NAME), "a daemon owns its name")
+        connection.close()
+
+    def refuse_name(self):
+        """From now on the bus lets nobody own the daemon's name."""
+        configuration = self.path / "bus.conf"
+        text = configuration.read_text()
+        refusing = text.replace('<allow own="*"/>', f'<allow own="*"/><deny own="{BUS_NAME}"/>')
+        assert refusing != text
+        configuration.write_text(refusing)
+        connection = self.bus.connect()
+        connection.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                 "ReloadConfig", "", ())
+        connection.close()
+
     def exit_status(self, inner_pid):
         """Waits until an orphan has ended; returns its status as subprocess gives it."""
         output = self.namespaces.stdout
@@ -179,6 +223,15 @@ class NamespaceWorld(World):
             pid, status = map(int, output.readline().split())
             self.statuses[pid] = status
         return self.statuses[inner_pid]
+
+    def unready_service(self):
+        """Waits until there is a PID file and a daemon, which need not be ready."""
+        def named():
+            text = self.pid_file.read_text() if self.pid_file.exists() else ""
+            return text.endswith("\n") and int(text) in self.processes_named(SERVICE_NAME)
+
+        wait_for(named, "there is a PID file and a daemon")
+        return self.service()
 
     def client(self):
         return Client(self.bus.connect())
@@ -196,10 +249,12 @@ class NamespaceWorld(World):
         try:
             if self.namespaces is not None:
                 for inner_pid in self.processes_named(SERVICE_NAME):
-                    service = self.service_with(inner_pid)
-                    service.signal(signal.SIGTERM)
-                    service.signal(signal.SIGCONT)
-                    service.wait_end()
+                    # It may be about to end by itself.
+                    with contextlib.suppress(KeyError, ProcessLookupError):
+                        service = self.service_with(inner_pid)
+                        service.signal(signal.SIGCONT)
+                        service.signal(signal.SIGTERM)
+                        service.wait_end()
             printed = [text for text in (command.take_stderr() for command in self.commands) if text]
             assert not printed, f"unexpected standard error: {printed}"
             logged = self.take_log()
@@ -254,8 +309,7 @@ class Command:
 
     def wait(self, patience=PATIENCE):
         """Waits until the program has ended; returns when that was."""
-        assert select.select([self.pidfd], [], [], patience)[0], "the program has not ended"
-        ended = time.monotonic()
+        ended = wait_for_exit(self.pidfd, patience)
         self.process.wait()
         return ended
 
@@ -282,11 +336,29 @@ class Service:
     def client(self):
         return self.world.client()
 
+    def is_detached(self):
+        """Whether it has let go of the streams of its starter. May be asked while it does."""
+        try:
+            return os.readlink(f"/proc/{self.pid}/fd/2") == "/dev/kmsg"
+        except FileNotFoundError:
+            return False
+
+    def has_connected(self):
+        """Whether it has a connection to the bus, be it answered or not. May be asked at any time."""
+        try:
+            return any(target.startswith("socket:") for target in observe.descriptors(self.pid).values())
+        except FileNotFoundError:
+            return False
+
     def signal(self, number):
         signal.pidfd_send_signal(self.pidfd, number)
 
     def has_ended(self):
         return bool(select.select([self.pidfd], [], [], 0)[0])
+
+    def wait_exit(self):
+        """Waits until the process has ended, reaped or not; returns when that was."""
+        return wait_for_exit(self.pidfd, PATIENCE)
 
     def wait_end(self):
         """Waits until the process has ended and is reaped; returns its status as subprocess gives it."""

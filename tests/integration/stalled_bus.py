@@ -4,6 +4,8 @@ import contextlib
 import socket
 import threading
 
+from harness import PATIENCE
+
 
 class StalledBus:
     """Stands in front of a real bus. Connections wait unanswered until release(), which lets them through."""
@@ -22,8 +24,8 @@ class StalledBus:
         return self
 
     def release(self):
-        """Lets the first connection, which must have been made, through to the real bus."""
-        self.listener.settimeout(0)
+        """Waits for a connection and lets it through to the real bus."""
+        self.listener.settimeout(PATIENCE)
         client, _ = self.listener.accept()
         server = socket.socket(socket.AF_UNIX)
         server.connect(self.target)

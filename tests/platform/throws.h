@@ -1,9 +1,11 @@
-// Expecting the exception of a failed system call, with its whole text.
+// Expecting an exception, with its whole text.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
+#include <typeinfo>
 
 #include "lib/platform/errno_exception.h"
 
@@ -17,6 +19,18 @@ void ExpectErrno(int error_number, const std::string& text, Call call) {
   } catch (const bramble::ErrnoException& e) {
     EXPECT_EQ(e.what(), text);
     EXPECT_EQ(e.ErrorNumber(), error_number);
+  }
+}
+
+/// Expects std::runtime_error itself, not a class derived from it.
+template <typename Call>
+void ExpectRuntimeError(const std::string& text, Call call) {
+  try {
+    call();
+    ADD_FAILURE() << "nothing thrown, expected " << text;
+  } catch (const std::runtime_error& e) {
+    EXPECT_EQ(e.what(), text);
+    EXPECT_TRUE(typeid(e) == typeid(std::runtime_error)) << typeid(e).name();
   }
 }
 

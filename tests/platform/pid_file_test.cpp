@@ -1,0 +1,171 @@
+#include "lib/platform/pid_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <string>
+
+#include "tests/platform/child_process.h"
+#include "tests/platform/throws.h"
+#include "tests/platform/victim.h"
+#include "tests/support/captured_stderr.h"
+#include "tests/support/forked_child.h"
+#include "tests/support/temp_dir.h"
+
+using bramble::ReadPidFile;
+using bramble::WritePidFile;
+using test_platform::CountDescriptors;
+using test_platform::ExpectErrno;
+using test_platform::Victim;
+using test_support::CapturedStderr;
+using test_support::ReadTextFile;
+using test_support::RunInChild;
+using test_support::TempDir;
+using test_support::WriteTextFile;
+
+namespace {
+
+const std::string kNoInstance = "ReadPidFile:ledgd: No such process (3)";
+const std::string kNoFile = "ReadPidFile:ledgd: No such file or directory (2)";
+
+std::string WasNotThere(const std::string& pid) {
+  return "PID file exists but ledgd process does not exist: /proc/" + pid + "/stat: No such file or directory (2)\n";
+}
+
+}  // namespace
+
+TEST(WritePidFile, WritesADecimalNumberAndALineFeed) {
+  const TempDir dir;
+  const int descriptors = CountDescriptors();
+  WritePidFile(dir / "pid", 1);
+  EXPECT_EQ(ReadTextFile(dir / "pid"), "1\n");
+  WritePidFile(dir / "pid", 4194304);
+  EXPECT_EQ(ReadTextFile(dir / "pid"), "4194304\n");
+  EXPECT_EQ(CountDescriptors(), descriptors);
+}
+
+TEST(WritePidFile, ReplacesALongerText) {
+  const TempDir dir;
+  WriteTextFile(dir / "pid", "1234567890\nand more\n");
+  WritePidFile(dir / "pid", 77);
+  EXPECT_EQ(ReadTextFile(dir / "pid"), "77\n");
+}
+
+TEST(WritePidFile, PassesOverAFileThatCannotBeOpened) {
+  const TempDir dir;
+  const CapturedStderr silent;
+  WritePidFile(dir / "missing/pid", 77);
+  WritePidFile(dir.Path(), 77);
+  EXPECT_NE(::access((dir / "missing").c_str(), F_OK), 0);
+}
+
+TEST(WritePidFile, PassesOverAFullDisk) {
+  const CapturedStderr silent;
+  WritePidFile("/dev/full", 77);
+}
+
+TEST(ReadPidFile, ReturnsTheProcessOfThatName) {
+  const TempDir dir;
+  const CapturedStderr silent;
+  const Victim victim("ledgd");
+  const int descriptors = CountDescriptors();
+  WritePidFile(dir / "pid", victim.Pid());
+  EXPECT_EQ(ReadPidFile(dir / "pid", "ledgd"), victim.Pid());
+  EXPECT_EQ(CountDescriptors(), descriptors);
+}
+
+TEST(ReadPidFile, ReadsTheNumberAtTheBeginning) {
+  const TempDir dir;
+  const CapturedStderr silent;
+  const Victim victim("ledgd");
+  const std::string pid = std::to_string(victim.Pid());
+  for (const std::string& text :
+       {pid, pid + "\n", " \n\t" + pid + "\n", "+" + pid, "000" + pid, pid + " 1\n", pid + "junk", pid + "\n1\n"}) {
+    SCOPED_TRACE(text);
+    WriteTextFile(dir / "pid", text);
+    EXPECT_EQ(ReadPidFile(dir / "pid", "ledgd"), victim.Pid());
+  }
+}
+
+TEST(ReadPidFile, ThrowsForAFileThatIsMissing) {
+  const TempDir dir;
+  const CapturedStderr silent;
+  ExpectErrno(ENOENT, kNoFile, [&] { ReadPidFile(dir / "pid", "ledgd"); });
+  ExpectErrno(ENOENT, "ReadPidFile:100%d: No such file or directory (2)", [&] { ReadPidFile(dir / "pid", "100%d"); });
+}
+
+TEST(ReadPidFile, TakesAnyFailureToOpenForAMissingFile) {
+  const TempDir dir;
+  WriteTextFile(dir / "pid", "1\n");
+  ASSERT_EQ(::chmod((dir / "pid").c_str(), 0), 0);
+  ASSERT_EQ(::symlink("loop", (dir / "loop").c_str()), 0);
+  const CapturedStderr silent;
+  ExpectErrno(ENOENT, kNoFile, [&] { ReadPidFile(dir / "pid/x", "ledgd"); });
+  ExpectErrno(ENOENT, kNoFile, [&] { ReadPidFile(dir / "loop", "ledgd"); });
+  EXPECT_EQ(RunInChild([&]() -> std::string {
+              if (!test_support::DropCapabilities() || ::access((dir / "pid").c_str(), R_OK) == 0) {
+                return "may still read";
+              }
+              ReadPidFile(dir / "pid", "ledgd");
+              return "";
+            }),
+            "threw: " + kNoFile);
+}
+
+TEST(ReadPidFile, ThrowsWhenThereIsNoSuchProcess) {
+  const TempDir dir;
+  Victim victim("ledgd");
+  const std::string gone = std::to_string(victim.Pid());
+  ::kill(victim.Pid(), SIGKILL);
+  victim.Reap();
+  const struct {
+    const char* name;
+    std::string text;
+    std::string pid;
+  } rows[] = {
+      {"process that has ended", gone + "\n", gone},
+      {"above every process ID", "99999999\n", "99999999"},
+      {"empty file", "", "0"},
+      {"no number", "ledgd\n", "0"},
+      {"zero", "0\n", "0"},
+      {"number behind a word", "pid 1\n", "0"},
+      {"negative", "-1\n", "-1"},
+      {"too great for any number", "99999999999999999999999\n", "-1"},
+      {"hexadecimal", "0x1\n", "0"},
+      {"NUL bytes", std::string(4, '\0'), "0"},
+  };
+  CapturedStderr captured;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    WriteTextFile(dir / "pid", row.text);
+    ExpectErrno(ESRCH, kNoInstance, [&] { ReadPidFile(dir / "pid", "ledgd"); });
+    EXPECT_EQ(captured.Take(), WasNotThere(row.pid));
+  }
+  SCOPED_TRACE("directory");
+  ExpectErrno(ESRCH, kNoInstance, [&] { ReadPidFile(dir.Path(), "ledgd"); });
+  EXPECT_EQ(captured.Take(), WasNotThere("0"));
+}
+
+TEST(ReadPidFile, ThrowsWhenTheProcessHasAnotherName) {
+  const TempDir dir;
+  CapturedStderr captured;
+  for (const char* name : {"other", "ledgdp", "xledgd", "ledg", "LEDGD", "ledgd ", ""}) {
+    SCOPED_TRACE(name);
+    const Victim victim(name);
+    WritePidFile(dir / "pid", victim.Pid());
+    ExpectErrno(ESRCH, kNoInstance, [&] { ReadPidFile(dir / "pid", "ledgd"); });
+    EXPECT_EQ(captured.Take(), "PID file exists but ledgd not running\n");
+  }
+}
+
+TEST(ReadPidFile, PrintsAnyNameAsItIs) {
+  const TempDir dir;
+  CapturedStderr captured;
+  const Victim victim("other");
+  WritePidFile(dir / "pid", victim.Pid());
+  ExpectErrno(ESRCH, "ReadPidFile:%s{}%n: No such process (3)", [&] { ReadPidFile(dir / "pid", "%s{}%n"); });
+  EXPECT_EQ(captured.Take(), "PID file exists but %s{}%n not running\n");
+}
