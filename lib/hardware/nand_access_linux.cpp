@@ -25,6 +25,7 @@ public:
     m_write_size = info.writesize;
     m_oob_size = info.oobsize;
     m_total_size = static_cast<std::uint32_t>(std::min<std::size_t>(info.size, size));
+    BRAMBLE_ASSERT(m_erase_size != 0);
     BRAMBLE_ASSERT(m_total_size % m_erase_size == 0);
   }
 

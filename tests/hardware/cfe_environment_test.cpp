@@ -11,9 +11,9 @@
 
 #include "lib/platform/errno_exception.h"
 #include "tests/hardware/cfe_block.h"
-#include "tests/platform/throws.h"
 #include "tests/support/captured_stderr.h"
 #include "tests/support/fake_nand.h"
+#include "tests/support/throws.h"
 
 using test_hardware::EndRecord;
 using test_hardware::Record;

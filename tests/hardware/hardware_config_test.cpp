@@ -17,11 +17,11 @@
 #include "tests/hardware/device_mounts.h"
 #include "tests/hardware/failing_mutexes.h"
 #include "tests/hardware/fake_mtd.h"
-#include "tests/platform/aborts.h"
-#include "tests/platform/throws.h"
+#include "tests/support/aborts.h"
 #include "tests/support/captured_stderr.h"
 #include "tests/support/forked_child.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/throws.h"
 
 using test_hardware::DeviceMounts;
 using test_hardware::FakeMtd;

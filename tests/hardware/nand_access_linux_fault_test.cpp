@@ -14,11 +14,11 @@
 #include "lib/hardware/nand_access_linux.h"
 #include "tests/hardware/fake_mtd.h"
 #include "tests/hardware/nand_access_linux_fixture.h"
-#include "tests/platform/aborts.h"
-#include "tests/platform/child_process.h"
-#include "tests/platform/throws.h"
-#include "tests/platform/wrapped_calls.h"
+#include "tests/support/aborts.h"
+#include "tests/support/child_process.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/throws.h"
+#include "tests/support/wrapped_calls.h"
 
 using test_hardware::FakeMtd;
 using test_hardware::kBlock;
@@ -63,6 +63,14 @@ TEST(LinuxNandAccess, WantsADeviceOfWholeEraseBlocks) {
   WriteTextFile(dir / "mtd", "");
   const FakeMtd mtd({kSize + kPage, kBlock, kPage, kSpare});
   EXPECT_ASSERTION(LinuxNandAccessImpl(dir / "mtd", SIZE_MAX), "m_total_size % m_erase_size == 0",
+                   "lib/hardware/nand_access_linux.cpp", ".*LinuxNandAccess\\(.*\\)");
+}
+
+TEST(LinuxNandAccess, WantsADeviceWithEraseBlocks) {
+  const TempDir dir;
+  WriteTextFile(dir / "mtd", "");
+  const FakeMtd mtd({kSize, 0, kPage, kSpare});
+  EXPECT_ASSERTION(LinuxNandAccessImpl(dir / "mtd", SIZE_MAX), "m_erase_size != 0",
                    "lib/hardware/nand_access_linux.cpp", ".*LinuxNandAccess\\(.*\\)");
 }
 

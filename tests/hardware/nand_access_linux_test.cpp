@@ -11,7 +11,7 @@
 
 #include "tests/hardware/fake_mtd.h"
 #include "tests/hardware/nand_access_linux_fixture.h"
-#include "tests/platform/child_process.h"
+#include "tests/support/child_process.h"
 #include "tests/support/temp_dir.h"
 
 using test_hardware::Contents;

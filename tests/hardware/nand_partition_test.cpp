@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "tests/platform/throws.h"
 #include "tests/support/bound_over.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/throws.h"
 
 using test_platform::ExpectErrno;
 using test_platform::ExpectRuntimeError;

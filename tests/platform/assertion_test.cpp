@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <string>
 
-#include "tests/platform/child_process.h"
+#include "tests/support/child_process.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 

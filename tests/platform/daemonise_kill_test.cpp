@@ -11,11 +11,11 @@
 
 #include "lib/platform/daemonise.h"
 #include "tests/platform/daemonise_fixture.h"
-#include "tests/platform/throws.h"
 #include "tests/platform/victim.h"
 #include "tests/platform/wrapped_process_calls.h"
 #include "tests/support/forked_child.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/throws.h"
 
 using boost::posix_time::milliseconds;
 using bramble::Daemonise;

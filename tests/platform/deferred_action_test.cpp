@@ -19,9 +19,9 @@
 
 #include "lib/platform/monotonic_time.h"
 #include "tests/platform/bounded_wait.h"
-#include "tests/platform/child_process.h"
 #include "tests/platform/threads.h"
-#include "tests/platform/wrapped_calls.h"
+#include "tests/support/child_process.h"
+#include "tests/support/wrapped_calls.h"
 
 using bramble::AddMicroseconds;
 using bramble::DeferredAction;

@@ -10,11 +10,11 @@
 
 #include "lib/platform/pid_file.h"
 #include "tests/platform/bounded_wait.h"
-#include "tests/platform/throws.h"
 #include "tests/platform/victim.h"
 #include "tests/platform/wrapped_process_calls.h"
 #include "tests/support/captured_stderr.h"
 #include "tests/support/forked_child.h"
+#include "tests/support/throws.h"
 
 using boost::posix_time::microseconds;
 using boost::posix_time::milliseconds;

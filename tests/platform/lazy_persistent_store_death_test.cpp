@@ -11,8 +11,8 @@
 
 #include "lib/platform/errno_exception.h"
 #include "lib/platform/lazy_persistent_store.h"
-#include "tests/platform/aborts.h"
 #include "tests/platform/bounded_wait.h"
+#include "tests/support/aborts.h"
 #include "tests/support/stores.h"
 
 using test_support::RecordingStore;

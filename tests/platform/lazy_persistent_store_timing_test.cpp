@@ -12,9 +12,9 @@
 #include "lib/platform/monotonic_time.h"
 #include "tests/platform/bounded_wait.h"
 #include "tests/platform/threads.h"
-#include "tests/platform/wrapped_calls.h"
 #include "tests/support/captured_stderr.h"
 #include "tests/support/stores.h"
+#include "tests/support/wrapped_calls.h"
 
 using bramble::AddMicroseconds;
 using std::chrono::milliseconds;

@@ -9,9 +9,9 @@
 #include <thread>
 #include <vector>
 
-#include "tests/platform/aborts.h"
 #include "tests/platform/bounded_wait.h"
-#include "tests/platform/wrapped_calls.h"
+#include "tests/support/aborts.h"
+#include "tests/support/wrapped_calls.h"
 
 using bramble::MemoryTrace;
 using wrapped_calls::FakeClock;

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "tests/platform/aborts.h"
-#include "tests/platform/wrapped_calls.h"
+#include "tests/support/aborts.h"
+#include "tests/support/wrapped_calls.h"
 
 using bramble::AddMicroseconds;
 using bramble::get_monotonic_time;

@@ -8,12 +8,12 @@
 #include <csignal>
 #include <string>
 
-#include "tests/platform/child_process.h"
-#include "tests/platform/throws.h"
 #include "tests/platform/victim.h"
 #include "tests/support/captured_stderr.h"
+#include "tests/support/child_process.h"
 #include "tests/support/forked_child.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/throws.h"
 
 using bramble::ReadPidFile;
 using bramble::WritePidFile;

@@ -13,13 +13,13 @@
 #include <type_traits>
 #include <utility>
 
-#include "tests/platform/aborts.h"
-#include "tests/platform/child_process.h"
 #include "tests/platform/ruler.h"
-#include "tests/platform/throws.h"
-#include "tests/platform/wrapped_calls.h"
+#include "tests/support/aborts.h"
+#include "tests/support/child_process.h"
 #include "tests/support/forked_child.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/throws.h"
+#include "tests/support/wrapped_calls.h"
 
 using bramble::FileDescriptor;
 using bramble::Open;

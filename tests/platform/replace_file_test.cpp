@@ -9,11 +9,11 @@
 #include <string>
 
 #include "lib/platform/posix_helpers.h"
-#include "tests/platform/child_process.h"
-#include "tests/platform/throws.h"
-#include "tests/platform/wrapped_calls.h"
+#include "tests/support/child_process.h"
 #include "tests/support/forked_child.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/throws.h"
+#include "tests/support/wrapped_calls.h"
 
 namespace fs = std::filesystem;
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <type_traits>
 
-#include "tests/platform/aborts.h"
+#include "tests/support/aborts.h"
 
 // A named namespace: compilers write an unnamed one in different ways.
 namespace singleton_test {

@@ -7,9 +7,9 @@
 #include <cstdarg>
 #include <string>
 
-#include "tests/platform/aborts.h"
 #include "tests/platform/ruler.h"
-#include "tests/platform/wrapped_calls.h"
+#include "tests/support/aborts.h"
+#include "tests/support/wrapped_calls.h"
 
 using bramble::strprintf;
 using bramble::strvprintf;

@@ -10,10 +10,10 @@
 #include <string>
 
 #include "lib/platform/posix_helpers.h"
-#include "tests/platform/child_process.h"
-#include "tests/platform/wrapped_calls.h"
 #include "tests/support/captured_stderr.h"
+#include "tests/support/child_process.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wrapped_calls.h"
 
 using bramble::FileDescriptor;
 using bramble::FileTrace;

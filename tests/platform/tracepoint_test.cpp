@@ -9,7 +9,7 @@
 #include <iterator>
 #include <string>
 
-#include "tests/platform/child_process.h"
+#include "tests/support/child_process.h"
 
 namespace {
 

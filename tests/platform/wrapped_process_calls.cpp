@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "lib/platform/monotonic_time.h"
-#include "tests/platform/wrapped_calls.h"
+#include "tests/support/wrapped_calls.h"
 
 // The linker's names for the double and for the function behind it.
 extern "C" {

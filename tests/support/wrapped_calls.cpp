@@ -1,4 +1,4 @@
-#include "tests/platform/wrapped_calls.h"
+#include "tests/support/wrapped_calls.h"
 
 #include <sys/types.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "tests/platform/child_process.h"
+#include "tests/support/child_process.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <iterator>
 
-#include "tests/platform/aborts.h"
+#include "tests/support/aborts.h"
 #include "tests/support/forked_child.h"
 
 namespace test_platform {
