@@ -190,9 +190,12 @@ class Daemon:
         try:
             wait_for(lambda: self.process.poll() is not None or connection.name_has_owner(BUS_NAME),
                      "the daemon owns its name")
+            assert self.process.poll() is None, f"the daemon ended at once: {self.stderr()}"
+            # It owns the name before it has loaded the registry and enters its loop; a call waits for that.
+            connection.call_blocking(BUS_NAME, OBJECT_PATH, "org.freedesktop.DBus.Introspectable", "Introspect", "", (),
+                                     timeout=PATIENCE)
         finally:
             connection.close()
-        assert self.process.poll() is None, f"the daemon ended at once: {self.stderr()}"
 
     def client(self, **options):
         return Client(self.world.bus.connect(), **options)

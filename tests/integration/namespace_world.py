@@ -288,7 +288,8 @@ class Command:
             nsenter += [f"--user={namespaces}/user", "--preserve-credentials"]
         popen_options.setdefault("stdin", subprocess.DEVNULL)
         popen_options.setdefault("stdout", subprocess.DEVNULL)
-        popen_options.setdefault("cwd", world.path)
+        # A signal to its process group, or to a parent that it cannot see, must not reach the test.
+        popen_options.setdefault("start_new_session", True)
         with open(self.stderr_path, "wb") as stderr:
             popen_options.setdefault("stderr", stderr)
             self.process = subprocess.Popen(

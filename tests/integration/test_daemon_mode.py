@@ -93,7 +93,7 @@ def test_daemon_leads_a_session_of_its_own(machine):
 
 
 def test_daemon_works_in_the_root_directory(machine):
-    daemon = machine.start(cwd=machine.path)
+    daemon = machine.start(wrapper=("env", f"--chdir={machine.path}"))
     assert os.readlink(f"/proc/{daemon.pid}/cwd") == "/"
 
 
@@ -168,23 +168,13 @@ def test_signal_dispositions_of_a_ready_daemon(machine):
     assert int(observe.status(daemon.pid)["SigBlk"], 16) == 0
 
 
-def start_like_nohup():
-    for number in (signal.SIGHUP, signal.SIGTERM, signal.SIGINT, signal.SIGQUIT):
-        signal.signal(number, signal.SIG_IGN)
-
-
-def start_with_the_handshake_blocked():
-    signal.signal(signal.SIGUSR1, signal.SIG_IGN)
-    signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGUSR1, signal.SIGCHLD])
-
-
-def start_with_children_ignored():
-    signal.signal(signal.SIGCHLD, signal.SIG_IGN)
-
-
-@pytest.mark.parametrize("prepare", [start_like_nohup, start_with_the_handshake_blocked, start_with_children_ignored])
-def test_signal_dispositions_do_not_depend_on_the_starting_program(machine, prepare):
-    daemon = machine.start(preexec_fn=prepare)
+@pytest.mark.parametrize("options", [
+    ["--ignore-signal=HUP,TERM,INT,QUIT"],
+    ["--ignore-signal=USR1", "--block-signal=USR1,CHLD"],
+    ["--ignore-signal=CHLD"],
+], ids=["termination ignored", "hand-shake blocked", "children ignored"])
+def test_signal_dispositions_do_not_depend_on_the_starting_program(machine, options):
+    daemon = machine.start(wrapper=("env", *options))
     assert signals(daemon.pid, "SigIgn") == IGNORED
     assert signals(daemon.pid, "SigCgt") - FAULTS == TERMINATION
     assert int(observe.status(daemon.pid)["SigBlk"], 16) == 0
@@ -192,10 +182,11 @@ def test_signal_dispositions_do_not_depend_on_the_starting_program(machine, prep
     assert daemon.wait_end() == 0
 
 
-def test_signal_dispositions_while_the_hardware_is_read(machine):
+@pytest.mark.parametrize("wrapper", [(), ("env", "--ignore-signal=TERM")], ids=["none", "termination ignored"])
+def test_signal_dispositions_while_the_hardware_is_read(machine, wrapper):
     machine.lay_over_proc()
     os.mkfifo(machine.path / "proc" / "boardid")
-    starter = machine.launch()
+    starter = machine.launch(wrapper=wrapper)
     # Reading the FIFO waits for a writer.
     daemon = machine.unready_service()
     wait_for(daemon.is_detached, "the daemon is detached")

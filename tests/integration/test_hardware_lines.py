@@ -1,6 +1,7 @@
 """What a start prints about the hardware, on made-up machines without flash."""
 
 import os
+import re
 import signal
 
 import pytest
@@ -15,6 +16,8 @@ ODD_BOARD = "\n\nRevision:\nID: junk\n" + "x" * 5000 + " y\nFamily: " + "f" * 50
 
 TABLE_HEADER = "dev:    size   erasesize  name\n"
 OTHER_PARTITIONS = TABLE_HEADER + 'mtd0: 00400000 00020000 "flash0.cfe"\nmtd1: 08000000 00020000 "flash0.kernel"\n'
+LONGER_NAME = 'mtd2: 00100000 00020000 "flash0.nvram2"\n'
+OTHER_CASE = 'mtd2: 00100000 00020000 "FLASH0.NVRAM"\n'
 PARTITION = 'mtd77: 00100000 00020000 "flash0.nvram"\n'
 
 
@@ -33,8 +36,8 @@ def started(machine, *arguments, **options):
     {"mtd": ""},
     {"mtd": TABLE_HEADER},
     {"mtd": OTHER_PARTITIONS},
-    {"mtd": OTHER_PARTITIONS + 'mtd2: 00100000 00020000 "flash0.nvram2"\n'},
-    {"mtd": OTHER_PARTITIONS + 'mtd2: 00100000 00020000 "FLASH0.NVRAM"\n'},
+    {"mtd": OTHER_PARTITIONS + LONGER_NAME},
+    {"mtd": OTHER_PARTITIONS + OTHER_CASE},
     {"mtd": OTHER_PARTITIONS + PARTITION},
     {"mtd": "mtd0: junk\n" * 3000},
     {"boardid": BOARD},
@@ -64,17 +67,20 @@ def test_directories_in_place_of_the_files(machine):
 
 
 @needs_strace
-@pytest.mark.parametrize("table, opened", [
-    (None, ['"/proc/boardid"', '"/proc/mtd"']),
-    (OTHER_PARTITIONS, ['"/proc/boardid"', '"/proc/mtd"']),
-    (OTHER_PARTITIONS + PARTITION, ['"/proc/boardid"', '"/proc/mtd"', '"/dev/mtd77"']),
-], ids=["no table", "table without the partition", "table with the partition"])
-def test_files_are_looked_for_in_order(machine, table, opened):
+@pytest.mark.parametrize("table, device", [
+    (None, []),
+    (OTHER_PARTITIONS, []),
+    (OTHER_PARTITIONS + LONGER_NAME, []),
+    (OTHER_PARTITIONS + OTHER_CASE, []),
+    (OTHER_PARTITIONS + PARTITION, ['"/dev/mtd77"']),
+], ids=["no table", "table without the partition", "longer name", "other case", "table with the partition"])
+def test_files_are_looked_for_in_order(machine, table, device):
     machine.lay_over_proc(boardid=BOARD, **({} if table is None else {"mtd": table}))
     trace = observe.Strace(machine, "-e", "trace=openat")
     assert started(machine, wrapper=trace.wrapper) == MISSING_HARDWARE
     paths = [line.split(", ")[1] for line in trace.lines() if "openat(" in line]
-    assert [path for path in paths if path in ('"/proc/boardid"', '"/proc/mtd"') or "/dev/mtd" in path] == opened
+    looked_for = [path for path in paths if re.match('"(/proc/boardid|/proc/mtd|/dev/mtd.*)"', path)]
+    assert looked_for == ['"/proc/boardid"', '"/proc/mtd"', *device]
 
 
 def test_machine_is_described_in_the_kernel_log_of_a_service(machine):

@@ -112,6 +112,9 @@ def test_second_instance_gets_ready_and_waits_for_the_name(machine):
     assert set(machine.processes_named(SERVICE_NAME)) == {first.inner_pid, second.inner_pid}
     assert first.owns_the_name()
     client = machine.client()
+    waiting = client.connection.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                              "ListQueuedOwners", "s", (BUS_NAME,))
+    assert len(waiting) == 2
     client.write("net", "ip", "first")
 
     # The PID file knows the second only.
