@@ -36,13 +36,6 @@ def test_missing_bus(machine):
     assert machine.pid_file.read_text() == f"{child}\n"
 
 
-def test_end_of_the_daemon_is_noticed_when_the_starting_program_ignores_its_children(machine):
-    environment = {"DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={machine.path}/no-such-bus"}
-    command = machine.run(wrapper=("env", "--ignore-signal=CHLD"), environment=environment)
-    assert (command.status, command.take_stderr()) == (0, DIED_EARLY)
-    assert "Failed to connect to socket" in machine.take_log()
-
-
 def test_bus_that_refuses_the_name(machine):
     machine.refuse_name()
     command = machine.run()
