@@ -1,5 +1,7 @@
 #include "lib/platform/monotonic_time.h"
 
+#include <limits>
+
 #include "lib/platform/assertion.h"
 
 namespace bramble {
@@ -7,6 +9,7 @@ namespace {
 
 constexpr std::uint64_t kMicrosecondsPerSecond = 1000000;
 constexpr long kNanosecondsPerSecond = 1000000000;
+constexpr time_t kLastSecond = std::numeric_limits<time_t>::max();
 
 }  // namespace
 
@@ -17,7 +20,12 @@ timespec get_monotonic_time() {
 }
 
 timespec AddMicroseconds(timespec time, std::uint64_t microseconds) {
-  time.tv_sec += static_cast<time_t>(microseconds / kMicrosecondsPerSecond);
+  const std::uint64_t seconds = microseconds / kMicrosecondsPerSecond;
+  // A second is left for the carry. With 32-bit time the last second is 68 years after the start of the clock.
+  if (seconds >= static_cast<std::uint64_t>(kLastSecond - time.tv_sec)) {
+    return {kLastSecond, kNanosecondsPerSecond - 1};
+  }
+  time.tv_sec += static_cast<time_t>(seconds);
   time.tv_nsec += static_cast<long>(microseconds % kMicrosecondsPerSecond) * 1000;
   if (time.tv_nsec >= kNanosecondsPerSecond) {
     time.tv_nsec -= kNanosecondsPerSecond;

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -378,7 +379,7 @@ TEST(DeferredAction, ThrowsWhenNoThreadCanBeStarted) {
     // No address space has room for a stack of this size.
     pthread_attr_t attributes;
     ::pthread_attr_init(&attributes);
-    ::pthread_attr_setstacksize(&attributes, std::size_t{1} << 47);
+    ::pthread_attr_setstacksize(&attributes, std::numeric_limits<std::size_t>::max() / 4 * 3);
     ASSERT_EQ(::pthread_setattr_default_np(&attributes), 0);
     boost::recursive_mutex lock;
     try {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <limits>
 
 #include "tests/support/aborts.h"
 #include "tests/support/wrapped_calls.h"
@@ -45,7 +46,8 @@ TEST(AddMicroseconds, CarriesIntoTheSeconds) {
       {"greatest carry", {5, 999999999}, 999999, {6, 999998999}},
       {"whole second", {5, 999999999}, 1000000, {6, 999999999}},
       {"a minute", {5, 7}, 60000000, {65, 7}},
-      {"more than 32 bits", {5, 7}, 4294967296000000, {5 + 4294967296, 7}},
+      {"more microseconds than 32 bits hold", {5, 7}, 4295000000, {4300, 7}},
+      {"up to the last second", {5, 7}, 2147483641000000, {2147483646, 7}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -53,6 +55,29 @@ TEST(AddMicroseconds, CarriesIntoTheSeconds) {
     EXPECT_EQ(end.tv_sec, row.end.tv_sec);
     EXPECT_EQ(end.tv_nsec, row.end.tv_nsec);
   }
+}
+
+TEST(AddMicroseconds, StopsAtTheLastPointInTime) {
+  constexpr time_t last = std::numeric_limits<time_t>::max();
+  const struct {
+    const char* name;
+    timespec start;
+    std::uint64_t microseconds;
+    timespec end;
+  } rows[] = {
+      {"a second before the last", {last - 2, 7}, 1000000, {last - 1, 7}},
+      {"the last second, which leaves no room for a carry", {last - 1, 7}, 1000000, {last, 999999999}},
+      {"beyond", {last - 1, 999999999}, 5000000, {last, 999999999}},
+      {"from the last point", {last, 999999999}, 0, {last, 999999999}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const timespec end = AddMicroseconds(row.start, row.microseconds);
+    EXPECT_EQ(end.tv_sec, row.end.tv_sec);
+    EXPECT_EQ(end.tv_nsec, row.end.tv_nsec);
+  }
+  // 584,000 years: more than 32-bit time can hold, and well within 64-bit time.
+  EXPECT_FALSE(IsBefore(AddMicroseconds({5, 7}, std::numeric_limits<std::uint64_t>::max()), {2147483647, 0}));
 }
 
 TEST(IsBefore, ComparesSecondsFirst) {
