@@ -14,6 +14,7 @@
 #include <string>
 
 #include "tests/support/child_process.h"
+#include "tests/support/emulation.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
 
@@ -75,7 +76,7 @@ void ExpectAbort(const Entry& entry, const TempDir& dir) {
         const StdoutToFile redirect(dir / "stdout");
         entry.fail();
       },
-      testing::KilledBySignal(SIGABRT), testing::Eq(""));
+      testing::KilledBySignal(SIGABRT), test_support::PrintsExactly(""));
 }
 
 }  // namespace

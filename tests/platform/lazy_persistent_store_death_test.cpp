@@ -13,6 +13,7 @@
 #include "lib/platform/lazy_persistent_store.h"
 #include "tests/platform/bounded_wait.h"
 #include "tests/support/aborts.h"
+#include "tests/support/emulation.h"
 #include "tests/support/stores.h"
 
 using test_support::RecordingStore;
@@ -60,7 +61,7 @@ TEST(LazyStoreDeath, EndsTheProcessWhenABackgroundFlushFails) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_ASSERTION_AND_STDERR(WriteAndFailInBackground(row.fault), "false", "lib/platform/lazy_persistent_store.cpp",
-                                "void LazyPersistentStore::OnLazyFlush\\(\\)", testing::Eq(row.message));
+                                "void LazyPersistentStore::OnLazyFlush\\(\\)", test_support::PrintsExactly(row.message));
   }
 }
 

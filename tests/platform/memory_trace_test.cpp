@@ -150,7 +150,7 @@ TEST(MemoryTrace, KeepsTextsOfSeveralThreadsWhole) {
 TEST(MemoryTrace, AbortsWithoutMemoryForTheRing) {
   EXPECT_ASSERTION_AND_STDERR(
       {
-        MemoryTrace trace(SIZE_MAX / 2);
+        MemoryTrace trace(SIZE_MAX / 4 * 3);
         trace.Emit("x");
       },
       "m_start", "lib/platform/memory_trace.cpp",

@@ -16,6 +16,7 @@
 #include "lib/platform/errno_exception.h"
 #include "tests/registry/back_end_fixture.h"
 #include "tests/support/captured_stderr.h"
+#include "tests/support/emulation.h"
 #include "tests/support/forked_child.h"
 #include "tests/support/memory_use.h"
 #include "tests/support/temp_dir.h"
@@ -153,6 +154,9 @@ TEST_F(FileStoreRead, ReportsAFileThatItMayNotRead) {
 TEST_F(FileStoreRead, PassesOnOtherExceptions) {
   if (test_support::kSanitized) {
     GTEST_SKIP() << "a sanitizer ends the process when memory runs out";
+  }
+  if (test_support::kEmulated) {
+    GTEST_SKIP() << "the emulator does not limit memory";
   }
   WriteTextFile(m_path, "");
   ASSERT_EQ(::truncate(m_path.c_str(), off_t{1} << 32), 0);

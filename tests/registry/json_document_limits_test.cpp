@@ -7,6 +7,7 @@
 
 #include "registry/json_document.h"
 #include "tests/registry/back_end_fixture.h"
+#include "tests/support/emulation.h"
 #include "tests/support/forked_child.h"
 #include "tests/support/memory_use.h"
 
@@ -137,6 +138,9 @@ TEST(JsonDocumentLimits, KeepsOnlyTheBeginningOfEachOfSeveralRefusedValues) {
 TEST(JsonDocumentLimits, TakesMemoryOfASmallMultipleOfTheText) {
   if (test_support::kSanitized) {
     GTEST_SKIP() << "the sanitizer's memory would be measured too";
+  }
+  if (test_support::kEmulated) {
+    GTEST_SKIP() << "the emulator's memory would be measured too";
   }
   const struct {
     const char* name;

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <string>
 
+#include "tests/support/emulation.h"
 #include "tests/support/private_mounts.h"
 
 namespace test_platform {
@@ -29,4 +30,4 @@ std::string Quoted(const std::string& text);
   } while (false)
 
 #define EXPECT_ASSERTION(statement, expression, file, function) \
-  EXPECT_ASSERTION_AND_STDERR(statement, expression, file, function, testing::Eq(""))
+  EXPECT_ASSERTION_AND_STDERR(statement, expression, file, function, test_support::PrintsExactly(""))

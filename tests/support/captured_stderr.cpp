@@ -5,6 +5,9 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <utility>
+
+#include "tests/support/emulation.h"
 
 namespace test_support {
 
@@ -31,7 +34,7 @@ std::string CapturedStderr::Take() {
     ADD_FAILURE() << "cannot read captured standard error";
   }
   ::lseek(m_file, 0, SEEK_SET);
-  return text;
+  return OwnWords(std::move(text));
 }
 
 }  // namespace test_support
