@@ -30,25 +30,13 @@ POLL_INTERVAL = 0.002
 # Nothing outlives a test run that is killed.
 DIE_WITH_TEST = ("setpriv", "--pdeathsig", "KILL")
 
+# A bus that lets everybody do everything. A test's own lines come after it and so have the last word.
+OPEN_BUS = pathlib.Path(__file__).parents[2] / "scripts" / "private-bus.conf"
 BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
-  <type>system</type>
-  <listen>unix:path={socket}</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_type="method_call"/>
-    <allow send_type="signal"/>
-    <allow send_requested_reply="true" send_type="method_return"/>
-    <allow send_requested_reply="true" send_type="error"/>
-    <allow receive_type="method_call"/>
-    <allow receive_type="method_return"/>
-    <allow receive_type="error"/>
-    <allow receive_type="signal"/>
-  </policy>
-{limits}</busconfig>
+  <include>{base}</include>
+{lines}</busconfig>
 """
 
 # Lays the test's directories over the system's and becomes the daemon, so that its process is the one that was started.
@@ -85,19 +73,28 @@ class TemporaryTree:
 
 
 class Bus:
-    """A dbus-daemon with a configuration of its own."""
+    """A dbus-daemon with a configuration of its own: that of `base`, then `lines`."""
 
-    def __init__(self, directory, limits):
+    def __init__(self, directory, lines="", base=OPEN_BUS):
         self.socket = directory / "bus"
         self.address = f"unix:path={self.socket}"
-        configuration = directory / "bus.conf"
-        limit_lines = "".join(f'  <limit name="{name}">{value}</limit>\n' for name, value in limits.items())
-        configuration.write_text(BUS_CONFIGURATION.format(socket=self.socket, limits=limit_lines))
+        self.configuration = directory / "bus.conf"
+        self.configuration.write_text(BUS_CONFIGURATION.format(base=base, lines=lines))
         self.process = subprocess.Popen(
-            [*DIE_WITH_TEST, "dbus-daemon", f"--config-file={configuration}", "--nofork", "--nopidfile", "--print-address"],
+            [*DIE_WITH_TEST, "dbus-daemon", f"--config-file={self.configuration}", f"--address={self.address}",
+             "--nofork", "--nopidfile", "--print-address"],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
         # The address is printed when the bus listens.
         assert self.process.stdout.readline(), "dbus-daemon did not start"
+
+    def refuse_name(self):
+        """From now on nobody may own the daemon's name."""
+        lines = f'  <policy context="default"><deny own="{BUS_NAME}"/></policy>\n'
+        self.configuration.write_text(self.configuration.read_text().replace("</busconfig>", f"{lines}</busconfig>"))
+        connection = self.connect()
+        connection.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                 "ReloadConfig", "", ())
+        connection.close()
 
     def connect(self):
         return dbus.bus.BusConnection(self.address)
@@ -139,7 +136,8 @@ class World:
         self.registry.parent.mkdir(parents=True)
         (self.path / "run").mkdir()
         self.kernel_log = KernelLog(self.path / "kmsg")
-        self.bus = Bus(self.path, bus_limits or {})
+        limits = (bus_limits or {}).items()
+        self.bus = Bus(self.path, "".join(f'  <limit name="{name}">{value}</limit>\n' for name, value in limits))
         self.daemons = []
 
     def start(self, *arguments, wait=True, wrapper=(), **popen_options):

@@ -202,18 +202,6 @@ class NamespaceWorld(World):
         wait_for(lambda: connection.name_has_owner(BUS_NAME), "a daemon owns its name")
         connection.close()
 
-    def refuse_name(self):
-        """From now on the bus lets nobody own the daemon's name."""
-        configuration = self.path / "bus.conf"
-        text = configuration.read_text()
-        refusing = text.replace('<allow own="*"/>', f'<allow own="*"/><deny own="{BUS_NAME}"/>')
-        assert refusing != text
-        configuration.write_text(refusing)
-        connection = self.bus.connect()
-        connection.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                 "ReloadConfig", "", ())
-        connection.close()
-
     def exit_status(self, inner_pid):
         """Waits until an orphan has ended; returns its status as subprocess gives it."""
         output = self.namespaces.stdout

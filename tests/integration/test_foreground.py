@@ -79,15 +79,7 @@ def test_missing_bus_is_reported_and_the_status_is_0(world):
 
 
 def test_bus_that_refuses_the_name_is_reported_and_the_status_is_0(world):
-    configuration = world.path / "bus.conf"
-    text = configuration.read_text()
-    refusing = text.replace('<allow own="*"/>', f'<allow own="*"/><deny own="{BUS_NAME}"/>')
-    assert refusing != text
-    configuration.write_text(refusing)
-    connection = world.bus.connect()
-    connection.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ReloadConfig",
-                             "", ())
-    connection.close()
+    world.bus.refuse_name()
     daemon = world.start(wait=False)
     assert daemon.wait_end() == 0
     assert re.fullmatch(rf'ledgerd caught exception: [^\n]*not allowed to own the service "{BUS_NAME}"[^\n]*\n',

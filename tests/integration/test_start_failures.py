@@ -37,7 +37,7 @@ def test_missing_bus(machine):
 
 
 def test_bus_that_refuses_the_name(machine):
-    machine.refuse_name()
+    machine.bus.refuse_name()
     command = machine.run()
     assert (command.status, command.take_stderr()) == (0, DIED_EARLY)
     assert re.fullmatch(rf'ledgerd caught exception: [^\n]*not allowed to own the service "{BUS_NAME}"[^\n]*\n',
