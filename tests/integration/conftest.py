@@ -4,12 +4,13 @@ import pathlib
 
 import pytest
 
-from harness import World
+from harness import Bus, World
 from namespace_world import NamespaceWorld
 
 
 def pytest_addoption(parser):
     parser.addoption("--ledgerd", required=True, type=pathlib.Path, help="the daemon's executable")
+    parser.addoption("--packaging", type=pathlib.Path, help="the folder with the files for the system around it")
     parser.addoption("--probes", type=pathlib.Path, help="the probes of its tracepoint")
     parser.addoption("--installed-probes", type=pathlib.Path, help="where the daemon looks for its probes")
 
@@ -19,9 +20,16 @@ def pytest_configure(config):
 
 
 @pytest.fixture
-def world(request):
+def make_bus(request):
     bus_limits = request.node.get_closest_marker("bus_limits")
-    world = World(request.config.getoption("--ledgerd"), bus_limits.kwargs if bus_limits is not None else None)
+    limits = bus_limits.kwargs.items() if bus_limits is not None else ()
+    return lambda directory: Bus(
+        directory, "".join(f'  <limit name="{name}">{value}</limit>\n' for name, value in limits))
+
+
+@pytest.fixture
+def world(request, make_bus):
+    world = World(request.config.getoption("--ledgerd"), make_bus)
     yield world
     # An orderly end, so that a sanitizer's verdict at exit counts too.
     for daemon in world.daemons:

@@ -75,14 +75,14 @@ class TemporaryTree:
 class Bus:
     """A dbus-daemon with a configuration of its own: that of `base`, then `lines`."""
 
-    def __init__(self, directory, lines="", base=OPEN_BUS):
+    def __init__(self, directory, lines="", base=OPEN_BUS, wrapper=()):
         self.socket = directory / "bus"
         self.address = f"unix:path={self.socket}"
         self.configuration = directory / "bus.conf"
         self.configuration.write_text(BUS_CONFIGURATION.format(base=base, lines=lines))
         self.process = subprocess.Popen(
-            [*DIE_WITH_TEST, "dbus-daemon", f"--config-file={self.configuration}", f"--address={self.address}",
-             "--nofork", "--nopidfile", "--print-address"],
+            [*DIE_WITH_TEST, *wrapper, "dbus-daemon", f"--config-file={self.configuration}",
+             f"--address={self.address}", "--nofork", "--nosyslog", "--nopidfile", "--print-address"],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
         # The address is printed when the bus listens.
         assert self.process.stdout.readline(), "dbus-daemon did not start"
@@ -125,10 +125,10 @@ class KernelLog:
 
 
 class World:
-    """The directories that the daemon sees, and the bus, with `bus_limits` instead of its usual ones. A daemon can be
-    started in it again and again."""
+    """The directories that the daemon sees, and the bus, which `make_bus` starts in a directory. A daemon can be started
+    in it again and again."""
 
-    def __init__(self, binary, bus_limits=None):
+    def __init__(self, binary, make_bus=Bus):
         self.binary = binary
         self.tree = TemporaryTree()
         self.path = self.tree.path
@@ -136,8 +136,7 @@ class World:
         self.registry.parent.mkdir(parents=True)
         (self.path / "run").mkdir()
         self.kernel_log = KernelLog(self.path / "kmsg")
-        limits = (bus_limits or {}).items()
-        self.bus = Bus(self.path, "".join(f'  <limit name="{name}">{value}</limit>\n' for name, value in limits))
+        self.bus = make_bus(self.path)
         self.daemons = []
 
     def start(self, *arguments, wait=True, wrapper=(), **popen_options):

@@ -63,8 +63,10 @@ def pack_body(arguments):
     return signature, body
 
 
-def pack_call(serial, member, *arguments, interface=INTERFACE, path=OBJECT_PATH, destination=BUS_NAME, flags=0):
-    """The bytes of a method call; `interface` may be None."""
+def pack_call(serial, member, *arguments, interface=INTERFACE, path=OBJECT_PATH, destination=BUS_NAME, flags=0,
+              kind=METHOD_CALL, more_fields=()):
+    """The bytes of a method call, or of a message of another kind, with header fields of its own; `interface` may be
+    None."""
     signature, body = pack_body(arguments)
     fields = [(PATH_FIELD, "o", path), (MEMBER_FIELD, "s", member), (DESTINATION_FIELD, "s", destination)]
     if interface is not None:
@@ -72,9 +74,9 @@ def pack_call(serial, member, *arguments, interface=INTERFACE, path=OBJECT_PATH,
     if signature:
         fields.append((SIGNATURE_FIELD, "g", signature))
     packed = b""
-    for field in fields:
+    for field in [*fields, *more_fields]:
         packed += padding(len(packed), 8) + pack_header_field(*field)
-    fixed = FIXED_HEADER.pack(b"l" + bytes([METHOD_CALL, flags, 1]), len(body), serial, len(packed))
+    fixed = FIXED_HEADER.pack(b"l" + bytes([kind, flags, 1]), len(body), serial, len(packed))
     return fixed + packed + padding(len(packed), 8) + body
 
 
@@ -170,11 +172,12 @@ class RawClient:
     def receive(self):
         """The next message that is no signal; the bus sends those unasked."""
         while True:
-            message = self._receive_any()
+            message = self.receive_any()
             if message.kind != SIGNAL:
                 return message
 
-    def _receive_any(self):
+    def receive_any(self):
+        """The next message, of whatever kind."""
         fixed = self._take(FIXED_HEADER.size)
         start, body_length, serial, fields_length = FIXED_HEADER.unpack(fixed)
         assert start[0:1] == b"l", "the bus has answered in another byte order"
