@@ -193,30 +193,22 @@ def test_stray_messages_of_others_do_not_arrive(world, people, kind, fields):
     assert (message.kind, message.sender) == (METHOD_CALL, member.name)
 
 
-@pytest.mark.parametrize("rule", [
-    "eavesdrop='true'",
-    "eavesdrop='true',type='method_call'",
-    "eavesdrop='true',type='method_return'",
-    f"eavesdrop='true',type='method_call',destination='{BUS_NAME}'",
-    f"eavesdrop='true',sender='{BUS_NAME}'",
-    f"type='method_call',path='{OBJECT_PATH}'",
+@pytest.mark.parametrize("rule, error", [
+    ("eavesdrop='true'", ACCESS_DENIED),
+    (f"eavesdrop='true',type='method_call',destination='{BUS_NAME}'", ACCESS_DENIED),
+    (f"eavesdrop='true',sender='{BUS_NAME}'", ACCESS_DENIED),
+    (f"type='method_call',path='{OBJECT_PATH}'", None),
 ])
 @users((MEMBER, STRANGER))
-def test_others_calls_and_replies_cannot_be_overheard(served, people, user, rule):
+def test_calls_and_replies_of_others_cannot_be_overheard(served, people, user, rule, error):
     listener = people(user)
-    listener.call_bus("AddMatch", rule)
+    assert outcome(listener.call_bus("AddMatch", rule)) == error
     assert served.call("Read", "s", "k").string() == "v"
     listener.send("GetId", interface=BUS_DAEMON, path="/", destination=BUS_DAEMON)
     heard = [listener.receive_any()]
     while heard[-1].kind != METHOD_RETURN:
         heard.append(listener.receive_any())
     assert {message.sender for message in heard} == {BUS_DAEMON}
-
-
-@users((MEMBER, STRANGER))
-def test_only_root_may_monitor_the_bus(served, people, user):
-    reply = people(user).call_bus("BecomeMonitor", [], 0, interface="org.freedesktop.DBus.Monitoring")
-    assert outcome(reply) == ACCESS_DENIED
 
 
 @users((MEMBER, STRANGER))
