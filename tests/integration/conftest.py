@@ -4,6 +4,7 @@ import pathlib
 
 import pytest
 
+from booted_system import BootedSystem
 from harness import Bus, World
 from namespace_world import NamespaceWorld
 
@@ -11,6 +12,7 @@ from namespace_world import NamespaceWorld
 def pytest_addoption(parser):
     parser.addoption("--ledgerd", required=True, type=pathlib.Path, help="the daemon's executable")
     parser.addoption("--packaging", type=pathlib.Path, help="the folder with the files for the system around it")
+    parser.addoption("--unit", type=pathlib.Path, help="the unit of the service")
     parser.addoption("--probes", type=pathlib.Path, help="the probes of its tracepoint")
     parser.addoption("--installed-probes", type=pathlib.Path, help="where the daemon looks for its probes")
 
@@ -60,6 +62,14 @@ def machine(request):
     machine = NamespaceWorld(request.config.getoption("--ledgerd"))
     yield machine
     machine.finish()
+
+
+@pytest.fixture
+def system(request):
+    """A system whose service manager runs the daemon by its unit."""
+    system = BootedSystem(*map(request.config.getoption, ("--ledgerd", "--packaging", "--unit")))
+    yield system
+    system.close()
 
 
 @pytest.fixture

@@ -118,7 +118,7 @@ def whole_calls(lines):
     return whole
 
 
-def attached_strace(daemon, path, *options):
+def attached_strace(pid, path, *options):
     """Starts to log the calls of all threads of a running daemon; returns strace's process."""
-    return subprocess.Popen(["strace", "-qq", "-f", "-o", str(path), *options, "-p", str(daemon.pid)],
+    return subprocess.Popen(["strace", "-qq", "-f", "-o", str(path), *options, "-p", str(pid)],
                             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)

@@ -114,7 +114,7 @@ def test_daemon_with_replies_to_write_neither_spins_nor_stays_while_the_bus_hang
     stop_bus(world)
 
     log = world.path / "blocked"
-    tracer = observe.attached_strace(daemon, log, "-e", "trace=sendmsg,sendto,write,writev,poll")
+    tracer = observe.attached_strace(daemon.pid, log, "-e", "trace=sendmsg,sendto,write,writev,poll")
     wait_for(lambda: log.exists() and "--- stopped by SIGSTOP" in log.read_text(), "strace is attached")
     daemon.signal(signal.SIGCONT)
     wait_for(lambda: "EAGAIN" in log.read_text(), "the bus takes no more replies")

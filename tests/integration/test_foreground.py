@@ -207,7 +207,7 @@ def test_idle_daemon_makes_no_system_call(world, daemon):
         client.flush()
 
         logs = [world.path / "idle.fresh", world.path / "idle.served"]
-        tracers = [observe.attached_strace(each, log) for each, log in zip((daemon, served), logs)]
+        tracers = [observe.attached_strace(each.pid, log) for each, log in zip((daemon, served), logs)]
         for each, log in zip((daemon, served), logs):
             # Attaching interrupts the waiting calls once; each thread then shows the call that it went back to.
             wait_for(lambda: log.exists() and all(any(line.startswith(f"{thread} ") for line in lines)

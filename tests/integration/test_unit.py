@@ -1,0 +1,112 @@
+"""The daemon under the real service manager, with everything that the unit takes away from it."""
+
+import os
+import pathlib
+import re
+import signal
+import stat
+
+import pytest
+
+import observe
+from booted_system import needs_boot
+from harness import wait_for
+from observe import needs_strace
+
+pytestmark = needs_boot
+
+
+@pytest.fixture
+def client(system):
+    client = system.client()
+    yield client
+    client.close()
+
+
+def owner_and_mode(path):
+    status = path.stat()
+    return status.st_uid, status.st_gid, stat.S_IMODE(status.st_mode)
+
+
+def test_restrictions_are_in_force(system):
+    pid = system.pid()
+    fields = observe.status(pid)
+    assert {fields[name] for name in ("CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb")} == {"0" * 16}
+    assert (fields["NoNewPrivs"], fields["Seccomp"], fields["Uid"].split()) == ("1", "2", ["0"] * 4)
+    assert fields["Umask"] == "0077"
+    for namespace in ("net", "user", "mnt"):
+        assert os.readlink(f"/proc/{pid}/ns/{namespace}") != os.readlink(f"/proc/{system.init}/ns/{namespace}")
+    root = pathlib.Path(f"/proc/{pid}/root")
+    for folder in ("usr", "etc", "var", "var/lib", "run"):
+        assert os.statvfs(root / folder).f_flag & os.ST_RDONLY, folder 
+    assert not os.statvfs(root / "var/lib/plinthware").f_flag & os.ST_RDONLY
+
+
+def test_methods_work(system, client):
+    client.write("Net", "ip", "1")
+    assert client.read("net", "IP") == "1"
+    assert (client.key_exists("net", "ip"), client.section_exists("other")) == (True, False)
+    client.write_json('{"net":{"b":"2","ip":null},"gone":{"k":"v"},"more":{"k":"v"}}')
+    assert (client.section_list(), client.key_list("net")) == (["gone", "more", "net"], {"b": "2"})
+    client.delete_section("gone")
+    client.delete_key("more", "k")
+    assert client.read_all_json() == '{"more":{},"net":{"b":"2"}}'
+    client.delete_all()
+    client.write("s", "k", "v")
+    client.flush()
+    assert system.registry.read_bytes() == b"[s]\nk=v\n"
+    assert owner_and_mode(system.registry) == (0, 0, 0o600)
+    assert owner_and_mode(system.registry.parent) == (0, 0, 0o755)
+
+
+def test_stop_writes_what_is_pending_and_is_final(system, client):
+    client.write("s", "k", "v")
+    assert not system.registry.exists()
+    system.systemctl("stop", "ledgerd")
+    assert system.registry.read_bytes() == b"[s]\nk=v\n"
+    assert [system.shown(name) for name in ("ActiveState", "Result", "NRestarts")] == ["inactive", "success", "0"]
+    system.systemctl("start", "ledgerd")
+    # The call that starts it has waited for the name.
+    assert client.read("s", "k") == "v"
+
+
+@pytest.mark.parametrize("number, kept", [(signal.SIGTERM, "v"), (signal.SIGHUP, "v"), (signal.SIGKILL, "")],
+                         ids=["SIGTERM", "SIGHUP", "SIGKILL"])
+def test_daemon_that_ends_by_itself_is_started_again(system, client, number, kept):
+    client.write("s", "k", "v")
+    first = system.pid()
+    os.kill(first, number)
+    system.wait_for_another(first)
+    assert system.shown("NRestarts") == "1"
+    assert client.read("s", "k") == kept
+
+
+@needs_strace
+def test_failed_assertion_reaches_the_kernel_log_and_the_daemon_comes_back(system, client):
+    client.write("s", "k", "v")
+    first = system.pid()
+    inner_pid = observe.status(first)["NSpid"].split()[-1]
+    # A write that takes nothing, and no error: the program takes that for impossible.
+    tracer = observe.attached_strace(first, system.path / "strace", "-P", "/var/lib/plinthware/registry~~new",
+                                     "-e", "trace=write", "-e", "inject=write:retval=0")
+    try:
+        wait_for(lambda: int(observe.status(first)["TracerPid"]) == tracer.pid, "the daemon is traced")
+        assert client.error("Flush")[0] == "org.freedesktop.DBus.Error.NoReply"
+        report = (rf"<2>User space assert from process {inner_pid}: n != 0\n"
+                  r"ASSERT Executing lib/platform/posix_helpers\.cpp:\d+:[^\n]+\n")
+        assert re.search(report, system.kernel_log.read())
+        system.wait_for_another(first)
+        assert client.read("s", "k") == ""
+    finally:
+        tracer.kill()
+        tracer.wait()
+
+
+def test_name_on_the_bus_is_closed_to_strangers(system):
+    stranger = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+    call = ["busctl", "--system", "call", "com.tavimesh.Registry", "/com/tavimesh/Registry", "com.tavimesh.Registry",
+            "SectionList"]
+    assert system.run(*call) == "as 0"
+    assert system.run(*stranger, *call, check=False) == ""
+    member = ["setpriv", "--reuid=65534", "--regid=65534", "--groups=ledger"]
+    assert system.run(*member, *call) == "as 0"

@@ -1,0 +1,22 @@
+"""Where the files go."""
+
+import pathlib
+import subprocess
+
+
+def test_everything_is_installed_in_its_place(request, tmp_path):
+    option = request.config.getoption
+    subprocess.run([option("--cmake"), "--install", option("--build"), "--prefix", str(tmp_path)],
+                   stdout=subprocess.DEVNULL, check=True)
+    installed = {str(path.relative_to(tmp_path)): path.stat().st_mode & 0o777
+                 for path in tmp_path.rglob("*") if path.is_file()}
+    libraries = pathlib.Path(option("--libdir"))
+    program, data = 0o755, 0o644
+    assert installed == {
+        "sbin/ledgerd": program,
+        str(libraries / "ledgerd/ledgerd-tracepoint-probes.so"): data,
+        "share/dbus-1/system.d/com.tavimesh.Registry.conf": data,
+        "lib/systemd/system/ledgerd.service": data,
+        "lib/sysusers.d/ledgerd.conf": data,
+        "lib/tmpfiles.d/ledgerd.conf": data,
+    }
