@@ -117,6 +117,7 @@ void Dispatcher::WaitForEvents() {
                [&](const Watch* watch) { return watch->Wants(wanted); });
 
   std::vector<pollfd> descriptors;
+  descriptors.reserve(polled.size() + 1);
   for (const Watch* watch : polled) {
     descriptors.push_back({watch->descriptor(), static_cast<short>(writing ? POLLOUT : POLLIN), 0});
   }

@@ -17,7 +17,7 @@ using nlohmann::json;
 // How much of a refused value is kept for its text. A value that is larger, or nested more deeply, is refused just the
 // same, with a shorter text.
 constexpr std::size_t kRefusedElements = 1000;
-constexpr std::size_t kRefusedBytes = 64 * 1024;
+constexpr std::size_t kRefusedBytes = std::size_t{64} * 1024;
 constexpr std::size_t kRefusedDepth = 100;
 
 // Builds one refused array or object from parser events, up to the bounds above.

@@ -81,6 +81,7 @@ bool ValidatePointer(const void* pointer, std::size_t alignment, const char* ker
 // purpose: no library's assertion may bypass the kernel log.
 extern "C" {
 
+// NOLINTBEGIN(bugprone-reserved-identifier)
 [[noreturn]] void __assert_fail(const char* expression, const char* file, unsigned line,
                                 const char* function) noexcept {
   std::puts("GLIBC assert\r");
@@ -94,5 +95,6 @@ extern "C" {
 [[noreturn]] void __assert(const char* expression, const char* file, int line) noexcept {
   bramble::AssertionFailed(file, static_cast<unsigned>(line), "UNKNOWN", expression);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 }  // extern "C"

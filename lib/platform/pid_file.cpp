@@ -50,8 +50,8 @@ pid_t ReadPidFile(const std::string& path, const std::string& name) {
   if (file == nullptr) {
     throw ErrnoException(ENOENT, context);
   }
-  // A file without a number leaves 0, which is no process.
   unsigned long number = 0;
+  // A file without a number leaves 0, which is no process. NOLINTNEXTLINE(cert-err34-c)
   [[maybe_unused]] const int ignored = std::fscanf(file, "%lu", &number);
   std::fclose(file);
   const auto pid = static_cast<pid_t>(number);
