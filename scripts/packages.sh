@@ -1,4 +1,5 @@
 # Sourced by the other scripts: what the project needs from Debian 12, and how it is installed.
+# shellcheck shell=bash disable=SC2034
 
 build_packages="cmake dbus g++ libboost-dev libdbus-1-dev libdbus-c++-dev libfmt-dev liblttng-ust-dev ninja-build
                 nlohmann-json3-dev pkg-config"
