@@ -24,7 +24,7 @@ if(LEDGERD_SANITIZE)
 else()
   target_link_options(ledgerd_options INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack -Wl,--gc-sections -Wl,--as-needed)
   if(CMAKE_BUILD_TYPE MATCHES "Rel")
-    target_compile_definitions(ledgerd_options INTERFACE _FORTIFY_SOURCE=2)
+    target_compile_definitions(ledgerd_options INTERFACE _FORTIFY_SOURCE=3)
   endif()
 endif()
 
