@@ -3,7 +3,6 @@
 import os
 import pathlib
 import re
-import shutil
 import signal
 import statistics
 import subprocess
@@ -16,16 +15,13 @@ from harness import MISSING_HARDWARE, wait_for
 from namespace_world import NamespaceWorld, SERVICE_NAME, needs_one_thread
 from observe import needs_strace
 from stalled_bus import StalledBus
+from tracer import EVENT, needs_tracer
 
-EVENT = "plinthware_platform:td_event"
 # How long the tracer's library by itself waits for a session daemon that does not answer.
 TRACER_PATIENCE = 3
 # With this the daemon starts only when the session daemon has taken it up, so that nothing goes unrecorded.
 WAIT_FOR_TRACER = {"LTTNG_UST_REGISTER_TIMEOUT": "-1"}
 STARTS = 10
-
-needs_tracer = pytest.mark.skipif(
-    not all(shutil.which(tool) for tool in ("lttng-sessiond", "lttng", "babeltrace2")), reason="LTTng is missing")
 
 
 class Tracer:

@@ -12,6 +12,7 @@ import observe
 from booted_system import needs_boot
 from harness import wait_for
 from observe import needs_strace
+from tracer import EVENT, needs_tracer
 
 pytestmark = needs_boot
 
@@ -81,25 +82,49 @@ def test_daemon_that_ends_by_itself_is_started_again(system, client, number, kep
     assert client.read("s", "k") == kept
 
 
-@needs_strace
-def test_failed_assertion_reaches_the_kernel_log_and_the_daemon_comes_back(system, client):
+def fail_an_assertion(system, client):
+    """Makes the daemon abort and waits for the next one; returns what the kernel log says of it."""
     client.write("s", "k", "v")
-    first = system.pid()
-    inner_pid = observe.status(first)["NSpid"].split()[-1]
+    pid = system.pid()
+    inner_pid = observe.status(pid)["NSpid"].split()[-1]
     # A write that takes nothing, and no error: the program takes that for impossible.
-    tracer = observe.attached_strace(first, system.path / "strace", "-P", "/var/lib/plinthware/registry~~new",
+    tracer = observe.attached_strace(pid, system.path / "strace", "-P", "/var/lib/plinthware/registry~~new",
                                      "-e", "trace=write", "-e", "inject=write:retval=0")
     try:
-        wait_for(lambda: int(observe.status(first)["TracerPid"]) == tracer.pid, "the daemon is traced")
+        wait_for(lambda: int(observe.status(pid)["TracerPid"]) == tracer.pid, "the daemon is traced")
         assert client.error("Flush")[0] == "org.freedesktop.DBus.Error.NoReply"
-        report = (rf"<2>User space assert from process {inner_pid}: n != 0\n"
-                  r"ASSERT Executing lib/platform/posix_helpers\.cpp:\d+:[^\n]+\n")
-        assert re.search(report, system.kernel_log.read())
-        system.wait_for_another(first)
-        assert client.read("s", "k") == ""
+        system.wait_for_another(pid)
     finally:
         tracer.kill()
         tracer.wait()
+    return re.search(rf"<2>User space assert from process {inner_pid}: n != 0\n"
+                     r"ASSERT Executing lib/platform/posix_helpers\.cpp:(\d+):[^\n]+\n", system.kernel_log.read())
+
+
+@needs_strace
+def test_failed_assertion_reaches_the_kernel_log_and_the_daemon_comes_back(system, client):
+    assert fail_an_assertion(system, client) is not None
+    assert client.read("s", "k") == ""
+
+
+@needs_strace
+@needs_tracer
+def test_failed_assertion_reaches_the_tracer(system, client, request):
+    probes, installed = map(request.config.getoption, ("--probes", "--installed-probes"))
+    libraries = next(folder for folder in installed.parents if folder.exists())
+    layer = system.path / "probes"
+    system.run("install", "-D", str(probes), str(layer / installed.relative_to(libraries)))
+    system.run("mount", "-t", "overlay", "overlay", "-o", f"lowerdir={layer}:{libraries}", str(libraries))
+    system.run("sh", "-c", "HOME=/run lttng-sessiond --no-kernel --daemonize >/dev/null 2>&1")
+    lttng = ("env", "HOME=/run", "lttng", "--no-sessiond")
+    system.systemctl("restart", "ledgerd")
+    wait_for(lambda: EVENT in system.run(*lttng, "list", "--userspace"), "the tracer knows the daemon")
+    for command in (["create", "session", "--output=/run/trace"], ["enable-event", "--userspace", EVENT], ["start"]):
+        system.run(*lttng, *command)
+    report = fail_an_assertion(system, client)
+    system.run(*lttng, "destroy", "session")
+    event = system.run("babeltrace2", "/run/trace")
+    assert f"{EVENT}: " in event and event.endswith(f'{{ desc = "ASRT", value = {report[1]} }}')
 
 
 def test_name_on_the_bus_is_closed_to_strangers(system):

@@ -1,0 +1,10 @@
+"""What the suites of the tracepoint share."""
+
+import shutil
+
+import pytest
+
+EVENT = "plinthware_platform:td_event"
+
+needs_tracer = pytest.mark.skipif(
+    not all(shutil.which(tool) for tool in ("lttng-sessiond", "lttng", "babeltrace2")), reason="LTTng is missing")
