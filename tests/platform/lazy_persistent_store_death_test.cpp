@@ -61,7 +61,8 @@ TEST(LazyStoreDeath, EndsTheProcessWhenABackgroundFlushFails) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_ASSERTION_AND_STDERR(WriteAndFailInBackground(row.fault), "false", "lib/platform/lazy_persistent_store.cpp",
-                                "void LazyPersistentStore::OnLazyFlush\\(\\)", test_support::PrintsExactly(row.message));
+                                "void LazyPersistentStore::OnLazyFlush\\(\\)",
+                                test_support::PrintsExactly(row.message));
   }
 }
 
