@@ -102,8 +102,9 @@ class BootedSystem:
         """The first process of the namespaces, when it takes commands."""
         assert self.outside.poll() is None, "the system ended"
         children = pathlib.Path(f"/proc/{self.outside.pid}/task/{self.outside.pid}/children").read_text().split()
-        return int(children[0]) if children and pathlib.Path(
-            f"/proc/{children[0]}/root/run/systemd/private").exists() else None
+        if not children or observe.status(children[0])["Name"] != "systemd":
+            return None
+        return int(children[0]) if pathlib.Path(f"/proc/{children[0]}/root/run/systemd/private").exists() else None
 
     def run(self, *command, check=True):
         """Runs a command inside; returns what it printed."""
