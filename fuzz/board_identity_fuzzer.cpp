@@ -1,0 +1,78 @@
+// The text of "/proc/boardid" in any shape: the last value of each key counts, as the model says.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "fuzz/support/require.h"
+#include "lib/hardware/board_identity.h"
+
+namespace {
+
+constexpr char kBlanks[] = " \t\v\f\r";
+constexpr std::size_t kLongestKey = 20;
+constexpr std::size_t kLongestValue = 64;
+
+// Takes the next word of at most `longest` bytes off the line.
+std::string TakeWord(std::string& line, std::size_t longest) {
+  line.erase(0, line.find_first_not_of(kBlanks));
+  std::string word = line.substr(0, line.find_first_of(kBlanks)).substr(0, longest);
+  line.erase(0, word.size());
+  return word;
+}
+
+// The last value of each key. A line ends at its first NUL byte.
+std::map<std::string, std::string> Values(const std::string& text) {
+  std::map<std::string, std::string> values;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    std::string line = text.substr(begin, end - begin).c_str();
+    begin = end + 1;
+    const std::string key = TakeWord(line, kLongestKey);
+    const std::string value = TakeWord(line, kLongestValue);
+    if (!value.empty()) {
+      values[key] = value;
+      // Both keys mean the same field.
+      if (key == "BOLT-version:") {
+        values["CFE-version:"] = value;
+      }
+    }
+  }
+  return values;
+}
+
+// The number that a plain decimal or hexadecimal value of few digits stands for, -1 for all other values.
+long PlainNumber(const std::string& value) {
+  const bool hexadecimal = value.compare(0, 2, "0x") == 0;
+  const std::string digits = hexadecimal ? value.substr(2) : value;
+  const bool plain =
+      !digits.empty() && digits.size() <= 7 && (hexadecimal || digits[0] != '0') &&
+      digits.find_first_not_of(hexadecimal ? "0123456789abcdefABCDEF" : "0123456789") == std::string::npos;
+  return plain ? std::stol(digits, nullptr, hexadecimal ? 16 : 10) : -1;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  const BoardIdentity board = ParseBoardIdentity(text);
+  std::map<std::string, std::string> values = Values(text);
+
+  fuzz::RequireEqual(board.family, values["Family:"], "the family");
+  fuzz::RequireEqual(board.secure_id, values["Secure-ID:"], "the secure id");
+  fuzz::RequireEqual(board.bootloader_version, values["CFE-version:"], "the bootloader's version");
+  const std::string revision = values["Revision:"];
+  fuzz::Require(board.revision == (revision.empty() ? -1 : static_cast<unsigned char>(revision[0]) - 64),
+                "the revision is the letter's");
+  if (const std::string id = values["ID:"]; id.empty() || PlainNumber(id) >= 0) {
+    fuzz::Require(board.board_id == PlainNumber(id), "the board id is the number");
+  }
+  if (const long keys = PlainNumber(values["Secure-keys:"]); keys >= 0 || values["Secure-keys:"].empty()) {
+    fuzz::Require(board.secure_keys == (keys > 0), "secure keys are on for any number but 0");
+  }
+  if (const long boot = PlainNumber(values["Secure-boot:"]); boot >= 0 || values["Secure-boot:"].empty()) {
+    fuzz::Require(board.secure_boot == (boot > 0), "secure boot is on for any number but 0");
+  }
+  return 0;
+}

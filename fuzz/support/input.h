@@ -1,0 +1,66 @@
+// A fuzzer's bytes as fields, one a line, so that a seed can be written with an editor.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace fuzz {
+
+class Input {
+public:
+  Input(const std::uint8_t* data, std::size_t size) : m_rest(reinterpret_cast<const char*>(data), size) {}
+
+  bool AtEnd() const { return m_rest.empty(); }
+
+  /// The bytes up to the next line feed or the end. A backslash stands for the byte behind it, which may be a line
+  /// feed.
+  std::string TakeField() {
+    std::string field;
+    while (!AtEnd()) {
+      char byte = TakeByte();
+      if (byte == '\n') {
+        break;
+      }
+      if (byte == '\\' && !AtEnd()) {
+        byte = TakeByte();
+      }
+      field += byte;
+    }
+    return field;
+  }
+
+  /// A field that is a decimal number; what is none counts as 0, what is too great as `greatest`.
+  std::size_t TakeNumber(std::size_t greatest) {
+    std::size_t number = 0;
+    for (const char byte : TakeField()) {
+      if (byte < '0' || byte > '9') {
+        return number;
+      }
+      number = number * 10 + static_cast<std::size_t>(byte - '0');
+      if (number >= greatest) {
+        return greatest;
+      }
+    }
+    return number;
+  }
+
+  /// All that is left, as it is.
+  std::string TakeRest() {
+    const std::string rest(m_rest);
+    m_rest = {};
+    return rest;
+  }
+
+private:
+  char TakeByte() {
+    const char byte = m_rest.front();
+    m_rest.remove_prefix(1);
+    return byte;
+  }
+
+  std::string_view m_rest;
+};
+
+}  // namespace fuzz
