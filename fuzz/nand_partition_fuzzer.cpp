@@ -1,4 +1,5 @@
 // The kernel's table of NAND partitions. A line with the wanted name, then the table.
+#include <algorithm>
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +15,11 @@
 namespace {
 
 bool IsHexadecimal(const std::string& word) {
-  return !word.empty() && word.size() <= 8 && word.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+  return !word.empty() && word.size() <= 16 && word.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+}
+
+std::uint32_t Number(const std::string& word) {
+  return static_cast<std::uint32_t>(std::min(std::stoull(word, nullptr, 16), 0xFFFFFFFFULL));
 }
 
 std::vector<std::string> Words(const std::string& text) {
@@ -56,8 +61,7 @@ std::optional<std::optional<NandPartition>> Model(const std::string& table, cons
       if (device[device.size() - 1] == ':') {
         device.erase(device.size() - 1);
       }
-      return NandPartition{"/dev/" + device, static_cast<std::uint32_t>(std::stoul(words[i + 1], nullptr, 16)),
-                           static_cast<std::uint32_t>(std::stoul(words[i + 2], nullptr, 16)), wanted};
+      return NandPartition{"/dev/" + device, Number(words[i + 1]), Number(words[i + 2]), wanted};
     }
   }
   return std::optional<NandPartition>();

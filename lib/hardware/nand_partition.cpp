@@ -1,5 +1,7 @@
 #include "lib/hardware/nand_partition.h"
 
+#include <istream>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 
@@ -17,6 +19,14 @@ void DropQuotes(std::string& name) {
   }
 }
 
+// A size of more than 32 bits is read as the greatest one: such a device must not hide those that follow it.
+bool ReadSize(std::istream& words, std::uint32_t& size) {
+  if (!(words >> std::hex >> size) && size == std::numeric_limits<std::uint32_t>::max()) {
+    words.clear(words.rdstate() & ~std::ios::failbit);
+  }
+  return !words.fail();
+}
+
 }  // namespace
 
 NandPartition ParseNandPartition(const std::string& table, const std::string& name) {
@@ -26,7 +36,8 @@ NandPartition ParseNandPartition(const std::string& table, const std::string& na
 
   NandPartition partition;
   std::string device;
-  while (words >> device >> std::hex >> partition.size >> partition.erase_size >> partition.name) {
+  while (words >> device && ReadSize(words, partition.size) && ReadSize(words, partition.erase_size) &&
+         words >> partition.name) {
     DropQuotes(partition.name);
     if (partition.name == name) {
       if (device.back() == ':') {

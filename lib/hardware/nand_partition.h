@@ -6,8 +6,8 @@
 
 struct NandPartition {
   std::string path;          // of the character device
-  std::uint32_t size;        // bytes
-  std::uint32_t erase_size;  // bytes
+  std::uint32_t size;        // bytes; the greatest number for one that does not fit
+  std::uint32_t erase_size;  // bytes, likewise
   std::string name;
 };
 

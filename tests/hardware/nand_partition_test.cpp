@@ -111,6 +111,19 @@ TEST(NandPartition, HasHexadecimalSizes) {
   EXPECT_EQ(partition.erase_size, 16U);
 }
 
+TEST(NandPartition, IsFoundBehindOneOfMoreThan32Bits) {
+  const std::string table =
+      kHeader + "mtd0: 123456789 100000000 \"a\"\nmtd1: fffffffffffffffff 8 \"b\"\nmtd2: 10 8 \"c\"\n";
+  const NandPartition large = ParseNandPartition(table, "a");
+  EXPECT_EQ(large.size, 0xFFFFFFFF);
+  EXPECT_EQ(large.erase_size, 0xFFFFFFFF);
+  const NandPartition behind = ParseNandPartition(table, "c");
+  EXPECT_EQ(behind.size, 16U);
+  EXPECT_EQ(behind.erase_size, 8U);
+  ExpectNotFound(kHeader + "mtd0: 10 fffffffff", "");
+  ExpectNotFound(kHeader + "mtd0: 10 ", "");
+}
+
 TEST(NandPartition, IsTheFirstOfSeveralWithTheName) {
   EXPECT_EQ(ParseNandPartition(kHeader + "mtd3: 10 8 \"a\"\nmtd4: 20 8 \"a\"\n", "a").path, "/dev/mtd3");
 }
