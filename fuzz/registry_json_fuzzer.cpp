@@ -1,0 +1,58 @@
+// The import of any JSON text, compared with the model, and the export behind it. A line with the store's capacity, one
+// with the text that it holds at first, then the JSON text.
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "fuzz/support/input.h"
+#include "fuzz/support/registry_model.h"
+#include "fuzz/support/registry_operations.h"
+#include "fuzz/support/require.h"
+#include "registry/registry_back_end.h"
+#include "tests/support/stores.h"
+
+namespace {
+
+constexpr std::size_t kGreatestCapacity = 16383;
+
+// Whether an import into an empty registry brings the same table about: it makes no empty section.
+bool CanBeImported(const RegistrySections& sections) {
+  fuzz::RegistryModel folding("", kGreatestCapacity);
+  for (const auto& [section, keys] : sections) {
+    if (keys.empty()) {
+      return false;
+    }
+    for (const auto& [key, value] : keys) {
+      if (fuzz::Outcome(folding, {"Write", {section, key, value}}) != "returns done") {
+        return false;
+      }
+    }
+  }
+  // Capitals come from a stored text only.
+  return folding.Sections() == sections;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, size);
+  const std::size_t capacity = input.TakeNumber(kGreatestCapacity);
+  const std::string stored_text = input.TakeField();
+  const fuzz::Operation import{"WriteJson", {input.TakeRest()}};
+  const auto store = std::make_shared<test_support::RecordingStore>(stored_text, static_cast<std::uint32_t>(capacity));
+  fuzz::RegistryModel model(stored_text, capacity);
+  RegistryBackEnd back_end(store);
+
+  fuzz::RequireEqual(fuzz::Outcome(back_end, import), fuzz::Outcome(model, import), "the import");
+  fuzz::RequireEqual(fuzz::Contents(back_end), fuzz::Contents(model), "the contents after the import");
+  fuzz::RequireEqual(store->Text(), model.StoredText(), "the text in the store");
+
+  const std::string json = fuzz::Outcome(model, {"ReadAllJson", {}});
+  if (json.rfind("returns ", 0) == 0 && CanBeImported(model.Sections())) {
+    RegistryBackEnd copy(std::make_shared<test_support::RecordingStore>());
+    copy.WriteJson(back_end.ReadAllJson());
+    fuzz::RequireEqual(fuzz::Contents(copy), fuzz::Contents(back_end), "the contents after an export and an import");
+  }
+  return 0;
+}

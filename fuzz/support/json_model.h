@@ -1,0 +1,28 @@
+// JSON, read and written as plainly as possible, for texts so short that recursion does not matter.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "registry/registry_format.h"
+
+namespace fuzz {
+
+struct JsonValue {
+  enum class Kind { Null, String, Object, Other };
+
+  Kind kind = Kind::Other;
+  std::string text;                          // of a string
+  std::map<std::string, JsonValue> members;  // of an object; the last of several of one name
+};
+
+/// Nothing if the text is not JSON. A NUL byte between two tokens ends the text, as the JSON library has it.
+std::optional<JsonValue> ModelParseJson(const std::string& text);
+
+bool ModelIsUtf8(const std::string& text);
+
+/// Nothing if a name or a value is not UTF-8.
+std::optional<std::string> ModelPrintJson(const RegistrySections& sections);
+
+}  // namespace fuzz
