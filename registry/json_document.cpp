@@ -4,8 +4,10 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <utility>
+#include <vector>
 
 #include "lib/platform/escape.h"
 #include "lib/platform/string_operations.h"
@@ -20,29 +22,40 @@ constexpr std::size_t kRefusedElements = 1000;
 constexpr std::size_t kRefusedBytes = std::size_t{64} * 1024;
 constexpr std::size_t kRefusedDepth = 100;
 
-// Builds one refused array or object from parser events, up to the bounds above.
+// The library's values are used for scalars only: those of arrays and objects allocate when they are destroyed, which
+// ends the process when there is no memory.
+
+// Throws json::type_error if the text is not UTF-8.
+std::string Quoted(const std::string& text) {
+  // The library makes a whole printer for each value, and most strings need none.
+  const bool is_plain =
+      std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c <= 0x7E && c != '"' && c != '\\'; });
+  return is_plain ? '"' + text + '"' : json(text).dump();
+}
+
+// The compact text of one refused array or object, made from parser events, up to the bounds above.
 class RefusedValue {
 public:
   bool IsOpen() const { return m_depth != 0; }
 
   void Key(const std::string& name) { m_key = name; }
 
-  void Add(json value) {
-    if (Fits(value)) {
-      Insert(std::move(value));
+  void Add(const json& scalar) {
+    if (Fits(scalar.is_string() ? scalar.get_ref<const std::string&>().size() : 0)) {
+      Insert(m_key, scalar.dump());
     }
   }
 
-  void Start(json container) {
+  void Start(bool is_object) {
     if (m_depth == 0) {
-      m_root = std::move(container);
-      m_open.assign(1, &m_root);
       m_elements = 0;
       m_bytes = 0;
-    } else if (m_skipped_depth != 0 || m_open.size() == kRefusedDepth || !Fits(container)) {
+      m_open.clear();
+      m_open.push_back({is_object, {}, {}, {}});
+    } else if (m_skipped_depth != 0 || m_open.size() == kRefusedDepth || !Fits(0)) {
       ++m_skipped_depth;
     } else {
-      m_open.push_back(Insert(std::move(container)));
+      m_open.push_back({is_object, m_key, {}, {}});
     }
     ++m_depth;
   }
@@ -51,36 +64,61 @@ public:
     if (m_skipped_depth != 0) {
       --m_skipped_depth;
     } else {
+      const Container closed = std::move(m_open.back());
       m_open.pop_back();
+      if (m_open.empty()) {
+        m_text = TextOf(closed);
+      } else {
+        Insert(closed.key, TextOf(closed));
+      }
     }
     --m_depth;
   }
 
-  std::string Text() const { return m_root.dump(); }
+  // The text of the value that was closed last.
+  const std::string& Text() const { return m_text; }
 
 private:
-  bool Fits(const json& value) {
+  struct Container {
+    bool is_object;
+    std::string key;                             // its own name, if it is an object's member
+    std::map<std::string, std::string> members;  // of an object: name to text
+    std::string elements;                        // of an array: the texts, with commas between them
+  };
+
+  static std::string TextOf(const Container& container) {
+    if (!container.is_object) {
+      return '[' + container.elements + ']';
+    }
+    std::string text = "{";
+    for (const auto& [name, value] : container.members) {
+      text += text.size() == 1 ? "" : ",";
+      text += Quoted(name) + ':' + value;
+    }
+    return text + '}';
+  }
+
+  bool Fits(std::size_t bytes) {
     if (m_skipped_depth != 0 || ++m_elements > kRefusedElements) {
       return false;
     }
-    m_bytes += m_open.back()->is_object() ? m_key.size() : 0;
-    m_bytes += value.is_string() ? value.get_ref<const std::string&>().size() : 0;
+    m_bytes += bytes + (m_open.back().is_object ? m_key.size() : 0);
     return m_bytes <= kRefusedBytes;
   }
 
-  json* Insert(json value) {
-    json& parent = *m_open.back();
-    if (parent.is_array()) {
-      parent.push_back(std::move(value));
-      return &parent.back();
+  void Insert(const std::string& key, const std::string& text) {
+    Container& parent = m_open.back();
+    if (parent.is_object) {
+      parent.members[key] = text;
+    } else {
+      parent.elements += parent.elements.empty() ? text : ',' + text;
     }
-    return &(parent[m_key] = std::move(value));
   }
 
-  json m_root;
-  std::vector<json*> m_open;  // the containers that are open, outermost first
-  std::string m_key;          // the name of the next member
-  std::size_t m_depth = 0;    // all open containers, skipped ones too
+  std::vector<Container> m_open;  // outermost first
+  std::string m_key;              // the name of the next member
+  std::string m_text;
+  std::size_t m_depth = 0;  // all open containers, skipped ones too
   std::size_t m_skipped_depth = 0;
   std::size_t m_elements = 0;
   std::size_t m_bytes = 0;
@@ -203,7 +241,7 @@ public:
 
   bool start_object(std::size_t) {
     if (m_refused.IsOpen() || m_level == Level::Key) {
-      m_refused.Start(json::object());
+      m_refused.Start(true);
     } else if (m_level == Level::Section) {
       const auto first_key = static_cast<std::uint32_t>(m_document.m_keys.size());
       m_document.m_sections.push_back({{m_section_name, Slice(), Kind::Accepted}, first_key, 0});
@@ -216,7 +254,7 @@ public:
   }
 
   bool start_array(std::size_t) {
-    m_refused.Start(json::array());
+    m_refused.Start(false);
     return true;
   }
 
@@ -251,9 +289,9 @@ private:
 
   static constexpr int kNumberOverflow = 406;
 
-  bool Scalar(json value, Kind kind) {
+  bool Scalar(const json& value, Kind kind) {
     if (m_refused.IsOpen()) {
-      m_refused.Add(std::move(value));
+      m_refused.Add(value);
     } else if (m_level != Level::Top) {
       AddMember(kind, kind == Kind::Null ? std::string() : value.dump());
     }
@@ -363,7 +401,18 @@ JsonDocument::Member JsonDocument::KeyAt(const Section& section, std::size_t ind
 
 std::string PrintJson(const RegistrySections& sections) {
   try {
-    return json(sections).dump();
+    std::string text = "{";
+    for (const auto& [name, keys] : sections) {
+      text += text.size() == 1 ? "" : ",";
+      text += Quoted(name) + ":{";
+      const char* separator = "";
+      for (const auto& [key, value] : keys) {
+        text += separator + Quoted(key) + ':' + Quoted(value);
+        separator = ",";
+      }
+      text += '}';
+    }
+    return text + '}';
   } catch (const json::type_error&) {
     ThrowNotUtf8(sections);
   }

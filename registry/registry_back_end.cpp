@@ -23,8 +23,9 @@ RegistryBackEnd::~RegistryBackEnd() = default;
 
 std::string RegistryBackEnd::Read(const std::string& section, const std::string& key) {
   const Guard guard(m_lock);
-  const auto found = m_sections.find(NormaliseName(section));
-  if (found == m_sections.end()) {
+  const RegistrySections& sections = Sections();
+  const auto found = sections.find(NormaliseName(section));
+  if (found == sections.end()) {
     return std::string();
   }
   const auto value = found->second.find(NormaliseName(key));
@@ -33,55 +34,65 @@ std::string RegistryBackEnd::Read(const std::string& section, const std::string&
 
 void RegistryBackEnd::Write(const std::string& section, const std::string& key, const std::string& value) {
   const Guard guard(m_lock);
-  // The section comes before the check of the key; Registry says what that leaves behind.
-  RegistrySection& keys = m_sections[NormaliseName(section)];
-  keys[NormaliseName(key)] = value;
+  try {
+    // The section comes before the check of the key; Registry says what that leaves behind.
+    RegistrySection& keys = Sections()[NormaliseName(section)];
+    keys[NormaliseName(key)] = value;
+  } catch (const InvalidName&) {
+    throw;
+  } catch (...) {
+    RollBack();
+    throw;
+  }
   Save();
 }
 
 bool RegistryBackEnd::KeyExists(const std::string& section, const std::string& key) {
   const Guard guard(m_lock);
-  const auto found = m_sections.find(NormaliseName(section));
-  return found != m_sections.end() && found->second.count(NormaliseName(key)) != 0;
+  const RegistrySections& sections = Sections();
+  const auto found = sections.find(NormaliseName(section));
+  return found != sections.end() && found->second.count(NormaliseName(key)) != 0;
 }
 
 bool RegistryBackEnd::SectionExists(const std::string& section) {
   const Guard guard(m_lock);
-  return m_sections.count(NormaliseName(section)) != 0;
+  return Sections().count(NormaliseName(section)) != 0;
 }
 
 void RegistryBackEnd::DeleteKey(const std::string& section, const std::string& key) {
   const Guard guard(m_lock);
-  const auto found = m_sections.find(NormaliseName(section));
-  if (found != m_sections.end() && found->second.erase(NormaliseName(key)) != 0) {
+  RegistrySections& sections = Sections();
+  const auto found = sections.find(NormaliseName(section));
+  if (found != sections.end() && found->second.erase(NormaliseName(key)) != 0) {
     Save();
   }
 }
 
 void RegistryBackEnd::DeleteSection(const std::string& section) {
   const Guard guard(m_lock);
-  if (m_sections.erase(NormaliseName(section)) != 0) {
+  if (Sections().erase(NormaliseName(section)) != 0) {
     Save();
   }
 }
 
 void RegistryBackEnd::DeleteAll() {
   const Guard guard(m_lock);
-  m_sections.clear();
+  Sections().clear();
   Save();
 }
 
 void RegistryBackEnd::SectionList(const SectionCallback& callback) {
   const Guard guard(m_lock);
-  for (const auto& section : m_sections) {
+  for (const auto& section : Sections()) {
     callback(section.first);
   }
 }
 
 void RegistryBackEnd::KeyList(const std::string& section, const KeyCallback& callback) {
   const Guard guard(m_lock);
-  const auto found = m_sections.find(NormaliseName(section));
-  if (found == m_sections.end()) {
+  const RegistrySections& sections = Sections();
+  const auto found = sections.find(NormaliseName(section));
+  if (found == sections.end()) {
     return;
   }
   for (const auto& [key, value] : found->second) {
@@ -91,8 +102,9 @@ void RegistryBackEnd::KeyList(const std::string& section, const KeyCallback& cal
 
 RegistrySection RegistryBackEnd::KeyList(const std::string& section) {
   const Guard guard(m_lock);
-  const auto found = m_sections.find(NormaliseName(section));
-  return found == m_sections.end() ? RegistrySection() : found->second;
+  const RegistrySections& sections = Sections();
+  const auto found = sections.find(NormaliseName(section));
+  return found == sections.end() ? RegistrySection() : found->second;
 }
 
 void RegistryBackEnd::Flush() { m_store->Flush(); }
@@ -111,20 +123,38 @@ std::string RegistryBackEnd::NormaliseName(const std::string& name) {
   return folded;
 }
 
+RegistrySections& RegistryBackEnd::Sections() {
+  if (m_must_reload) {
+    Load();
+  }
+  return m_sections;
+}
+
 void RegistryBackEnd::Load() {
   const Guard guard(m_lock);
   m_sections = ParseRegistry(m_store->Read());
+  m_must_reload = false;
 }
 
 void RegistryBackEnd::Save() {
   const Guard guard(m_lock);
   try {
-    m_store->Write(SerialiseRegistry(m_sections));
+    m_store->Write(SerialiseRegistry(Sections()));
   } catch (const PersistentStore::Full&) {
-    Load();
+    RollBack();
     throw Full();
   } catch (...) {
-    Load();
+    RollBack();
     throw;
+  }
+}
+
+// Short of memory, the reload can fail as well; the next operation then makes up for it before it looks at the table.
+void RegistryBackEnd::RollBack() noexcept {
+  const Guard guard(m_lock);
+  try {
+    Load();
+  } catch (...) {
+    m_must_reload = true;
   }
 }

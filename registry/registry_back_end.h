@@ -14,8 +14,8 @@ class PersistentStore;
 
 /// Every operation but Flush and WriteJson's merge takes the registry's recursive lock for its whole duration; the lazy
 /// store's lock is taken inside it. The capacity rule: a change is made in memory, the whole text is measured, and a
-/// text longer than the store's capacity is refused by loading the last accepted text again. A change that the store
-/// refuses for another reason is undone the same way and the store's exception passes on.
+/// text longer than the store's capacity is refused by loading the last accepted text again. A change that fails for
+/// another reason, be it the store's or a lack of memory, is undone the same way and the exception passes on.
 class RegistryBackEnd : public Registry {
 public:
   /// Loads the registry from `store`, which is shared and from now on written 60 s after the first unwritten change.
@@ -50,8 +50,13 @@ private:
   static std::string NormaliseName(const std::string& name);
   static void ValidateJson(const JsonDocument& document);
 
+  // The table that every operation works on. Throws std::bad_alloc if a failed change is still to be undone and there
+  // is not the memory to do it.
+  RegistrySections& Sections();
+
   void Load();
   void Save();
+  void RollBack() noexcept;
   void ImportJson(const std::string& registry);
   void MergeJson(const JsonDocument& document);
   std::size_t MergeJsonSection(const JsonDocument& document, const JsonDocument::Section& section,
@@ -60,4 +65,5 @@ private:
   boost::recursive_mutex m_lock;
   const std::shared_ptr<LazyPersistentStore> m_store;
   RegistrySections m_sections;  // guarded by m_lock
+  bool m_must_reload = false;   // guarded by m_lock; m_sections holds a change that failed
 };
