@@ -1,0 +1,26 @@
+// The bytes of one D-Bus message, as far as libdbus takes them for one, to the served registry.
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "dbus/registry_server.h"
+#include "fuzz/support/bus_model.h"
+#include "fuzz/support/require.h"
+#include "tests/support/stores.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const fuzz::Message read(
+      dbus_message_demarshal(reinterpret_cast<const char*>(data), static_cast<int>(size), nullptr));
+  if (read == nullptr || dbus_message_contains_unix_fds(read.get())) {
+    return 0;
+  }
+  // A copy gets a serial number of its own when it is sent.
+  const fuzz::Message message(dbus_message_copy(read.get()));
+  const std::string stored_text = "[net]\nip=10.0.0.1\n[s]\nk=v\n";
+  fuzz::PeerBus& bus = fuzz::PeerBus::Instance();
+  RegistryServer server(bus.ServedEnd(), std::make_shared<test_support::RecordingStore>(stored_text));
+  fuzz::RegistryModel model(stored_text, 16383);
+  fuzz::RequireAnswered(bus, model, *message);
+  return 0;
+}

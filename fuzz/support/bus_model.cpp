@@ -1,0 +1,205 @@
+#include "fuzz/support/bus_model.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "fuzz/support/json_model.h"
+#include "fuzz/support/registry_operations.h"
+#include "fuzz/support/require.h"
+
+namespace fuzz {
+namespace {
+
+constexpr char kObjectPath[] = "/com/tavimesh/Registry";
+constexpr char kInterface[] = "com.tavimesh.Registry";
+constexpr char kErrors[] = "com.tavimesh.Registry.Errors.";
+constexpr std::size_t kLongestErrorText = 4000;
+
+// The library has the last word on whom it does not know.
+constexpr char kUnknown[] = "error org.freedesktop.DBus.Error.Unknown";
+
+struct Method {
+  const char* name;
+  std::size_t arguments;
+};
+const Method kMethods[] = {{"Read", 2},        {"Write", 3},   {"DeleteKey", 2},   {"DeleteSection", 1},
+                           {"DeleteAll", 0},   {"Flush", 0},   {"KeyExists", 2},   {"SectionExists", 1},
+                           {"SectionList", 0}, {"KeyList", 1}, {"ReadAllJson", 0}, {"WriteJson", 1}};
+
+bool BeginsWith(const std::string& text, const std::string& beginning) { return text.rfind(beginning, 0) == 0; }
+
+// The strings of a reply, in their order, each with a line feed: what Outcome makes of results, too.
+std::string Values(DBusMessageIter* iterator) {
+  std::string values;
+  for (int type; (type = dbus_message_iter_get_arg_type(iterator)) != DBUS_TYPE_INVALID;
+       dbus_message_iter_next(iterator)) {
+    DBusMessageIter contents;
+    DBusBasicValue value;
+    if (type == DBUS_TYPE_ARRAY || type == DBUS_TYPE_DICT_ENTRY) {
+      dbus_message_iter_recurse(iterator, &contents);
+      values += Values(&contents);
+    } else if (type == DBUS_TYPE_BOOLEAN) {
+      dbus_message_iter_get_basic(iterator, &value);
+      values += value.bool_val ? "true" : "false";
+    } else {
+      dbus_message_iter_get_basic(iterator, &value);
+      values += value.str;
+      values += '\n';
+    }
+  }
+  return values;
+}
+
+std::string Described(DBusMessage& reply) {
+  DBusMessageIter iterator;
+  dbus_message_iter_init(&reply, &iterator);
+  if (dbus_message_get_type(&reply) == DBUS_MESSAGE_TYPE_ERROR) {
+    const std::string text = Values(&iterator);
+    Require(text.size() <= kLongestErrorText + 1, "the text of an error is short");
+    Require(std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; }), "the text is ASCII");
+    return std::string("error ") + dbus_message_get_error_name(&reply) + " " + text;
+  }
+  return std::string("returns ") + dbus_message_get_signature(&reply) + " " + Values(&iterator);
+}
+
+bool CanBeCarried(const std::string& text) { return text.find('\0') == std::string::npos && ModelIsUtf8(text); }
+
+std::string Carried(const char* signature, const std::vector<std::string>& values) {
+  std::string reply = std::string("returns ") + signature + " ";
+  for (const std::string& value : values) {
+    if (!CanBeCarried(value)) {
+      return std::string("error ") + kErrors + "Exception D-Bus cannot carry the ";
+    }
+    reply += value + '\n';
+  }
+  return reply;
+}
+
+std::string CarriedResult(RegistryModel& model, const Operation& operation, const std::string& result) {
+  const std::string& name = operation.name;
+  std::vector<std::string> values;
+  if (name == "Read" || name == "ReadAllJson") {
+    return Carried("s", {result});
+  }
+  if (name == "SectionList") {
+    model.SectionList([&](const std::string& section) { values.push_back(section); });
+    return Carried("as", values);
+  }
+  if (name == "KeyList") {
+    model.KeyList(operation.arguments[0], [&](const std::string& key, const std::string& value) {
+      values.push_back(key);
+      values.push_back(value);
+    });
+    return Carried("a{ss}", values);
+  }
+  return name == "KeyExists" || name == "SectionExists" ? "returns b " + result : "returns  ";
+}
+
+// What a caller of the registry's method sees; the beginning of it for an error whose text varies.
+std::string ExpectedOf(RegistryModel& model, const Operation& operation) {
+  const std::string returns = "returns ";
+  const std::string outcome = Outcome(model, operation);
+  const std::string error = std::string("error ") + kErrors;
+  if (BeginsWith(outcome, returns)) {
+    return CarriedResult(model, operation, outcome.substr(returns.size()));
+  }
+  if (BeginsWith(outcome, "throws InvalidName")) {
+    return error + "InvalidName Invalid Name\n";
+  }
+  if (outcome == "throws InvalidJson") {
+    return error + "InvalidJson Invalid Json\n";
+  }
+  if (outcome == "throws Full") {
+    return error + "Full Full\n";
+  }
+  return error + "Exception " + outcome.substr(std::strlen("throws "));
+}
+
+// The call's leading string arguments.
+std::vector<std::string> Strings(DBusMessage& call) {
+  std::vector<std::string> strings;
+  DBusMessageIter iterator;
+  dbus_message_iter_init(&call, &iterator);
+  for (; dbus_message_iter_get_arg_type(&iterator) == DBUS_TYPE_STRING; dbus_message_iter_next(&iterator)) {
+    const char* text = nullptr;
+    dbus_message_iter_get_basic(&iterator, &text);
+    strings.emplace_back(text);
+  }
+  return strings;
+}
+
+// What a call to the registry's object that wants a reply is answered with, or the beginning of it.
+std::string Expected(RegistryModel& model, DBusMessage& call) {
+  const char* const interface = dbus_message_get_interface(&call);
+  const std::string member = dbus_message_get_member(&call);
+  const auto has_interface = [&](const char* name) {
+    return interface == nullptr || std::strcmp(interface, name) == 0;
+  };
+  if (has_interface(kInterface)) {
+    const Method* const method =
+        std::find_if(std::begin(kMethods), std::end(kMethods), [&](const Method& each) { return member == each.name; });
+    if (method != std::end(kMethods)) {
+      Operation operation{member, Strings(call)};
+      if (operation.arguments.size() < method->arguments) {
+        return std::string("error ") + DBUS_ERROR_INVALID_ARGS;
+      }
+      return ExpectedOf(model, operation);
+    }
+  }
+  if (has_interface(DBUS_INTERFACE_INTROSPECTABLE) && member == "Introspect") {
+    return "returns s <!DOCTYPE node";
+  }
+  return kUnknown;
+}
+
+}  // namespace
+
+void RequireReplies(RegistryModel& model, DBusMessage& message, const std::vector<Message>& replies) {
+  for (const Message& reply : replies) {
+    Require(dbus_message_get_reply_serial(reply.get()) == dbus_message_get_serial(&message), "a reply is to the call");
+  }
+  // What libdbus answers by itself: all to the connection's own interface, calls to objects that do not exist.
+  const bool is_call = dbus_message_get_type(&message) == DBUS_MESSAGE_TYPE_METHOD_CALL;
+  if (dbus_message_has_interface(&message, DBUS_INTERFACE_PEER) ||
+      (is_call && !dbus_message_has_path(&message, kObjectPath))) {
+    Require(replies.size() <= 1, "a message has one reply at most");
+    return;
+  }
+  if (!is_call) {
+    RequireEqual(replies.empty() ? "" : Described(*replies.front()), "", "the answer to what is no call");
+    return;
+  }
+  const std::string expected = Expected(model, message);
+  if (dbus_message_get_no_reply(&message)) {
+    RequireEqual(replies.empty() ? "" : Described(*replies.front()), "", "the answer to a call that wants none");
+    return;
+  }
+  Require(replies.size() == 1, "a call gets one reply");
+  const std::string reply = Described(*replies.front());
+  const bool is_whole =
+      BeginsWith(expected, "returns ") ? !BeginsWith(expected, "returns s <!DOCTYPE node") : expected.back() == '\n';
+  RequireEqual(is_whole ? reply : reply.substr(0, expected.size()), expected, dbus_message_get_member(&message));
+}
+
+void RequireAnswered(PeerBus& bus, RegistryModel& model, DBusMessage& message) {
+  RequireReplies(model, message, bus.Exchange(message));
+  const auto look = [&](const char* member, const std::string* section) {
+    const Message call(dbus_message_new_method_call(kInterface, kObjectPath, kInterface, member));
+    if (section != nullptr) {
+      const char* const text = section->c_str();
+      dbus_message_append_args(call.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
+    }
+    RequireReplies(model, *call, bus.Exchange(*call));
+  };
+  look("SectionList", nullptr);
+  look("ReadAllJson", nullptr);
+  const RegistrySections sections = model.Sections();
+  for (const auto& section : sections) {
+    if (CanBeCarried(section.first)) {
+      look("KeyList", &section.first);
+    }
+  }
+}
+
+}  // namespace fuzz
