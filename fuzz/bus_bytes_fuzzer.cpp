@@ -22,5 +22,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   RegistryServer server(bus.ServedEnd(), std::make_shared<test_support::RecordingStore>(stored_text));
   fuzz::RegistryModel model(stored_text, 16383);
   fuzz::RequireAnswered(bus, model, *message);
+  fuzz::RequireContents(bus, model);
   return 0;
 }

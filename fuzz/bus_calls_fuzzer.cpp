@@ -27,6 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         fuzz::RequireEqual(store->Text(), model.StoredText(), "the text in the store");
       }
     }
+    fuzz::RequireContents(bus, model);
   }
   model.Flush();
   fuzz::RequireEqual(store->Text(), model.StoredText(), "the text in the store at the end");

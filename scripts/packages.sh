@@ -7,6 +7,7 @@ run_packages="systemd util-linux"
 armhf_packages="cpio g++-arm-linux-gnueabihf python3 qemu-system-arm qemu-user-static"
 test_packages="babeltrace2 clang clang-format clang-tidy cppcheck gcovr libclang-rt-14-dev libglib2.0-bin libgmock-dev
                libgtest-dev lttng-tools procps python3 python3-dbus python3-pyflakes python3-pytest shellcheck strace"
+fuzz_packages="clang libclang-rt-14-dev llvm"
 
 # quietly COMMAND...: shows what a command printed only if it fails.
 quietly() {

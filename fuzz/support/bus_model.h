@@ -3,20 +3,16 @@
 
 #include <dbus/dbus.h>
 
-#include <string>
-#include <vector>
-
 #include "fuzz/support/peer_bus.h"
 #include "fuzz/support/registry_model.h"
 
 namespace fuzz {
 
-/// Lets the model do what the message asks for, and requires that `replies` are what must come back: for a call that
-/// wants a reply exactly one, with the model's result or the error that stands for its exception.
-void RequireReplies(RegistryModel& model, DBusMessage& message, const std::vector<Message>& replies);
-
-/// Sends the message and requires the replies as above, and that the registry then has the model's contents, as far as
-/// D-Bus can carry them.
+/// Sends the message, lets the model do what it asks for, and requires that what comes back is what must: for a call
+/// that wants a reply exactly one, with the model's result or the error that stands for its exception.
 void RequireAnswered(PeerBus& bus, RegistryModel& model, DBusMessage& message);
+
+/// Requires that calls show the model's contents, as far as D-Bus can carry them.
+void RequireContents(PeerBus& bus, RegistryModel& model);
 
 }  // namespace fuzz
