@@ -4,23 +4,16 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <utility>
-#include <vector>
 
 #include "lib/platform/escape.h"
 #include "lib/platform/string_operations.h"
+#include "registry/refused_json.h"
 
 namespace {
 
 using nlohmann::json;
-
-// How much of a refused value is kept for its text. A value that is larger, or nested more deeply, is refused just the
-// same, with a shorter text.
-constexpr std::size_t kRefusedElements = 1000;
-constexpr std::size_t kRefusedBytes = std::size_t{64} * 1024;
-constexpr std::size_t kRefusedDepth = 100;
 
 // The library's values are used for scalars only: those of arrays and objects allocate when they are destroyed, which
 // ends the process when there is no memory.
@@ -32,97 +25,6 @@ std::string Quoted(const std::string& text) {
       std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c <= 0x7E && c != '"' && c != '\\'; });
   return is_plain ? '"' + text + '"' : json(text).dump();
 }
-
-// The compact text of one refused array or object, made from parser events, up to the bounds above.
-class RefusedValue {
-public:
-  bool IsOpen() const { return m_depth != 0; }
-
-  void Key(const std::string& name) { m_key = name; }
-
-  void Add(const json& scalar) {
-    if (Fits(scalar.is_string() ? scalar.get_ref<const std::string&>().size() : 0)) {
-      Insert(m_key, scalar.dump());
-    }
-  }
-
-  void Start(bool is_object) {
-    if (m_depth == 0) {
-      m_elements = 0;
-      m_bytes = 0;
-      m_open.clear();
-      m_open.push_back({is_object, {}, {}, {}});
-    } else if (m_skipped_depth != 0 || m_open.size() == kRefusedDepth || !Fits(0)) {
-      ++m_skipped_depth;
-    } else {
-      m_open.push_back({is_object, m_key, {}, {}});
-    }
-    ++m_depth;
-  }
-
-  void End() {
-    if (m_skipped_depth != 0) {
-      --m_skipped_depth;
-    } else {
-      const Container closed = std::move(m_open.back());
-      m_open.pop_back();
-      if (m_open.empty()) {
-        m_text = TextOf(closed);
-      } else {
-        Insert(closed.key, TextOf(closed));
-      }
-    }
-    --m_depth;
-  }
-
-  // The text of the value that was closed last.
-  const std::string& Text() const { return m_text; }
-
-private:
-  struct Container {
-    bool is_object;
-    std::string key;                             // its own name, if it is an object's member
-    std::map<std::string, std::string> members;  // of an object: name to text
-    std::string elements;                        // of an array: the texts, with commas between them
-  };
-
-  static std::string TextOf(const Container& container) {
-    if (!container.is_object) {
-      return '[' + container.elements + ']';
-    }
-    std::string text = "{";
-    for (const auto& [name, value] : container.members) {
-      text += text.size() == 1 ? "" : ",";
-      text += Quoted(name) + ':' + value;
-    }
-    return text + '}';
-  }
-
-  bool Fits(std::size_t bytes) {
-    if (m_skipped_depth != 0 || ++m_elements > kRefusedElements) {
-      return false;
-    }
-    m_bytes += bytes + (m_open.back().is_object ? m_key.size() : 0);
-    return m_bytes <= kRefusedBytes;
-  }
-
-  void Insert(const std::string& key, const std::string& text) {
-    Container& parent = m_open.back();
-    if (parent.is_object) {
-      parent.members[key] = text;
-    } else {
-      parent.elements += parent.elements.empty() ? text : ',' + text;
-    }
-  }
-
-  std::vector<Container> m_open;  // outermost first
-  std::string m_key;              // the name of the next member
-  std::string m_text;
-  std::size_t m_depth = 0;  // all open containers, skipped ones too
-  std::size_t m_skipped_depth = 0;
-  std::size_t m_elements = 0;
-  std::size_t m_bytes = 0;
-};
 
 // Cuts each run of digits to its first two: what was a number stays one, what was none stays none.
 std::string ShortenDigits(const std::string& token) {
@@ -291,7 +193,7 @@ private:
 
   bool Scalar(const json& value, Kind kind) {
     if (m_refused.IsOpen()) {
-      m_refused.Add(value);
+      m_refused.Add(value.is_string() ? value.get_ref<const std::string&>().size() : 0, [&] { return value.dump(); });
     } else if (m_level != Level::Top) {
       AddMember(kind, kind == Kind::Null ? std::string() : value.dump());
     }
@@ -349,7 +251,7 @@ private:
   Level m_level = Level::Top;
   Slice m_section_name;
   Slice m_key_name;
-  RefusedValue m_refused;
+  RefusedJson m_refused{Quoted};
   std::string m_error;
   bool m_number_too_large = false;
 };
