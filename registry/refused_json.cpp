@@ -6,7 +6,7 @@ namespace {
 
 // How much is kept of a value.
 constexpr std::size_t kMostElements = 1000;
-constexpr std::size_t kGreatestSize = 64 * 1024;
+constexpr std::size_t kGreatestSize = std::size_t{64} * 1024;
 constexpr std::size_t kGreatestDepth = 100;
 
 }  // namespace
