@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -20,14 +19,6 @@ constexpr std::size_t kLongestErrorText = 4000;
 
 // The library has the last word on whom it does not know.
 constexpr char kUnknown[] = "error org.freedesktop.DBus.Error.Unknown";
-
-struct Method {
-  const char* name;
-  std::size_t arguments;
-};
-const Method kMethods[] = {{"Read", 2},        {"Write", 3},   {"DeleteKey", 2},   {"DeleteSection", 1},
-                           {"DeleteAll", 0},   {"Flush", 0},   {"KeyExists", 2},   {"SectionExists", 1},
-                           {"SectionList", 0}, {"KeyList", 1}, {"ReadAllJson", 0}, {"WriteJson", 1}};
 
 bool BeginsWith(const std::string& text, const std::string& beginning) { return text.rfind(beginning, 0) == 0; }
 
@@ -138,16 +129,11 @@ std::string Expected(RegistryModel& model, DBusMessage& call) {
   const auto has_interface = [&](const char* name) {
     return interface == nullptr || std::strcmp(interface, name) == 0;
   };
-  if (has_interface(kInterface)) {
-    const Method* const method =
-        std::find_if(std::begin(kMethods), std::end(kMethods), [&](const Method& each) { return member == each.name; });
-    if (method != std::end(kMethods)) {
-      Operation operation{member, Strings(call)};
-      if (operation.arguments.size() < method->arguments) {
-        return std::string("error ") + DBUS_ERROR_INVALID_ARGS;
-      }
-      return ExpectedOf(model, operation);
-    }
+  const auto arguments = ArgumentCount(member);
+  if (has_interface(kInterface) && arguments) {
+    const Operation operation{member, Strings(call)};
+    return operation.arguments.size() < *arguments ? std::string("error ") + DBUS_ERROR_INVALID_ARGS
+                                                   : ExpectedOf(model, operation);
   }
   if (has_interface(DBUS_INTERFACE_INTROSPECTABLE) && member == "Introspect") {
     return "returns s <!DOCTYPE node";

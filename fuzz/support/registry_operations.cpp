@@ -64,6 +64,11 @@ bool BeginsWith(const std::string& text, const char* beginning) { return text.rf
 
 }  // namespace
 
+std::optional<std::size_t> ArgumentCount(const std::string& method) {
+  const Method* const found = Find(method);
+  return found == nullptr ? std::nullopt : std::optional<std::size_t>(found->arguments);
+}
+
 std::optional<Operation> TakeOperation(Input& input) {
   while (!input.AtEnd()) {
     Operation operation{input.TakeField(), {}};

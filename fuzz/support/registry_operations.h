@@ -1,6 +1,7 @@
 // Operations on a registry, read from a fuzzer's input, and what comes of them as one text.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,6 +15,9 @@ struct Operation {
   std::string name;  // of the interface's method
   std::vector<std::string> arguments;
 };
+
+/// How many arguments the interface's method of that name takes; nothing if there is none.
+std::optional<std::size_t> ArgumentCount(const std::string& method);
 
 /// Takes the next operation: a field with its name, then one for each argument. Fields that name none are skipped;
 /// nothing is left if there is no further one.
