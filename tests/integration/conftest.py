@@ -1,5 +1,6 @@
 """Fixtures: a world, a daemon in it, a client of the daemon. A diagnostic that no test asked for fails the test."""
 
+import contextlib
 import pathlib
 
 import pytest
@@ -15,10 +16,26 @@ def pytest_addoption(parser):
     parser.addoption("--unit", type=pathlib.Path, help="the unit of the service")
     parser.addoption("--probes", type=pathlib.Path, help="the probes of its tracepoint")
     parser.addoption("--installed-probes", type=pathlib.Path, help="where the daemon looks for its probes")
+    parser.addoption("--rounds", type=int, default=60, help="how often a test at random moments is repeated")
 
 
 def pytest_configure(config):
     config.addinivalue_line("markers", "bus_limits(**limits): limits of the test's bus that differ from the usual ones")
+
+
+@contextlib.contextmanager
+def checked_world(config, make_bus):
+    world = World(config.getoption("--ledgerd"), make_bus)
+    yield world
+    # An orderly end, so that a sanitizer's verdict at exit counts too.
+    for daemon in world.daemons:
+        if daemon.process.poll() is None:
+            daemon.stop()
+    printed = [daemon.take_stderr() for daemon in world.daemons]
+    logged = world.kernel_log.read()
+    world.close()
+    assert not any(printed), f"unexpected standard error: {printed}"
+    assert not logged or getattr(world, "kernel_log_expected", False), f"unexpected kernel log: {logged}"
 
 
 @pytest.fixture
@@ -31,17 +48,15 @@ def make_bus(request):
 
 @pytest.fixture
 def world(request, make_bus):
-    world = World(request.config.getoption("--ledgerd"), make_bus)
-    yield world
-    # An orderly end, so that a sanitizer's verdict at exit counts too.
-    for daemon in world.daemons:
-        if daemon.process.poll() is None:
-            daemon.stop()
-    printed = [daemon.take_stderr() for daemon in world.daemons]
-    logged = world.kernel_log.read()
-    world.close()
-    assert not any(printed), f"unexpected standard error: {printed}"
-    assert not logged or getattr(world, "kernel_log_expected", False), f"unexpected kernel log: {logged}"
+    with checked_world(request.config, make_bus) as world:
+        yield world
+
+
+@pytest.fixture(scope="module")
+def lasting_world(request):
+    """One world for all tests of a module: for many short ones."""
+    with checked_world(request.config, Bus) as world:
+        yield world
 
 
 @pytest.fixture

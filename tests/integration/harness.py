@@ -147,6 +147,18 @@ class World:
             daemon.wait_ready()
         return daemon
 
+    def wait_until_unserved(self):
+        """Waits until the bus knows of the end of every daemon before."""
+        connection = self.bus.connect()
+        try:
+            wait_for(lambda: not connection.name_has_owner(BUS_NAME), "the bus knows of the daemon's end")
+        finally:
+            connection.close()
+
+    def client(self):
+        """For tests whose client outlives a daemon."""
+        return Client(self.bus.connect())
+
     def registry_bytes(self):
         return self.registry.read_bytes() if self.registry.exists() else b""
 

@@ -83,14 +83,18 @@ def registry_behind(daemon):
     return pathlib.Path(f"/proc/{daemon.pid}/root/var/lib/plinthware/registry")
 
 
+def without_leak_check():
+    """A wrapper for a daemon that is traced when it ends: a leak check cannot be made then."""
+    options = ":".join(filter(None, [os.environ.get("ASAN_OPTIONS"), "detect_leaks=0"]))
+    return ("env", f"ASAN_OPTIONS={options}")
+
+
 class Strace:
     """A log of system calls. strace goes its own way as a grandchild, so the daemon stays the test's own child."""
 
     def __init__(self, world, *options):
         self.path = world.path / f"strace.{len(world.daemons)}"
-        # A leak check cannot be made in a traced process.
-        sanitizer = ":".join(filter(None, [os.environ.get("ASAN_OPTIONS"), "detect_leaks=0"]))
-        self.wrapper = ("strace", "-D", "-f", "-y", "-E", f"ASAN_OPTIONS={sanitizer}", "-o", str(self.path), *options)
+        self.wrapper = (*without_leak_check(), "strace", "-D", "-f", "-y", "-o", str(self.path), *options)
 
     def lines(self):
         return self.path.read_text(errors="backslashreplace").splitlines() if self.path.exists() else []
