@@ -16,6 +16,7 @@ def pytest_addoption(parser):
     parser.addoption("--unit", type=pathlib.Path, help="the unit of the service")
     parser.addoption("--probes", type=pathlib.Path, help="the probes of its tracepoint")
     parser.addoption("--installed-probes", type=pathlib.Path, help="where the daemon looks for its probes")
+    parser.addoption("--load-client", type=pathlib.Path, help="the program that loads the daemon")
     parser.addoption("--rounds", type=int, default=60, help="how often a test at random moments is repeated")
 
 

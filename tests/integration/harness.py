@@ -62,6 +62,12 @@ def wait_for(condition, what, patience=PATIENCE):
         time.sleep(POLL_INTERVAL)
 
 
+def is_sanitized(world):
+    """Whether the daemon was built with a sanitizer, which takes memory as it likes."""
+    binary = world.binary.read_bytes()
+    return any(symbol in binary for symbol in [b"__asan_init", b"__tsan_init"])
+
+
 class TemporaryTree:
     """A directory that is removed at the end, whatever is in it."""
 

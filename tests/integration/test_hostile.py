@@ -7,7 +7,7 @@ import time
 
 import pytest
 
-from harness import CAPACITY, ERROR_PREFIX, PATIENCE, wait_for
+from harness import CAPACITY, ERROR_PREFIX, PATIENCE, is_sanitized, wait_for
 from observe import cpu_ticks, status
 from raw_client import ERROR, METHOD_RETURN, RawClient, pack_call
 
@@ -54,12 +54,6 @@ def victim(world, client):
     client.timeout = 4 * PATIENCE
     yield client
     check_served_and_untouched(world, client)
-
-
-def is_sanitized(world):
-    """Whether the daemon was built with a sanitizer, which takes memory as it likes."""
-    binary = world.binary.read_bytes()
-    return any(symbol in binary for symbol in [b"__asan_init", b"__tsan_init"])
 
 
 def peak_memory(daemon):
