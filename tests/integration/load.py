@@ -21,8 +21,7 @@ WARM_UP = 0.1
 
 
 def private_memory(pid):
-    """Bytes that this process alone has written. Not those of its program and libraries that no other process happens to
-    have mapped at this moment."""
+    """Bytes that this process alone has written; not those of files that no other process happens to have mapped."""
     with open(f"/proc/{pid}/smaps_rollup", encoding="ascii") as file:
         return sum(int(line.split()[1]) for line in file if line.startswith("Private_Dirty")) * 1024
 

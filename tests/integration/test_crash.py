@@ -1,5 +1,5 @@
-"""The process is killed at each step of the file's replacement, and at random moments: the file is always one whole text
-that was accepted, and the next start loads it.
+"""The process is killed at each step of the file's replacement, and at random moments: the file is always one whole
+text that was accepted, and the next start loads it.
 
 LEDGERD_TEST_SEED chooses other random moments, --rounds more of them."""
 

@@ -189,3 +189,21 @@ def test_deadline_is_a_point_on_the_monotonic_clock_and_later_writes_keep_it(wor
     assert earliest <= deadline <= time.monotonic() + DELAY
     client.close()
     daemon.stop()
+
+
+def test_nothing_is_waited_for_on_the_wall_clock(world):
+    """In the daemon's whole life: a jump of the clock moves no deadline."""
+    strace = Strace(world, "-e", r"trace=futex,%clock,/timer|nanosleep|alarm|timedwait")
+    daemon = world.start(wrapper=strace.wrapper)
+    client = daemon.client()
+    client.write("net", "ip", "1")
+    wait_for(lambda: timed_waits(strace), "the worker waits for the deadline")
+    client.flush()
+    client.write("net", "ip", "2")
+    client.close()
+    daemon.stop()
+    # A wait without an end names a clock too.
+    lines = [line for line in strace.finished_lines(daemon) if not re.search(r"FUTEX_WAIT\S*, \d+, NULL", line)]
+    assert {clock for clock, _ in timed_waits(strace)} == {"monotonic"}
+    assert [line for line in lines if "REALTIME" in line] == []
+    assert [line for line in lines if re.search(r"settime|adjtime|setitimer|alarm|timer_create|timerfd", line)] == []

@@ -1,5 +1,5 @@
-"""How long a well-behaved client waits beside one that is not. What the bus and the machine have to do with it is told by
-a control: the same burden on another service, that does next to nothing."""
+"""How long a well-behaved client waits beside one that is not. What the bus and the machine have to do with it is told
+by a control: the same burden on another service, that does next to nothing."""
 
 import contextlib
 import subprocess
