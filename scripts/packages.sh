@@ -4,7 +4,7 @@
 build_packages="cmake dbus g++ libboost-dev libdbus-1-dev libdbus-c++-dev libfmt-dev liblttng-ust-dev ninja-build
                 nlohmann-json3-dev pkg-config"
 run_packages="systemd util-linux"
-armhf_packages="cpio g++-arm-linux-gnueabihf python3 qemu-system-arm qemu-user-static"
+armhf_packages="cpio e2fsprogs g++-arm-linux-gnueabihf python3 qemu-system-arm qemu-user-static"
 test_packages="babeltrace2 clang clang-format clang-tidy cppcheck gcovr libclang-rt-14-dev libglib2.0-bin libgmock-dev
                libgtest-dev lttng-tools procps python3 python3-dbus python3-pyflakes python3-pytest shellcheck strace"
 fuzz_packages="clang libclang-rt-14-dev llvm"

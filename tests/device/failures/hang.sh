@@ -1,0 +1,3 @@
+# shellcheck shell=dash
+# A scenario does not come to its end.
+sleep 100000

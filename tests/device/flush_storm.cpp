@@ -1,0 +1,55 @@
+// Writes and flushes without a pause and tells how far it got: a line with the number of each text that the daemon has
+// written. Every text is a function of its number, so that whoever finds the file later knows whether it is whole.
+#include <dbus/dbus.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+DBusConnection* g_bus;
+
+// One call of the registry; ends the program if it fails, as it does when the power is cut below the daemon.
+void Call(const char* method, const char* section = nullptr, const char* key = nullptr, const char* value = nullptr) {
+  DBusMessage* const call =
+      dbus_message_new_method_call("com.tavimesh.Registry", "/com/tavimesh/Registry", "com.tavimesh.Registry", method);
+  if (section != nullptr) {
+    dbus_message_append_args(call, DBUS_TYPE_STRING, &section, DBUS_TYPE_STRING, &key, DBUS_TYPE_STRING, &value,
+                             DBUS_TYPE_INVALID);
+  }
+  DBusError error = DBUS_ERROR_INIT;
+  DBusMessage* const reply = dbus_connection_send_with_reply_and_block(g_bus, call, -1, &error);
+  dbus_message_unref(call);
+  if (reply == nullptr) {
+    std::printf("stopped: %s: %s\n", error.name, error.message);
+    std::exit(0);
+  }
+  dbus_message_unref(reply);
+}
+
+// Of all lengths up to nearly a full registry.
+std::string Value(std::uint32_t number) {
+  return std::to_string(number) + ' ' + std::string(number * 7919 % 16000, static_cast<char>('a' + number % 26));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: flush_storm FIRST_NUMBER\n");
+    return 2;
+  }
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  g_bus = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr);
+  if (g_bus == nullptr) {
+    std::fprintf(stderr, "no bus\n");
+    return 1;
+  }
+  for (auto number = static_cast<std::uint32_t>(std::strtoul(argv[1], nullptr, 10));; ++number) {
+    Call("Write", "storm", "value", Value(number).c_str());
+    Call("Flush");
+    std::printf("flushed %u\n", number);
+  }
+}

@@ -1,0 +1,29 @@
+# shellcheck shell=dash source=tests/device/guest/library.sh
+# A board as it leaves the factory, but for a first block that has gone bad.
+. /scenario/library.sh
+
+nand badblocks=0,2
+environment PW_FORMAT=1 PW_HWFLAGS=0x31 PW_OEM_ID=7 PW_OEM_MODEL=5R377 OTHER=a=b
+cat /proc/mtd
+
+echo "# the hardware description"
+hardware_report
+
+echo "# the same with a board identity"
+board_identity <<'END'
+Revision: C
+Family: tiger
+ID: 0x21
+CFE-version: 38.10
+Secure-keys: 1
+Secure-boot: 0
+Secure-ID: 0123456789abcdef
+END
+hardware_report
+
+echo "# the daemon starts without a word"
+start_bus
+start_daemon
+call SectionList
+stop_daemon
+program_log

@@ -1,0 +1,6 @@
+# shellcheck shell=dash source=tests/device/guest/library.sh
+# The operations on a real NAND device.
+. /scenario/library.sh
+
+nand badblocks=0,2
+nand_report
