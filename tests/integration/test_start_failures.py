@@ -9,7 +9,7 @@ import time
 import pytest
 
 import observe
-from harness import BUS_NAME, wait_for
+from harness import BUS_NAME, PATIENCE, wait_for
 from namespace_world import NOBODY_ELSE, SERVICE_NAME, as_user, needs_root, without_leak_check
 from stalled_bus import StalledBus
 
@@ -77,7 +77,8 @@ def test_daemon_that_is_too_slow_is_left_running_and_gets_ready_later(machine):
         command = machine.launch(environment=bus.environment)
         elapsed = command.wait() - began
         assert (command.status, command.take_stderr()) == (0, TOO_SLOW)
-        assert START_TIMEOUT <= elapsed < START_TIMEOUT + 1
+        # The rest is the time that a busy machine takes to start a process.
+        assert START_TIMEOUT <= elapsed < START_TIMEOUT + PATIENCE
         daemon = machine.service()
         assert machine.processes_named(SERVICE_NAME) == {daemon.inner_pid: daemon.pid}
         assert not daemon.has_ended()

@@ -20,7 +20,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 BOOT_TIMEOUT = 120
 # The journal of ext4 is committed every 5 s: cuts before, between and after commits.
 LONGEST_STORM = 12
-MOUNT_OPTIONS = {"ext4": "rw", "ext4-noauto_da_alloc": "noauto_da_alloc"}
+MOUNT_OPTIONS = {"ext4": "rw", "ext4-noauto_da_alloc": "noauto_da_alloc", "ubifs": "rw", "ubifs-sync": "sync"}
 
 
 def text_of(number):
@@ -129,7 +129,7 @@ def cut_ext4(build, name, cuts, generator, folder):
 
 def cut_ubifs(build, name, cuts, _, folder):
     # Each life in the guest takes seconds; the bound is generous.
-    archive = pack(build, "ubifs.sh", cuts, "", folder)
+    archive = pack(build, "ubifs.sh", cuts, MOUNT_OPTIONS[name], folder)
     result = board.boot(archive, folder, BOOT_TIMEOUT + 60 * cuts)
     if result.status != 0:
         raise board.BoardFailure(f"ended with status {result.status}:\n{result.output}\n{result.kernel_log[-3000:]}")
@@ -151,13 +151,13 @@ def cut_ubifs(build, name, cuts, _, folder):
 
 
 def main():
-    kinds = {"ext4": cut_ext4, "ext4-noauto_da_alloc": cut_ext4, "ubifs": cut_ubifs}
+    kinds = {"ext4": cut_ext4, "ext4-noauto_da_alloc": cut_ext4, "ubifs": cut_ubifs, "ubifs-sync": cut_ubifs}
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--build", type=pathlib.Path, required=True, help="folder of the armhf build")
     parser.add_argument("--seed", type=int, default=random.randrange(2**32))
     parser.add_argument("cuts", type=int)
     parser.add_argument("file_system", nargs="*", choices=[[], *kinds], help="default: all")
-    arguments = parser.parse_args()
+    arguments = parser.parse_intermixed_args()
     print(f"seed {arguments.seed}")
     damaged = 0
     for name in arguments.file_system or kinds:
@@ -166,7 +166,7 @@ def main():
                                    pathlib.Path(folder))
         verdicts.report(name)
         # Where the file system orders a rename after the data, the file is always whole.
-        damaged += verdicts.damaged if name == "ext4" else 0
+        damaged += verdicts.damaged if name in ("ext4", "ubifs-sync") else 0
     return 1 if damaged else 0
 
 

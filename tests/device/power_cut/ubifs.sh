@@ -1,7 +1,7 @@
 # shellcheck shell=dash source=tests/device/guest/library.sh
-# Lives of a board whose registry lies on UBIFS. The file system's own test mode cuts the power below itself, in the
-# middle of a write to the flash, after a random time: what is half written is damaged and nothing more reaches the
-# flash. The flash is then attached anew, as after a boot.
+# Lives of a board whose registry lies on UBIFS. After a random time UBI's test mode cuts the power
+# when the next block of the flash is begun: from then on nothing reaches the flash. It is then attached anew, as after a
+# boot.
 . /scenario/library.sh
 
 for module in crc16 deflate zstd_compress zstd ubi ubifs; do
@@ -15,12 +15,22 @@ ubiattach -m 0 >/dev/null
 ubimkvol /dev/ubi0 -N data -m >/dev/null
 start_bus
 
+cut_power_within_12_seconds() {
+  # shellcheck disable=SC3028 # the board's shell has RANDOM
+  usleep $((RANDOM * 366))
+  echo 1 >/sys/kernel/debug/ubi/ubi0/tst_emulate_power_cut_min
+  echo 1 >/sys/kernel/debug/ubi/ubi0/tst_emulate_power_cut_max
+  # At either header of the block.
+  echo 3 >/sys/kernel/debug/ubi/ubi0/tst_emulate_power_cut
+}
+
 number=1
+mount_options=$(cat /scenario/mount_options)
 for _ in $(seq "$(cat /scenario/number)"); do
-  mount -t ubifs ubi0:data /var/lib/plinthware || exit 1
+  mount -t ubifs -o "$mount_options" ubi0:data /var/lib/plinthware || exit 1
   registry_found
   ledgerd
-  echo 1 >/sys/kernel/debug/ubifs/ubi0_0/tst_recovery
+  cut_power_within_12_seconds &
   flush_storm "$number" >/tmp/storm
   cat /tmp/storm
   number=$(($(sed -n 's/^flushed //p' /tmp/storm | tail -n 1) + 2))
@@ -31,5 +41,5 @@ for _ in $(seq "$(cat /scenario/number)"); do
   ubidetach -d 0
   ubiattach -m 0 >/dev/null
 done
-mount -t ubifs ubi0:data /var/lib/plinthware || exit 1
+mount -t ubifs -o "$mount_options" ubi0:data /var/lib/plinthware || exit 1
 registry_found
