@@ -1,0 +1,174 @@
+"""Builds and tests each mutant of the folder mutants in a copy of the tree; scripts/mutate starts it.
+
+The tests that the table names run first, and the rest of the fast tier only if they pass.
+"""
+import argparse
+import fcntl
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import time
+
+import children
+import table
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+WORK = ROOT / "build" / "mutants"
+TREE = WORK / "tree"
+BUILD = TREE / "build" / "dev"
+
+FAST_TIER = ["-LE", "slow"]
+BUILD_LIMIT = 1200
+NAMED_TESTS_LIMIT = 180
+FAST_TIER_LIMIT = 900
+
+
+class Failure(Exception):
+    """No statement about mutants can be made."""
+
+
+def copy_tree():
+    """Makes TREE the same as the user's tree without touching what is the same, so that little is built again."""
+    listing = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=ROOT,
+                             check=True, stdout=subprocess.PIPE).stdout.decode()
+    wanted = {name for name in listing.split("\0") if name and (ROOT / name).is_file()}
+    for folder, folders, files in os.walk(TREE):
+        if pathlib.Path(folder) == TREE and "build" in folders:
+            folders.remove("build")
+        for file in files:
+            path = pathlib.Path(folder) / file
+            if str(path.relative_to(TREE)) not in wanted:
+                path.unlink()
+    for name in sorted(wanted):
+        source, target = ROOT / name, TREE / name
+        content = source.read_bytes()
+        if not target.is_file() or target.read_bytes() != content:
+            target.parent.mkdir(parents=True, exist_ok=True)
+            target.write_bytes(content)
+        target.chmod(source.stat().st_mode)
+
+
+def step(command, log, limit):
+    status, seconds = children.run(command, log, limit, TREE)
+    return status == 0, seconds
+
+
+def build(targets, log):
+    return step(["ninja", "-C", str(BUILD), *targets], log, BUILD_LIMIT)[0]
+
+
+def programs(expression):
+    """What has to be built for the tests that the expression names, as ninja's targets."""
+    listing = subprocess.run(["ctest", "--test-dir", str(BUILD), "--show-only=json-v1", "-R", expression, *FAST_TIER],
+                             check=True, stdout=subprocess.PIPE).stdout
+    tests = json.loads(listing)["tests"]
+    words = {word.rpartition("=")[2] for test in tests for word in test.get("command", [])}
+    files = [pathlib.Path(word) for word in words if word.startswith(f"{BUILD}/")]
+    return len(tests), sorted(str(file.relative_to(BUILD)) for file in files if file.is_file() and os.access(file, os.X_OK))
+
+
+def killer(log, start):
+    """The first failed test of ctest's summary behind the offset, and how it failed."""
+    text = log.read_bytes()[start:].decode(errors="replace")
+    found = re.search(r"The following tests FAILED:\n\s*\d+ - (\S+) \((.*?)\)", text)
+    if found is None:
+        raise Failure(f"ctest failed without a failed test; {log} has its output")
+    return found[1] if found[2] == "Failed" else f"{found[1]} ({found[2].lower()})"
+
+
+def test(expression, log, limit):
+    """The name of the test that failed, None if all passed."""
+    start = log.stat().st_size
+    selection = FAST_TIER if expression is None else ["-R", expression, *FAST_TIER]
+    jobs = (os.cpu_count() or 1) + 2
+    command = ["ctest", "--test-dir", str(BUILD), "--output-on-failure", "--stop-on-failure", "-j", str(jobs),
+               *selection]
+    status, seconds = children.run(command, log, limit, TREE)
+    if status is None:
+        return f"time-out after {seconds:.0f} s"
+    return None if status == 0 else killer(log, start)
+
+
+def prepare(mutants):
+    """Builds the tree unchanged and shows that the tests pass: only then does a failure speak of the mutant."""
+    log = WORK / "unchanged.log"
+    log.write_bytes(b"")
+    copy_tree()
+    # All warnings stay errors, as in the inner loop.
+    if not step(["cmake", "--preset", "dev"], log, BUILD_LIMIT)[0] or not build([], log):
+        raise Failure(f"the unchanged tree does not build; {log} says why")
+    for mutant in mutants:
+        if programs(mutant.kill)[0] == 0:
+            raise table.TableError(f"{mutant.name}: no test matches {mutant.kill}")
+    expression = "|".join(sorted({mutant.kill for mutant in mutants}))
+    failed = test(expression, log, FAST_TIER_LIMIT)
+    if failed is not None:
+        raise Failure(f"the unchanged tree fails {failed}; {log} says why")
+
+
+def try_mutant(mutant):
+    """What killed the mutant, None if it survived."""
+    log = WORK / f"{mutant.name}.log"
+    log.write_bytes(b"")
+    path = TREE / mutant.file
+    original = path.read_text()
+    path.write_text(mutant.apply(original))
+    try:
+        if not build(programs(mutant.kill)[1], log):
+            raise table.TableError(f"{mutant.name}: does not build; {log} says why")
+        killed_by = test(mutant.kill, log, NAMED_TESTS_LIMIT)
+        if killed_by is not None:
+            return killed_by
+        if not build([], log):
+            raise table.TableError(f"{mutant.name}: does not build; {log} says why")
+        killed_by = test(None, log, FAST_TIER_LIMIT)
+        return None if killed_by is None else f"{killed_by}, which the table does not name"
+    finally:
+        path.write_text(original)
+
+
+def run_all(mutants):
+    killed, survived, explained = 0, 0, 0
+    for mutant in mutants:
+        start = time.monotonic()
+        killed_by = try_mutant(mutant)
+        if killed_by is not None:
+            killed += 1
+            result = f"killed by {killed_by}"
+            if mutant.survives:
+                raise table.TableError(f"{mutant.name}: was killed by {killed_by}, but the table says it survives")
+        else:
+            survived += 1
+            explained += 1 if mutant.survives else 0
+            result = f"SURVIVED: {mutant.survives}" if mutant.survives else "SURVIVED"
+        print(f"{mutant.name:52} {time.monotonic() - start:5.0f} s  {result}", flush=True)
+    print(f"{killed} killed, {survived} survived")
+    return survived == explained
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("names", nargs="*")
+    names = parser.parse_args().names
+    try:
+        known = table.read(pathlib.Path(__file__).with_name("mutants"), ROOT)
+        if unknown := [name for name in names if name not in known]:
+            raise table.TableError(f"no mutant has the name {', '.join(unknown)}")
+        mutants = [known[name] for name in names] or list(known.values())
+        WORK.mkdir(parents=True, exist_ok=True)
+        with open(WORK / "lock", "w", encoding="ascii") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            children.adopt_orphans()
+            prepare(mutants)
+            return 0 if run_all(mutants) else 1
+    except BlockingIOError:
+        print("another run is at work in build/mutants", file=sys.stderr)
+    except (table.TableError, Failure) as e:
+        print(e, file=sys.stderr)
+    return 2
+
+
+sys.exit(main())
