@@ -6,8 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -157,6 +161,16 @@ TEST_F(CfeEnvironmentCache, KeepsAnErasedEnvironmentWithoutALine) {
 TEST_F(CfeEnvironmentCache, IsFilledOnceWhenManyThreadsAsk) {
   EXPECT_EQ(RunInChild([] {
               FakeMtd mtd(kGeometry);
+              // Reading is over before the next thread has started, so each request gives the others time to come in.
+              std::mutex lock;
+              std::condition_variable changed;
+              std::set<std::thread::id> readers;
+              mtd.on_request = [&] {
+                std::unique_lock<std::mutex> held(lock);
+                readers.insert(std::this_thread::get_id());
+                changed.notify_all();
+                changed.wait_for(held, std::chrono::milliseconds(100), [&] { return readers.size() > 1; });
+              };
               std::vector<std::string> seen(8);
               std::vector<std::thread> threads;
               for (std::string& text : seen) {
@@ -166,7 +180,8 @@ TEST_F(CfeEnvironmentCache, IsFilledOnceWhenManyThreadsAsk) {
                 thread.join();
               }
               const auto right = std::count(seen.begin(), seen.end(), "A=first;");
-              return std::to_string(right) + " right, " + std::to_string(mtd.TakeRequests().size()) + " requests";
+              return std::to_string(right) + " right, " + std::to_string(mtd.TakeRequests().size()) + " requests, " +
+                     std::to_string(readers.size()) + " reader";
             }),
-            "8 right, 2 requests");
+            "8 right, 2 requests, 1 reader");
 }

@@ -39,6 +39,9 @@ void FakeMtd::Fail(unsigned long request, int error_number) {
 std::vector<std::string> FakeMtd::TakeRequests() { return std::exchange(m_requests, {}); }
 
 int FakeMtd::Answer(int fd, unsigned long request, void* argument) {
+  if (on_request) {
+    on_request();
+  }
   m_descriptor = fd;
   if (request == m_failing_request) {
     errno = m_error_number;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -28,6 +29,8 @@ public:
   std::set<std::uint64_t> bad_blocks;
   /// What the spare area of every page holds.
   std::vector<unsigned char> spare;
+  /// Called at the beginning of each request, if set, on the thread that makes it.
+  std::function<void()> on_request;
 
   /// From now on `request` fails.
   void Fail(unsigned long request, int error_number);

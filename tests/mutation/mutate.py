@@ -8,6 +8,7 @@ import json
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import time
@@ -22,7 +23,8 @@ BUILD = TREE / "build" / "dev"
 
 FAST_TIER = ["-LE", "slow"]
 BUILD_LIMIT = 1200
-NAMED_TESTS_LIMIT = 180
+UNIT_TESTS_LIMIT = 30
+SERVICE_TESTS_LIMIT = 240
 FAST_TIER_LIMIT = 900
 
 
@@ -60,14 +62,16 @@ def build(targets, log):
     return step(["ninja", "-C", str(BUILD), *targets], log, BUILD_LIMIT)[0]
 
 
-def programs(expression):
-    """What has to be built for the tests that the expression names, as ninja's targets."""
+def named_tests(expression):
+    """How many tests the expression names, what has to be built for them, as ninja's targets, and their time limit."""
     listing = subprocess.run(["ctest", "--test-dir", str(BUILD), "--show-only=json-v1", "-R", expression, *FAST_TIER],
                              check=True, stdout=subprocess.PIPE).stdout
     tests = json.loads(listing)["tests"]
     words = {word.rpartition("=")[2] for test in tests for word in test.get("command", [])}
     files = [pathlib.Path(word) for word in words if word.startswith(f"{BUILD}/")]
-    return len(tests), sorted(str(file.relative_to(BUILD)) for file in files if file.is_file() and os.access(file, os.X_OK))
+    targets = [str(file.relative_to(BUILD)) for file in files if file.is_file() and os.access(file, os.X_OK)]
+    with_service = any(test["name"].startswith("service.") for test in tests)
+    return len(tests), sorted(targets), SERVICE_TESTS_LIMIT if with_service else UNIT_TESTS_LIMIT
 
 
 def killer(log, start):
@@ -88,7 +92,7 @@ def test(expression, log, limit):
                *selection]
     status, seconds = children.run(command, log, limit, TREE)
     if status is None:
-        return f"time-out after {seconds:.0f} s"
+        return f"the time-out after {seconds:.0f} s"
     return None if status == 0 else killer(log, start)
 
 
@@ -101,7 +105,7 @@ def prepare(mutants):
     if not step(["cmake", "--preset", "dev"], log, BUILD_LIMIT)[0] or not build([], log):
         raise Failure(f"the unchanged tree does not build; {log} says why")
     for mutant in mutants:
-        if programs(mutant.kill)[0] == 0:
+        if named_tests(mutant.kill)[0] == 0:
             raise table.TableError(f"{mutant.name}: no test matches {mutant.kill}")
     expression = "|".join(sorted({mutant.kill for mutant in mutants}))
     failed = test(expression, log, FAST_TIER_LIMIT)
@@ -109,18 +113,19 @@ def prepare(mutants):
         raise Failure(f"the unchanged tree fails {failed}; {log} says why")
 
 
-def try_mutant(mutant):
+def try_mutant(mutant, named_only):
     """What killed the mutant, None if it survived."""
     log = WORK / f"{mutant.name}.log"
     log.write_bytes(b"")
+    _, targets, limit = named_tests(mutant.kill)
     path = TREE / mutant.file
     original = path.read_text()
     path.write_text(mutant.apply(original))
     try:
-        if not build(programs(mutant.kill)[1], log):
+        if not build(targets, log):
             raise table.TableError(f"{mutant.name}: does not build; {log} says why")
-        killed_by = test(mutant.kill, log, NAMED_TESTS_LIMIT)
-        if killed_by is not None:
+        killed_by = test(mutant.kill, log, limit)
+        if killed_by is not None or named_only:
             return killed_by
         if not build([], log):
             raise table.TableError(f"{mutant.name}: does not build; {log} says why")
@@ -130,11 +135,11 @@ def try_mutant(mutant):
         path.write_text(original)
 
 
-def run_all(mutants):
+def run_all(mutants, named_only):
     killed, survived, explained = 0, 0, 0
     for mutant in mutants:
         start = time.monotonic()
-        killed_by = try_mutant(mutant)
+        killed_by = try_mutant(mutant, named_only)
         if killed_by is not None:
             killed += 1
             result = f"killed by {killed_by}"
@@ -152,7 +157,9 @@ def run_all(mutants):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("names", nargs="*")
-    names = parser.parse_args().names
+    parser.add_argument("--named", action="store_true", help="run only the tests that the table names")
+    arguments = parser.parse_args()
+    names = arguments.names
     try:
         known = table.read(pathlib.Path(__file__).with_name("mutants"), ROOT)
         if unknown := [name for name in names if name not in known]:
@@ -162,8 +169,10 @@ def main():
         with open(WORK / "lock", "w", encoding="ascii") as lock:
             fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
             children.adopt_orphans()
+            # As an interrupt does: nothing stays behind.
+            signal.signal(signal.SIGTERM, lambda *_: sys.exit(2))
             prepare(mutants)
-            return 0 if run_all(mutants) else 1
+            return 0 if run_all(mutants, arguments.named) else 1
     except BlockingIOError:
         print("another run is at work in build/mutants", file=sys.stderr)
     except (table.TableError, Failure) as e:

@@ -72,7 +72,15 @@ TEST(FileDescriptor, ClosesWhatItOwns) {
   EXPECT_FALSE(IsOpenDescriptor(fd));
 }
 
-TEST(FileDescriptor, OwnsTheLowestDescriptorToo) { EXPECT_TRUE(FileDescriptor(FileDescriptor(0).Release()).IsOpen()); }
+TEST(FileDescriptor, OwnsTheLowestDescriptorToo) {
+  EXPECT_EQ(test_support::RunInChild([] {
+              // Standard input may be closed.
+              ::dup2(STDERR_FILENO, STDIN_FILENO);
+              std::string seen = FileDescriptor(FileDescriptor(STDIN_FILENO).Release()).IsOpen() ? "owned" : "lost";
+              return seen + (IsOpenDescriptor(STDIN_FILENO) ? ", left open" : ", closed");
+            }),
+            "owned, closed");
+}
 
 TEST(FileDescriptor, GivesItsDescriptorAwayWhenMoved) {
   FileDescriptor first = Open("/dev/null", O_RDONLY);
