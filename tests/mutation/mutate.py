@@ -3,6 +3,7 @@
 The tests that the table names run first, and the rest of the fast tier only if they pass.
 """
 import argparse
+import collections
 import fcntl
 import json
 import os
@@ -26,6 +27,10 @@ BUILD_LIMIT = 1200
 UNIT_TESTS_LIMIT = 30
 SERVICE_TESTS_LIMIT = 240
 FAST_TIER_LIMIT = 900
+
+
+# A service test stops at its first failure.
+os.environ["PYTEST_ADDOPTS"] = "-x"
 
 
 class Failure(Exception):
@@ -123,35 +128,41 @@ def try_mutant(mutant, named_only):
     path.write_text(mutant.apply(original))
     try:
         if not build(targets, log):
-            raise table.TableError(f"{mutant.name}: does not build; {log} says why")
+            raise table.TableError(f"does not build; {log} says why")
         killed_by = test(mutant.kill, log, limit)
         if killed_by is not None or named_only:
             return killed_by
         if not build([], log):
-            raise table.TableError(f"{mutant.name}: does not build; {log} says why")
+            raise table.TableError(f"does not build; {log} says why")
         killed_by = test(None, log, FAST_TIER_LIMIT)
         return None if killed_by is None else f"{killed_by}, which the table does not name"
     finally:
         path.write_text(original)
 
 
+def verdict(mutant, named_only):
+    """A word for the count, and the rest of the mutant's line."""
+    try:
+        killed_by = try_mutant(mutant, named_only)
+    except table.TableError as e:
+        return "in error", f"ERROR: {e}"
+    if killed_by is None:
+        return ("explained" if mutant.survives else "survived"), f"SURVIVED {mutant.survives}"
+    if mutant.survives:
+        return "in error", f"ERROR: killed by {killed_by}, but the table says that it survives"
+    return "killed", f"killed by {killed_by}"
+
+
 def run_all(mutants, named_only):
-    killed, survived, explained = 0, 0, 0
+    count = collections.Counter()
     for mutant in mutants:
         start = time.monotonic()
-        killed_by = try_mutant(mutant, named_only)
-        if killed_by is not None:
-            killed += 1
-            result = f"killed by {killed_by}"
-            if mutant.survives:
-                raise table.TableError(f"{mutant.name}: was killed by {killed_by}, but the table says it survives")
-        else:
-            survived += 1
-            explained += 1 if mutant.survives else 0
-            result = f"SURVIVED: {mutant.survives}" if mutant.survives else "SURVIVED"
-        print(f"{mutant.name:52} {time.monotonic() - start:5.0f} s  {result}", flush=True)
-    print(f"{killed} killed, {survived} survived")
-    return survived == explained
+        word, result = verdict(mutant, named_only)
+        count[word] += 1
+        print(f"{mutant.name:62} {time.monotonic() - start:4.0f} s  {result}", flush=True)
+    errors = f", {count['in error']} in error" if count["in error"] else ""
+    print(f"{count['killed']} killed, {count['survived'] + count['explained']} survived{errors}")
+    return count["survived"] + count["in error"] == 0
 
 
 def main():
