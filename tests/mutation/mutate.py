@@ -82,7 +82,7 @@ def named_tests(expression):
 def killer(log, start):
     """The first failed test of ctest's summary behind the offset, and how it failed."""
     text = log.read_bytes()[start:].decode(errors="replace")
-    found = re.search(r"The following tests FAILED:\n\s*\d+ - (\S+) \((.*?)\)", text)
+    found = re.search(r"The following tests FAILED:\n\s*\d+ - (\S+).* \(([^()]*)\)(?:\n|\Z)", text)
     if found is None:
         raise Failure(f"ctest failed without a failed test; {log} has its output")
     return found[1] if found[2] == "Failed" else f"{found[1]} ({found[2].lower()})"
