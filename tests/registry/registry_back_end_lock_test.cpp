@@ -54,8 +54,8 @@ const std::vector<Operation>& LockedOperations() {
       {"Write", [](RegistryBackEnd& r) { r.Write("s", "k", "w"); }},
       {"KeyExists", [](RegistryBackEnd& r) { r.KeyExists("s", "k"); }},
       {"SectionExists", [](RegistryBackEnd& r) { r.SectionExists("s"); }},
-      {"DeleteKey", [](RegistryBackEnd& r) { r.DeleteKey("s", "x"); }},
-      {"DeleteSection", [](RegistryBackEnd& r) { r.DeleteSection("x"); }},
+      {"DeleteKey", [](RegistryBackEnd& r) { r.DeleteKey("s", "k"); }},
+      {"DeleteSection", [](RegistryBackEnd& r) { r.DeleteSection("s"); }},
       {"DeleteAll", [](RegistryBackEnd& r) { r.DeleteAll(); }},
       {"SectionList", [](RegistryBackEnd& r) { r.SectionList([](const std::string&) {}); }},
       {"KeyList", [](RegistryBackEnd& r) { r.KeyList("s", [](const std::string&, const std::string&) {}); }},
@@ -72,6 +72,8 @@ TEST(RegistryBackEndLock, HoldsOthersUpWhileASectionCallbackRuns) {
     back_end->SectionList([&](const std::string&) {
       elsewhere.emplace([&] { operation.run(*back_end.registry); });
       EXPECT_FALSE(elsewhere->EndsWithin(kSoon));
+      // A change must not wait as late as for its save.
+      EXPECT_EQ(back_end->ReadAllJson(), R"({"s":{"k":"v"}})");
     });
     EXPECT_TRUE(elsewhere->EndsWithin(kBound));
   }
