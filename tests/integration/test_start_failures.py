@@ -9,7 +9,7 @@ import time
 import pytest
 
 import observe
-from harness import BUS_NAME, PATIENCE, wait_for
+from harness import BUS_NAME, wait_for
 from namespace_world import NOBODY_ELSE, SERVICE_NAME, as_user, needs_root, without_leak_check
 from stalled_bus import StalledBus
 
@@ -77,8 +77,7 @@ def test_daemon_that_is_too_slow_is_left_running_and_gets_ready_later(machine):
         command = machine.launch(environment=bus.environment)
         elapsed = command.wait() - began
         assert (command.status, command.take_stderr()) == (0, TOO_SLOW)
-        # The rest is the time that a busy machine takes to start a process.
-        assert START_TIMEOUT <= elapsed < START_TIMEOUT + PATIENCE
+        assert START_TIMEOUT <= elapsed
         daemon = machine.service()
         assert machine.processes_named(SERVICE_NAME) == {daemon.inner_pid: daemon.pid}
         assert not daemon.has_ended()
@@ -92,6 +91,21 @@ def test_daemon_that_is_too_slow_is_left_running_and_gets_ready_later(machine):
         machine.stop()
         assert daemon.wait_end() == 0
         assert machine.registry_bytes() == b"[net]\nip=10.0.0.1\n"
+
+
+def test_daemon_that_is_too_slow_is_not_waited_for_longer_than_5_seconds(machine):
+    elapsed = []
+    # A busy machine adds its own time, but not to each of several attempts.
+    while not elapsed or (elapsed[-1] >= START_TIMEOUT + 1 and len(elapsed) < 5):
+        with StalledBus(machine) as bus:
+            began = time.monotonic()
+            command = machine.launch(environment=bus.environment)
+            elapsed.append(command.wait() - began)
+            assert command.take_stderr() == TOO_SLOW
+            daemon = machine.service()
+        assert daemon.wait_end() == 0
+        assert "ledgerd caught exception" in machine.take_log()
+    assert elapsed[-1] < START_TIMEOUT + 1, elapsed
 
 
 def test_daemon_that_is_too_slow_and_fails_is_reported_in_the_kernel_log(machine):
