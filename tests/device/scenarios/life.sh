@@ -21,7 +21,7 @@ as() {
 
 environment_of_the_process() {
   tr '\000' '\n' <"/proc/$daemon/cmdline"
-  cat /proc/"$daemon"/task/*/comm
+  cat /proc/"$daemon"/task/*/comm | sort
   for link in cwd fd/0 fd/1 fd/2; do
     echo "$link $(readlink "/proc/$daemon/$link")"
   done
