@@ -31,6 +31,16 @@ TEST(MonotonicTime, AbortsWhenTheClockCannotBeRead) {
       "!clock_gettime(1, &ts)", "lib/platform/monotonic_time.cpp", "timespec bramble::get_monotonic_time\\(\\)");
 }
 
+namespace {
+
+void ExpectEnd(const timespec& start, std::uint64_t microseconds, const timespec& expected) {
+  const timespec end = AddMicroseconds(start, microseconds);
+  EXPECT_EQ(end.tv_sec, expected.tv_sec);
+  EXPECT_EQ(end.tv_nsec, expected.tv_nsec);
+}
+
+}  // namespace
+
 TEST(AddMicroseconds, CarriesIntoTheSeconds) {
   const struct {
     const char* name;
@@ -51,9 +61,7 @@ TEST(AddMicroseconds, CarriesIntoTheSeconds) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    const timespec end = AddMicroseconds(row.start, row.microseconds);
-    EXPECT_EQ(end.tv_sec, row.end.tv_sec);
-    EXPECT_EQ(end.tv_nsec, row.end.tv_nsec);
+    ExpectEnd(row.start, row.microseconds, row.end);
   }
 }
 
@@ -72,9 +80,7 @@ TEST(AddMicroseconds, StopsAtTheLastPointInTime) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    const timespec end = AddMicroseconds(row.start, row.microseconds);
-    EXPECT_EQ(end.tv_sec, row.end.tv_sec);
-    EXPECT_EQ(end.tv_nsec, row.end.tv_nsec);
+    ExpectEnd(row.start, row.microseconds, row.end);
   }
   // 584,000 years: more than 32-bit time can hold, and well within 64-bit time.
   EXPECT_FALSE(IsBefore(AddMicroseconds({5, 7}, std::numeric_limits<std::uint64_t>::max()), {2147483647, 0}));
