@@ -18,12 +18,24 @@ using nlohmann::json;
 // The library's values are used for scalars only: those of arrays and objects allocate when they are destroyed, which
 // ends the process when there is no memory.
 
-// Throws json::type_error if the text is not UTF-8.
-std::string Quoted(const std::string& text) {
+// Appends the text as a JSON string. Throws json::type_error if it is not UTF-8.
+void AppendQuoted(std::string& output, const std::string& text) {
   // The library makes a whole printer for each value, and most strings need none.
   const bool is_plain =
       std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c <= 0x7E && c != '"' && c != '\\'; });
-  return is_plain ? '"' + text + '"' : json(text).dump();
+  if (is_plain) {
+    output += '"';
+    output += text;
+    output += '"';
+  } else {
+    output += json(text).dump();
+  }
+}
+
+std::string Quoted(const std::string& text) {
+  std::string quoted;
+  AppendQuoted(quoted, text);
+  return quoted;
 }
 
 // Cuts each run of digits to its first two: what was a number stays one, what was none stays none.
@@ -306,15 +318,20 @@ std::string PrintJson(const RegistrySections& sections) {
     std::string text = "{";
     for (const auto& [name, keys] : sections) {
       text += text.size() == 1 ? "" : ",";
-      text += Quoted(name) + ":{";
+      AppendQuoted(text, name);
+      text += ":{";
       const char* separator = "";
       for (const auto& [key, value] : keys) {
-        text += separator + Quoted(key) + ':' + Quoted(value);
+        text += separator;
+        AppendQuoted(text, key);
+        text += ':';
+        AppendQuoted(text, value);
         separator = ",";
       }
       text += '}';
     }
-    return text + '}';
+    text += '}';
+    return text;
   } catch (const json::type_error&) {
     ThrowNotUtf8(sections);
   }

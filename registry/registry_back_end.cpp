@@ -132,14 +132,18 @@ RegistrySections& RegistryBackEnd::Sections() {
 
 void RegistryBackEnd::Load() {
   const Guard guard(m_lock);
-  m_sections = ParseRegistry(m_store->Read());
+  const std::string text = m_store->Read();
+  m_sections = ParseRegistry(text);
+  m_text_size = text.size();
   m_must_reload = false;
 }
 
 void RegistryBackEnd::Save() {
   const Guard guard(m_lock);
   try {
-    m_store->Write(SerialiseRegistry(Sections()));
+    const std::string text = SerialiseRegistry(Sections(), m_text_size);
+    m_store->Write(text);
+    m_text_size = text.size();
   } catch (const PersistentStore::Full&) {
     RollBack();
     throw Full();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/thread/recursive_mutex.hpp>
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -65,5 +66,6 @@ private:
   boost::recursive_mutex m_lock;
   const std::shared_ptr<LazyPersistentStore> m_store;
   RegistrySections m_sections;  // guarded by m_lock
+  std::size_t m_text_size = 0;  // guarded by m_lock; of the text accepted last, the next one is about as long
   bool m_must_reload = false;   // guarded by m_lock; m_sections holds a change that failed
 };

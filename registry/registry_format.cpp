@@ -1,15 +1,14 @@
 #include "registry/registry_format.h"
 
 #include <boost/tokenizer.hpp>
-#include <cstddef>
 
 #include "lib/platform/escape.h"
 
 namespace {
 
-constexpr char kEscapedInSection[] = "%[]\r\n";
-constexpr char kEscapedInKey[] = "%\r\n=";
-constexpr char kEscapedInValue[] = "%\r\n";
+constexpr escape::EscapeSet kEscapedInSection("%[]\r\n");
+constexpr escape::EscapeSet kEscapedInKey("%\r\n=");
+constexpr escape::EscapeSet kEscapedInValue("%\r\n");
 
 // The section of key lines that stand before the first header; deliberately not the empty name.
 constexpr char kDefaultSection[] = "null";
@@ -27,17 +26,18 @@ void InsertKeyLine(RegistrySection& section, const std::string& line) {
 
 }  // namespace
 
-std::string SerialiseRegistry(const RegistrySections& sections) {
+std::string SerialiseRegistry(const RegistrySections& sections, std::size_t expected_size) {
   std::string text;
+  text.reserve(expected_size);
   for (const auto& [name, keys] : sections) {
     text += '[';
-    text += escape::EscapeCopy(name, kEscapedInSection);
+    escape::AppendEscaped(text, name, kEscapedInSection);
     text += "]\n";
     for (const auto& [key, value] : keys) {
-      text += escape::EscapeCopy(key, kEscapedInKey);
+      escape::AppendEscaped(text, key, kEscapedInKey);
       if (!value.empty()) {
         text += '=';
-        text += escape::EscapeCopy(value, kEscapedInValue);
+        escape::AppendEscaped(text, value, kEscapedInValue);
       }
       text += '\n';
     }

@@ -1,5 +1,6 @@
 #include "lib/platform/escape.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "lib/platform/assertion.h"
@@ -7,7 +8,7 @@
 namespace escape {
 namespace {
 
-void AppendEscaped(std::string& output, char byte) {
+void AppendEscapedByte(std::string& output, char byte) {
   static const char kDigits[] = "0123456789abcdef";
   const auto value = static_cast<unsigned char>(byte);
   output += '%';
@@ -21,7 +22,7 @@ std::string EscapeIf(const std::string& input, Predicate must_escape) {
   output.reserve(input.size());
   for (const char byte : input) {
     if (must_escape(static_cast<unsigned char>(byte))) {
-      AppendEscaped(output, byte);
+      AppendEscapedByte(output, byte);
     } else {
       output += byte;
     }
@@ -47,14 +48,20 @@ unsigned HexDigitValue(char digit) {
 std::string EscapeCopy(const std::string& input, const char* escapeSet) {
   std::string output;
   output.reserve(input.size());
-  std::size_t position = 0;
+  AppendEscaped(output, input, EscapeSet(escapeSet));
+  return output;
+}
+
+void AppendEscaped(std::string& output, const std::string& input, const EscapeSet& set) {
+  const char* position = input.data();
+  const char* const end = position + input.size();
   for (;;) {
-    const std::size_t next = input.find_first_of(escapeSet, position);
-    if (next == std::string::npos) {
-      return output.append(input, position, std::string::npos);
+    const char* const next = std::find_if(position, end, [&](char byte) { return set.Contains(byte); });
+    output.append(position, static_cast<std::size_t>(next - position));
+    if (next == end) {
+      return;
     }
-    output.append(input, position, next - position);
-    AppendEscaped(output, input[next]);
+    AppendEscapedByte(output, *next);
     position = next + 1;
   }
 }

@@ -1,14 +1,34 @@
 // Percent escaping of chosen bytes, its inverse, and two forms of it that make any bytes safe to show.
 #pragma once
 
+#include <array>
 #include <string>
 
 namespace escape {
+
+/// The bytes of a NUL-terminated text as a set, made once for many calls of AppendEscaped.
+class EscapeSet {
+public:
+  constexpr explicit EscapeSet(const char* bytes) {
+    for (; *bytes != '\0'; ++bytes) {
+      m_contains[static_cast<unsigned char>(*bytes)] = true;
+    }
+  }
+
+  constexpr bool Contains(char byte) const { return m_contains[static_cast<unsigned char>(byte)]; }
+
+private:
+  std::array<bool, 256> m_contains{};
+};
 
 /// Returns `input` with every byte that occurs in the NUL-terminated `escapeSet` written as "%" and two lower-case
 /// hexadecimal digits. The result can be reversed only if the set holds "%". A NUL byte cannot be in the set.
 /// Throws std::bad_alloc, std::length_error.
 std::string EscapeCopy(const std::string& input, const char* escapeSet);
+
+/// Appends to `output` what EscapeCopy returns for `input`, without a copy in between. Throws std::bad_alloc,
+/// std::length_error; `output` may then end in a part of it.
+void AppendEscaped(std::string& output, const std::string& input, const EscapeSet& set);
 
 /// The inverse of EscapeCopy; every input decodes to something. Two deliberate oddities: a "%" with fewer than two
 /// bytes behind it is dropped alone, and a byte that is no hexadecimal digit counts as the digit 0. Throws

@@ -4,8 +4,10 @@
 
 #include <string>
 
+using escape::AppendEscaped;
 using escape::AsciiCopy;
 using escape::EscapeCopy;
+using escape::EscapeSet;
 using escape::PrintableCopy;
 using escape::UnescapeCopy;
 using namespace std::string_literals;
@@ -45,6 +47,21 @@ TEST(EscapeCopy, EscapesTheBytesOfTheSetOnly) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(EscapeCopy(row.input, row.set), row.output);
+  }
+}
+
+TEST(AppendEscaped, KeepsWhatTheOutputHolds) {
+  std::string output = "kept%";
+  AppendEscaped(output, "a%b", EscapeSet("%"));
+  AppendEscaped(output, "", EscapeSet("%"));
+  AppendEscaped(output, "=c\0d"s, EscapeSet("="));
+  EXPECT_EQ(output, "kept%a%25b%3dc\0d"s);
+}
+
+TEST(EscapeSet, HoldsTheBytesOfItsTextOnly) {
+  constexpr EscapeSet kSet("%\xff");
+  for (int byte = 0; byte < 256; ++byte) {
+    EXPECT_EQ(kSet.Contains(static_cast<char>(byte)), byte == '%' || byte == 0xff) << byte;
   }
 }
 
