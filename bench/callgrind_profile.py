@@ -1,0 +1,70 @@
+"""Reads what callgrind has written: one part for each operation, named by the request that wrote it out."""
+
+import collections
+import re
+
+TRIGGER = "desc: Trigger: Client Request: "
+
+# Templates of libraries are part of the measured program, and so is the benchmark itself.
+FOREIGN = re.compile(r"(std|__gnu_cxx|boost|nlohmann|fmt|__cxxabiv1)::")
+BENCHMARK = re.compile(r"main|(\(anonymous namespace\)::)?Count\w*\b|workload::|std::_Function_handler")
+
+
+class Profile:
+    """The instructions of one operation: of all in `total`, of each function with all that it calls in `functions`."""
+
+    def __init__(self):
+        self.total = 0
+        self.functions = collections.Counter()
+
+
+def without_arguments(name):
+    """The qualified name alone: no argument list, no template arguments, no result type."""
+    name = name.replace("(anonymous namespace)::", "").split("[abi:", 1)[0]
+    shorter = None
+    while shorter != name:
+        shorter, name = name, re.sub(r"<[^<>]*>", "", name)
+    return name.split("(", 1)[0].rsplit(" ", 1)[-1]
+
+
+def is_ours(binary, owner, name):
+    """Whether the function is this project's: of the measured program, but neither the benchmark's nor a library's."""
+    if owner != binary or BENCHMARK.match(name):
+        return False
+    short = without_arguments(name)
+    return bool(re.search(r"[A-Za-z]", short)) and not FOREIGN.match(short) and not short.startswith("_")
+
+
+def parse(text, binary):
+    """The profiles by operation. `text` is callgrind's, written without the compression of names."""
+    profiles = {}
+    profile = None
+    owner = callee_owner = caller = callee = ""
+    in_call = False
+    for line in text.splitlines():
+        if line.startswith(TRIGGER):
+            profile = profiles[line[len(TRIGGER):]] = Profile()
+        elif line.startswith("part:"):
+            profile = None
+        elif profile is None:
+            continue
+        elif line.startswith("totals:"):
+            profile.total = int(line.split()[1])
+        elif line.startswith("ob="):
+            owner = callee_owner = line[3:]
+        elif line.startswith("fn="):
+            caller, callee_owner = line[3:], owner
+        elif line.startswith("cob="):
+            callee_owner = line[4:]
+        elif line.startswith("cfn="):
+            callee = line[4:]
+        elif line.startswith("calls="):
+            in_call = True
+        elif line[:1].isdigit():
+            cost = int(line.split()[1])
+            if in_call:
+                # What a function spends in itself called again is already in the outer call.
+                if callee != caller and is_ours(binary, callee_owner, callee):
+                    profile.functions[without_arguments(callee)] += cost
+                in_call, callee_owner = False, owner
+    return profiles

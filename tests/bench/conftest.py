@@ -1,0 +1,10 @@
+"""The instruments of bench are imported from where they are."""
+
+import pathlib
+import sys
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "bench"))
+
+
+def pytest_addoption(parser):
+    parser.addoption("--counter", type=pathlib.Path, help="the program whose instructions are counted")

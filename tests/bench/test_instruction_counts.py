@@ -1,0 +1,63 @@
+"""The comparison of instruction counts notices what is slower, and says which function it is."""
+
+import pytest
+
+import callgrind_profile
+import instruction_counts
+
+RECORDED = {"Read": (1000, {"Outer": 990, "Inner": 400}), "Write": (50000, {"Outer": 49000})}
+
+
+@pytest.mark.parametrize("total, good", [(1000, True), (1100, True), (1101, False), (5000, False), (10, True)])
+def test_a_rise_of_over_a_tenth_fails(total, good, capsys):
+    assert instruction_counts.compare(RECORDED, {**RECORDED, "Read": (total, {})}) == good
+    assert ("FAILED Read" in capsys.readouterr().out) == (not good)
+
+
+def test_the_functions_that_rose_are_named_with_the_largest_rise_first(capsys):
+    assert not instruction_counts.compare(
+        RECORDED, {**RECORDED, "Read": (1500, {"Outer": 1490, "Inner": 300, "New": 600})})
+    assert capsys.readouterr().out.splitlines()[1:3] == ["    New 0 -> 600", "    Outer 990 -> 1490"]
+
+
+def test_an_operation_without_a_record_fails(capsys):
+    assert not instruction_counts.compare(RECORDED, {**RECORDED, "Flush": (1, {})})
+    assert "Flush" in capsys.readouterr().out
+
+
+def test_a_table_is_read_as_it_was_written():
+    assert instruction_counts.read_table(instruction_counts.table(RECORDED)) == RECORDED
+
+
+@pytest.mark.parametrize("name, short", [
+    ("SerialiseRegistry[abi:cxx11](std::map<int, std::less<int> > const&)", "SerialiseRegistry"),
+    ("(anonymous namespace)::Quoted(std::basic_string_view<char>)", "Quoted"),
+    ("void std::vector<int>::push_back(int&&)", "std::vector::push_back"),
+    ("RegistryBackEnd::Read(std::string const&)", "RegistryBackEnd::Read"),
+])
+def test_a_function_is_known_by_its_qualified_name(name, short):
+    assert callgrind_profile.without_arguments(name) == short
+
+
+def test_only_functions_of_this_project_count():
+    def is_ours(name, owner="program"):
+        return callgrind_profile.is_ours("program", owner, name)
+
+    assert is_ours("RegistryBackEnd::Read(std::string const&)")
+    assert is_ours("(anonymous namespace)::Quoted(std::string const&)")
+    assert not is_ours("RegistryBackEnd::Read(std::string const&)", "libother.so")
+    assert not is_ours("std::map<int, int>::find(int const&)")
+    assert not is_ours("(anonymous namespace)::CountReads()")
+
+
+def test_a_copy_more_is_reported_and_named(request, capsys):
+    program = request.config.getoption("--counter")
+    if program is None:
+        pytest.skip("no program to count")
+    plain = instruction_counts.count(program)
+    assert instruction_counts.compare(plain, instruction_counts.count(program))
+    capsys.readouterr()
+    assert not instruction_counts.compare(plain, instruction_counts.count(program, "--copy-more"))
+    report = capsys.readouterr().out
+    assert "FAILED Read " in report
+    assert "    CopyOnceMore 0 -> " in report
