@@ -12,9 +12,9 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "bench/memory_store.h"
 #include "bench/workload.h"
 #include "lib/platform/escape.h"
 #include "registry/registry_back_end.h"
@@ -22,23 +22,22 @@
 
 namespace {
 
-using workload::KeyName;
+using workload::Entry;
 using workload::kManyKeys;
-using workload::MemoryStore;
 using workload::RegistryText;
-using workload::SectionName;
 using workload::Share;
 
 constexpr int kWarmUpCalls = 4;
 
 bool g_copy_more = false;
 
-[[gnu::noinline]] void CopyOnceMore() {
+[[gnu::noinline]] std::string CopyOnceMore() {
   static const std::string text(workload::kCapacity, 'c');
-  static volatile char copy[workload::kCapacity];
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    copy[i] = text[i];
+  std::string copy;
+  for (const char byte : text) {
+    copy += byte;
   }
+  return copy;
 }
 
 // `operation` gets the number of the call. Even numbers of calls: those that change something take turns in two values.
@@ -64,23 +63,18 @@ RegistryBackEnd Registry(std::size_t percent, std::size_t keys) {
 
 void CountWrite(const char* name, std::size_t percent, std::size_t keys) {
   RegistryBackEnd registry = Registry(percent, keys);
-  const std::string section = SectionName(keys / 2);
-  const std::string key = KeyName(keys / 2);
-  const std::size_t length = registry.Read(section, key).size();
-  const std::string values[] = {std::string(length, 'x'), std::string(length, 'y')};
-  Count(name, 20, [&](int call) { registry.Write(section, key, values[call % 2]); });
+  const Entry changed = workload::Entries(Share(percent), keys)[keys / 2];
+  const std::string values[] = {std::string(changed.value.size(), 'x'), std::string(changed.value.size(), 'y')};
+  Count(name, 20, [&](int call) { registry.Write(changed.section, changed.key, values[call % 2]); });
 }
 
 void CountReads() {
   RegistryBackEnd registry = Registry(99, kManyKeys);
-  std::vector<std::pair<std::string, std::string>> names;
-  for (std::size_t key = 0; key < kManyKeys; ++key) {
-    names.emplace_back(SectionName(key), KeyName(key));
-  }
-  const auto name = [&](int call) -> const auto& { return names[static_cast<std::size_t>(call) * 37 % kManyKeys]; };
-  Count("Read", 200, [&](int call) { registry.Read(name(call).first, name(call).second); });
-  Count("KeyExists", 200, [&](int call) { registry.KeyExists(name(call).first, name(call).second); });
-  Count("KeyList", 40, [&](int) { registry.KeyList(names[kManyKeys / 2].first); });
+  const std::vector<Entry> entries = workload::Entries(Share(99), kManyKeys);
+  const auto entry = [&](int call) -> const Entry& { return entries[static_cast<std::size_t>(call) * 37 % kManyKeys]; };
+  Count("Read", 200, [&](int call) { registry.Read(entry(call).section, entry(call).key); });
+  Count("KeyExists", 200, [&](int call) { registry.KeyExists(entry(call).section, entry(call).key); });
+  Count("KeyList", 40, [&](int) { registry.KeyList(entries[kManyKeys / 2].section); });
   Count("ReadAllJson", 10, [&](int) { registry.ReadAllJson(); });
 }
 

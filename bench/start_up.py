@@ -1,137 +1,99 @@
-#!/usr/bin/python3
-"""Times the daemon's start beside a minimal program on the same bus, in turn, and prints what the idle daemon holds.
+"""Times the daemon's start beside a minimal program on the same bus, in turn, and looks at what either holds when idle.
 
-    bench/start_up.py BUILD-FOLDER [ROUNDS]
-
-The build folder must hold the targets ledgerd and minimal_service of a release build.
+Both are timed from their start until their name on the bus has an owner, which takes the same steps in both. What a
+user of the daemon waits for, the return of the command that starts it in the background, is timed as well.
 """
 
 import os
 import pathlib
-import re
-import shutil
-import statistics
+import signal
 import subprocess
-import sys
-import tempfile
 import time
 
-SOURCE = pathlib.Path(__file__).resolve().parent.parent
-INSIDE = "--inside"
+import memory
+import world
 
-# Bash as the first process of the PID namespace: a daemon that nobody reaps would count as running.
-REAP_ORPHANS = '"$@"; exit'
-
-
-def command_output(*command):
-    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=False).stdout
+MINIMAL_NAME = "com.example.Minimal"
 
 
-def print_machine(build):
-    cache = (build / "CMakeCache.txt").read_text()
-    compiler = re.search(r"^CMAKE_CXX_COMPILER:\w+=(.*)$", cache, re.M)[1]
-    model = re.search(r"model name\s*: (.*)", pathlib.Path("/proc/cpuinfo").read_text())
-    print("commit    ", command_output("git", "-C", str(SOURCE), "describe", "--always", "--dirty").strip())
-    print("build type", re.search(r"^CMAKE_BUILD_TYPE:\w+=(.*)$", cache, re.M)[1])
-    print("compiler  ", command_output(compiler, "--version").splitlines()[0])
-    print("CPU       ", f"{os.cpu_count()} x {model[1] if model else os.uname().machine}")
-    print("kernel    ", os.uname().release)
+class NameWatch:
+    """Tells when a name on the bus gets an owner."""
+
+    def __init__(self, program, name):
+        self.process = subprocess.Popen([program, name], stdout=subprocess.PIPE, bufsize=0)
+        self.wait()
+
+    def wait(self):
+        assert self.process.stdout.read(1), "the watch has ended"
+
+    def close(self):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
 
 
-def enter(arguments):
-    """Runs this script again in mount and PID namespaces of its own, with a private /var/lib, /run and /dev/kmsg."""
-    state = tempfile.mkdtemp(prefix="ledgerd-bench-")
-    try:
-        for folder in ("lib/plinthware", "run/dbus"):
-            os.makedirs(f"{state}/{folder}")
-        os.mkfifo(f"{state}/kmsg")
-        as_root = [] if os.geteuid() == 0 else ["--map-root-user"]
-        return subprocess.call(["unshare", "--mount", "--pid", "--fork", "--kill-child", "--propagation", "private",
-                                *as_root, "bash", "-c", REAP_ORPHANS, "bash",
-                                sys.executable, __file__, INSIDE, state, *arguments])
-    finally:
-        shutil.rmtree(state)
+def milliseconds_since(begin):
+    return (time.monotonic() - begin) * 1000
 
 
-def start_daemon(ledgerd):
-    """Seconds until the command that starts the daemon has returned."""
+def time_until_owner(watch, *command):
+    """Returns the milliseconds and the process, which goes on."""
     begin = time.monotonic()
-    subprocess.run([ledgerd], check=True)
-    return time.monotonic() - begin
+    process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    watch.wait()
+    return milliseconds_since(begin), process
 
 
-def start_minimal(minimal):
-    """Seconds until the minimal program owns its name."""
-    begin = time.monotonic()
-    process = subprocess.Popen([minimal], stdout=subprocess.PIPE)
-    process.stdout.read(1)
-    elapsed = time.monotonic() - begin
-    process.kill()
+def end(process):
+    process.send_signal(signal.SIGTERM)
     process.wait()
-    process.stdout.close()
-    return elapsed
 
 
-def memory_of(pid):
-    """Resident, proportional, private and private dirty memory in KiB, and the number of threads."""
-    rollup = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
-    fields = {name: int(size) for name, size in re.findall(r"^(\w+):\s+(\d+) kB", rollup, re.M)}
-    threads = len(os.listdir(f"/proc/{pid}/task"))
-    private = fields["Private_Clean"] + fields["Private_Dirty"]
-    return fields["Rss"], fields["Pss"], private, fields["Private_Dirty"], threads
+def background_daemon():
+    return int(pathlib.Path("/run/ledgd.pid").read_text(encoding="ascii"))
 
 
-def print_memory(name, pid):
-    rss, pss, private, dirty, threads = memory_of(pid)
-    print(f"{name:16} Rss {rss} KiB, Pss {pss} KiB, private {private} KiB (dirty {dirty} KiB), {threads} thread(s)")
+def time_until_return(ledgerd):
+    begin = time.monotonic()
+    subprocess.run([ledgerd], check=True, stderr=subprocess.DEVNULL)
+    return milliseconds_since(begin)
 
 
-def print_times(name, seconds):
-    median, least, most = (f(seconds) * 1000 for f in (statistics.median, min, max))
-    print(f"{name:16} {median:6.2f} ms ({least:.2f} … {most:.2f})  n={len(seconds)}")
+def run(place, build, rounds):
+    """Returns {name of the figure: [a value for each round]}: milliseconds, and KiB."""
+    ledgerd = str(build / "daemon/ledgerd")
+    minimal = str(build / "bench/minimal_service")
+    watch_program = build / "bench/ledgerd_name_watch"
+    watches = {name: NameWatch(watch_program, name) for name in (MINIMAL_NAME, world.REGISTRY_NAME)}
+    times = {"start minimal": [], "start ledgerd -d": [], "start ledgerd": []}
+    held = {}
 
+    def hold(name, pid):
+        for field, size in memory.of(pid).items():
+            held.setdefault(f"idle {name} {field}", []).append(size)
 
-def measure(state, build, rounds):
-    subprocess.run(["mount", "-t", "proc", "proc", "/proc"], check=True)
-    for source, target in (("lib", "/var/lib"), ("run", "/run"), ("kmsg", "/dev/kmsg")):
-        subprocess.run(["mount", "--bind", f"{state}/{source}", target], check=True)
-    kernel_log = os.open("/dev/kmsg", os.O_RDWR | os.O_NONBLOCK)  # a reader, so that writers need not wait
-    os.environ.pop("DBUS_SYSTEM_BUS_ADDRESS", None)
-    subprocess.run(["dbus-daemon", f"--config-file={SOURCE}/scripts/private-bus.conf", "--fork"], check=True)
-    ledgerd = str(build / "daemon" / "ledgerd")
-    minimal = str(build / "bench" / "minimal_service")
-
-    daemon_times, minimal_times = [], []
     for _ in range(rounds):
-        minimal_times.append(start_minimal(minimal))
-        daemon_times.append(start_daemon(ledgerd))
+        elapsed, process = time_until_owner(watches[MINIMAL_NAME], minimal)
+        times["start minimal"].append(elapsed)
+        hold("minimal", process.pid)
+        end(process)
+
+        elapsed, process = time_until_owner(watches[world.REGISTRY_NAME], ledgerd, "-d")
+        times["start ledgerd -d"].append(elapsed)
+        end(process)
+
+        times["start ledgerd"].append(time_until_return(ledgerd))
+        watches[world.REGISTRY_NAME].wait()
+        hold("ledgerd", background_daemon())
         subprocess.run([ledgerd, "-k"], check=True)
-        os.read(kernel_log, 65536)
-    print_times("minimal_service", minimal_times)
-    print_times("ledgerd", daemon_times)
-    print(f"ratio of medians {statistics.median(daemon_times) / statistics.median(minimal_times):.2f}")
-
-    process = subprocess.Popen([minimal], stdout=subprocess.PIPE)
-    process.stdout.read(1)
-    print_memory("minimal_service", process.pid)
-    start_daemon(ledgerd)
-    print_memory("ledgerd", int(pathlib.Path("/run/ledgd.pid").read_text()))
-    stripped = f"{state}/stripped"
-    subprocess.run(["strip", "-o", stripped, ledgerd], check=True)
-    print(f"ledgerd stripped {os.path.getsize(stripped) / 1024:.0f} KiB")
+        place.forget_kernel_log()
+    for watch in watches.values():
+        watch.close()
+    return {**times, **held}
 
 
-def main():
-    if sys.argv[1:2] == [INSIDE]:
-        measure(sys.argv[2], pathlib.Path(sys.argv[3]), int(sys.argv[4]))
-        return 0
-    if len(sys.argv) not in (2, 3):
-        sys.exit(__doc__)
-    build = pathlib.Path(sys.argv[1]).resolve()
-    print_machine(build)
-    sys.stdout.flush()
-    return enter([str(build), sys.argv[2] if len(sys.argv) == 3 else "50"])
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+def stripped_size(program, strip, state):
+    """KiB of the program without its symbols."""
+    stripped = pathlib.Path(state) / "stripped"
+    subprocess.run([strip, "-o", stripped, program], check=True)
+    return os.path.getsize(stripped) / 1024

@@ -5,22 +5,19 @@
 namespace workload {
 namespace {
 
-std::string Padded(std::size_t number) {
+std::string Name(char kind, std::size_t number) {
   const std::string digits = std::to_string(number);
-  return std::string(digits.size() < 3 ? 3 - digits.size() : 0, '0') + digits;
+  return kind + std::string(digits.size() < 3 ? 3 - digits.size() : 0, '0') + digits;
 }
 
 }  // namespace
 
 std::size_t Share(std::size_t percent) { return kCapacity * percent / 100; }
 
-std::string SectionName(std::size_t key) { return "s" + Padded(key / kKeysPerSection); }
-
-std::string KeyName(std::size_t key) { return "k" + Padded(key); }
-
-std::string RegistryText(std::size_t size, std::size_t keys) {
+std::vector<Entry> Entries(std::size_t size, std::size_t keys) {
+  std::vector<Entry> entries;
   if (size == 0) {
-    return std::string();
+    return entries;
   }
   const std::size_t sections = (keys + kKeysPerSection - 1) / kKeysPerSection;
   const std::size_t names = sections * std::string("[s000]\n").size() + keys * std::string("k000=\n").size();
@@ -28,17 +25,42 @@ std::string RegistryText(std::size_t size, std::size_t keys) {
     throw std::length_error("too many keys for the size");
   }
   const std::size_t values = size - names;
-  std::string text;
-  text.reserve(size);
   for (std::size_t key = 0; key < keys; ++key) {
-    if (key % kKeysPerSection == 0) {
-      text += '[' + SectionName(key) + "]\n";
-    }
     // The first keys take what the division leaves over.
     const std::size_t length = values / keys + (key < values % keys ? 1 : 0);
-    text += KeyName(key) + '=' + std::string(length, static_cast<char>('a' + key % 26)) + '\n';
+    entries.push_back(
+        {Name('s', key / kKeysPerSection), Name('k', key), std::string(length, static_cast<char>('a' + key % 26))});
+  }
+  return entries;
+}
+
+std::string RegistryText(std::size_t size, std::size_t keys) {
+  std::string text;
+  std::string section;
+  for (const Entry& entry : Entries(size, keys)) {
+    if (entry.section != section) {
+      section = entry.section;
+      text += "[" + section + "]\n";
+    }
+    text += entry.key + "=" + entry.value + "\n";
   }
   return text;
+}
+
+std::string RegistryJson(std::size_t size, std::size_t keys) {
+  std::string text;
+  std::string section;
+  for (const Entry& entry : Entries(size, keys)) {
+    const std::string member = "\"" + entry.key + "\":\"" + entry.value + "\"";
+    if (entry.section == section) {
+      text += "," + member;
+      continue;
+    }
+    text += section.empty() ? "" : "},";
+    section = entry.section;
+    text += "\"" + section + "\":{" + member;
+  }
+  return "{" + text + (section.empty() ? "}" : "}}");
 }
 
 std::string ValueToEscape(std::size_t size) {

@@ -51,9 +51,7 @@ def test_only_functions_of_this_project_count():
 
 
 def test_a_copy_more_is_reported_and_named(request, capsys):
-    program = request.config.getoption("--counter")
-    if program is None:
-        pytest.skip("no program to count")
+    program = request.config.getoption("--build") / "bench" / "ledgerd_count_instructions"
     plain = instruction_counts.count(program)
     assert instruction_counts.compare(plain, instruction_counts.count(program))
     capsys.readouterr()
