@@ -6,8 +6,8 @@ build_packages="cmake dbus g++ libboost-dev libdbus-1-dev libdbus-c++-dev libfmt
 run_packages="systemd util-linux"
 armhf_packages="cpio e2fsprogs g++-arm-linux-gnueabihf python3 qemu-system-arm qemu-user-static"
 test_packages="babeltrace2 clang clang-format clang-tidy cppcheck gcovr libclang-rt-14-dev libglib2.0-bin libgmock-dev
-               libgtest-dev lttng-tools procps python3 python3-dbus python3-pyflakes python3-pytest shellcheck strace
-               valgrind"
+               libgtest-dev lttng-tools procps python3 python3-dbus python3-pyflakes python3-pytest shellcheck strace"
+bench_packages="binutils dconf-service libbenchmark-dev python3 valgrind xfconf"
 fuzz_packages="clang libclang-rt-14-dev llvm"
 
 # quietly COMMAND...: shows what a command printed only if it fails.
