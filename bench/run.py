@@ -28,9 +28,9 @@ class Extent:
 
     def __init__(self, quick):
         self.rounds = 2 if quick else 9
-        self.passes = 1 if quick else 5
-        self.block = 20 if quick else 200
-        self.starts = 2 if quick else 25
+        self.passes = 1 if quick else 20
+        self.block = 20 if quick else 50
+        self.starts = 2 if quick else 51
         self.seconds = 0.0001 if quick else 0.02
 
 
@@ -73,7 +73,7 @@ def inside(state, arguments):
     description = machine.describe(options.build)
     print(report.machine_text(description), flush=True)
     figures = measure(place, options.build, options.only or PARTS, Extent(options.quick), options.armhf)
-    outcomes = goals.outcomes(figures)
+    outcomes = [outcome for outcome in goals.outcomes(figures) if outcome.values or not options.only]
     print(report.figures_text(figures))
     print(report.goals_text(outcomes))
     if options.figures:
