@@ -7,7 +7,7 @@ TRIGGER = "desc: Trigger: Client Request: "
 
 # Templates of libraries are part of the measured program, and so is the benchmark itself.
 FOREIGN = re.compile(r"(std|__gnu_cxx|boost|nlohmann|fmt|__cxxabiv1)::")
-BENCHMARK = re.compile(r"main|(\(anonymous namespace\)::)?Count\w*\b|workload::|std::_Function_handler")
+BENCHMARK = re.compile(r"main|(\(anonymous namespace\)::)?Count\w*\b|workload::|fuzz::|std::_Function_handler")
 
 
 class Profile:
@@ -16,6 +16,18 @@ class Profile:
     def __init__(self):
         self.total = 0
         self.functions = collections.Counter()
+        self.callees = collections.defaultdict(set)  # all functions by their full names
+
+    def functions_within(self, root):
+        """Those of the functions that are called from `root`, directly or not, and `root` itself."""
+        found = {name for name in self.callees if without_arguments(name) == root}
+        to_visit = list(found)
+        while to_visit:
+            new = self.callees.get(to_visit.pop(), set()) - found
+            found |= new
+            to_visit += new
+        names = {without_arguments(name) for name in found}
+        return {name: cost for name, cost in self.functions.items() if name in names}
 
 
 def without_arguments(name):
@@ -63,6 +75,7 @@ def parse(text, binary):
         elif line[:1].isdigit():
             cost = int(line.split()[1])
             if in_call:
+                profile.callees[caller].add(callee)
                 # What a function spends in itself called again is already in the outer call.
                 if callee != caller and is_ours(binary, callee_owner, callee):
                     profile.functions[without_arguments(callee)] += cost

@@ -44,13 +44,14 @@ def count(program, *arguments):
         profiles = callgrind_profile.parse(output.read_text(), program)
     counts = {}
     for line in result.stdout.splitlines():
-        operation, calls = line.split()
+        operation, calls, *root = line.split()
         profile, calls = profiles[operation], int(calls)
-        if profile.total == 0:
-            sys.exit(f"{operation}: nothing was counted")
-        shown = {name: round(cost / calls) for name, cost in profile.functions.items()
-                 if cost >= SHOWN_SHARE * profile.total}
-        counts[operation] = (round(profile.total / calls), shown)
+        total = profile.functions[root[0]] if root else profile.total
+        if total == 0:
+            sys.exit(f"{operation}: nothing was counted{f' in {root[0]}' if root else ''}")
+        functions = profile.functions_within(root[0]) if root else profile.functions
+        shown = {name: round(cost / calls) for name, cost in functions.items() if cost >= SHOWN_SHARE * total}
+        counts[operation] = (round(total / calls), shown)
     return counts
 
 
@@ -98,7 +99,7 @@ def compare(recorded, counts):
     for operation, (total, functions) in counts.items():
         before, functions_before = recorded[operation]
         failed = (total - before) * 100 > before * ALLOWED_RISE_PERCENT
-        print(f"{'FAILED' if failed else 'ok':6} {operation:12} {before:9} -> {total:9}  {total / before - 1:+.1%}")
+        print(f"{'FAILED' if failed else 'ok':6} {operation:18} {before:9} -> {total:9}  {total / before - 1:+.1%}")
         if failed:
             good = False
             print("".join(risen_functions(functions_before, functions)), end="")

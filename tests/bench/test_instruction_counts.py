@@ -50,6 +50,56 @@ def test_only_functions_of_this_project_count():
     assert not is_ours("(anonymous namespace)::CountReads()")
 
 
+PROFILE = """part: 1
+desc: Trigger: Client Request: Read
+totals: 100
+
+ob=program
+fn=main
+cfn=Loop()
+calls=1 0
+0 90
+cfn=Outside()
+calls=1 0
+0 5
+
+fn=Loop()
+0 10
+cfn=Root(int)
+calls=2 0
+0 80
+
+fn=Root(int)
+0 20
+cob=library
+cfn=foreign
+calls=2 0
+0 40
+cfn=Root(int)
+calls=1 0
+0 15
+cfn=Inner()
+calls=1 0
+0 5
+
+ob=library
+fn=foreign
+0 30
+cob=program
+cfn=Back()
+calls=1 0
+0 10
+"""
+
+
+def test_a_profile_has_the_inclusive_counts_of_our_functions():
+    profile = callgrind_profile.parse(PROFILE, "program")["Read"]
+    assert profile.total == 100
+    assert profile.functions == {"Loop": 90, "Outside": 5, "Root": 80, "Inner": 5, "Back": 10}
+    assert profile.functions_within("Root") == {"Root": 80, "Inner": 5, "Back": 10}
+    assert profile.functions_within("Missing") == {}
+
+
 def test_a_copy_more_is_reported_and_named(request, capsys):
     program = request.config.getoption("--build") / "bench" / "ledgerd_count_instructions"
     plain = instruction_counts.count(program)
