@@ -8,6 +8,11 @@ from plot import plot_calls
 
 MARKER = "<!-- From here on written by scripts/bench. -->\n"
 
+OPERATIONS_CAPTION = (
+    "Nanoseconds of processor time, by the number of keys and how full the registry is, or how long the text; in brackets\n"
+    "the ratio to the floor: `Append` makes the registry's text without escapes, `Find` looks a value up and copies it,\n"
+    "`Copy` copies the text.\n")
+
 
 def machine_text(description):
     return "\n".join(f"{name:13} {value}" for name, value in description)
@@ -46,5 +51,5 @@ def write_page(page, description, figures, outcomes):
         *(f"### {title}\n\n{tables.calls(figures, mode)}" for mode, title in tables.MODES.items()),
         "### Memory after the load\n", tables.memory(figures, "loaded"),
         "## Start-up and memory\n", tables.starts(figures), tables.memory(figures, "idle"),
-        "## Without a bus\n", tables.operations(figures)]
+        "## Without a bus\n", OPERATIONS_CAPTION, tables.operations(figures)]
     page.write_text(head + marker + "\n".join(sections), encoding="utf-8")
