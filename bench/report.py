@@ -9,9 +9,9 @@ from plot import plot_calls
 MARKER = "<!-- From here on written by scripts/bench. -->\n"
 
 OPERATIONS_CAPTION = (
-    "Nanoseconds of processor time, by the number of keys and how full the registry is, or how long the text; in brackets\n"
-    "the ratio to the floor: `Append` makes the registry's text without escapes, `Find` looks a value up and copies it,\n"
-    "`Copy` copies the text.\n")
+    "Nanoseconds of processor time, by the number of keys and how full the registry is, or how long the text; in\n"
+    "brackets the ratio to the floor: `Append` makes the registry's text without escapes, `Find` looks a value up and\n"
+    "copies it, `Copy` copies the text.\n")
 
 
 def machine_text(description):

@@ -85,5 +85,4 @@ def operations(figures):
             ratio = names.ratio(figures, name)
             row.append(shown(figures, name) + ("" if ratio is None else f" ({ratio:.1f})"))
         rows.append(row)
-    return table(("operation", *(f"{'1 key' if keys == 1 else f'{keys} keys'}, {percent} %" for keys, percent in SIZES)),
-                 rows)
+    return table(("operation", *(f"{keys} key{'s' * (keys > 1)}, {percent} %" for keys, percent in SIZES)), rows)
