@@ -18,18 +18,19 @@ using nlohmann::json;
 // The library's values are used for scalars only: those of arrays and objects allocate when they are destroyed, which
 // ends the process when there is no memory.
 
+constexpr escape::ByteSet kNotPlain = escape::ByteSet::Where(
+    [](unsigned char byte) { return byte < 0x20 || byte > 0x7E || byte == '"' || byte == '\\'; });
+
 // Appends the text as a JSON string. Throws json::type_error if it is not UTF-8.
 void AppendQuoted(std::string& output, const std::string& text) {
   // The library makes a whole printer for each value, and most strings need none.
-  const bool is_plain =
-      std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c <= 0x7E && c != '"' && c != '\\'; });
-  if (is_plain) {
-    output += '"';
-    output += text;
-    output += '"';
-  } else {
+  if (kNotPlain.ContainsAnyOf(text)) {
     output += json(text).dump();
+    return;
   }
+  output += '"';
+  output += text;
+  output += '"';
 }
 
 std::string Quoted(const std::string& text) {

@@ -6,9 +6,9 @@
 
 namespace {
 
-constexpr escape::EscapeSet kEscapedInSection("%[]\r\n");
-constexpr escape::EscapeSet kEscapedInKey("%\r\n=");
-constexpr escape::EscapeSet kEscapedInValue("%\r\n");
+constexpr escape::ByteSet kEscapedInSection("%[]\r\n");
+constexpr escape::ByteSet kEscapedInKey("%\r\n=");
+constexpr escape::ByteSet kEscapedInValue("%\r\n");
 
 // The section of key lines that stand before the first header; deliberately not the empty name.
 constexpr char kDefaultSection[] = "null";

@@ -16,17 +16,15 @@ void AppendEscapedByte(std::string& output, char byte) {
   output += kDigits[value & 0xF];
 }
 
-template <typename Predicate>
-std::string EscapeIf(const std::string& input, Predicate must_escape) {
+constexpr ByteSet kNotPrintable =
+    ByteSet::Where([](unsigned char byte) { return byte < 0x20 || byte > 0x7E || byte == '%'; });
+
+constexpr ByteSet kNotAscii = ByteSet::Where([](unsigned char byte) { return byte >= 0x80; });
+
+std::string EscapeCopy(const std::string& input, const ByteSet& set) {
   std::string output;
   output.reserve(input.size());
-  for (const char byte : input) {
-    if (must_escape(static_cast<unsigned char>(byte))) {
-      AppendEscapedByte(output, byte);
-    } else {
-      output += byte;
-    }
-  }
+  AppendEscaped(output, input, set);
   return output;
 }
 
@@ -45,14 +43,15 @@ unsigned HexDigitValue(char digit) {
 
 }  // namespace
 
-std::string EscapeCopy(const std::string& input, const char* escapeSet) {
-  std::string output;
-  output.reserve(input.size());
-  AppendEscaped(output, input, EscapeSet(escapeSet));
-  return output;
+bool ByteSet::ContainsAnyOf(const std::string& text) const {
+  return std::any_of(text.begin(), text.end(), [this](char byte) { return Contains(byte); });
 }
 
-void AppendEscaped(std::string& output, const std::string& input, const EscapeSet& set) {
+std::string EscapeCopy(const std::string& input, const char* escapeSet) {
+  return EscapeCopy(input, ByteSet(escapeSet));
+}
+
+void AppendEscaped(std::string& output, const std::string& input, const ByteSet& set) {
   const char* position = input.data();
   const char* const end = position + input.size();
   for (;;) {
@@ -86,12 +85,8 @@ std::string UnescapeCopy(const std::string& input) {
   }
 }
 
-std::string PrintableCopy(const std::string& input) {
-  return EscapeIf(input, [](unsigned char byte) { return byte < 0x20 || byte > 0x7E || byte == '%'; });
-}
+std::string PrintableCopy(const std::string& input) { return EscapeCopy(input, kNotPrintable); }
 
-std::string AsciiCopy(const std::string& input) {
-  return EscapeIf(input, [](unsigned char byte) { return byte >= 0x80; });
-}
+std::string AsciiCopy(const std::string& input) { return EscapeCopy(input, kNotAscii); }
 
 }  // namespace escape

@@ -6,16 +6,29 @@
 
 namespace escape {
 
-/// The bytes of a NUL-terminated text as a set, made once for many calls of AppendEscaped.
-class EscapeSet {
+/// A set of bytes as a table, made once for many texts.
+class ByteSet {
 public:
-  constexpr explicit EscapeSet(const char* bytes) {
+  /// The bytes of a NUL-terminated text.
+  constexpr explicit ByteSet(const char* bytes) {
     for (; *bytes != '\0'; ++bytes) {
       m_contains[static_cast<unsigned char>(*bytes)] = true;
     }
   }
 
+  /// The bytes for which `predicate`, which takes an unsigned char, is true.
+  template <typename Predicate>
+  static constexpr ByteSet Where(Predicate predicate) {
+    ByteSet set("");
+    for (unsigned byte = 0; byte < 256; ++byte) {
+      set.m_contains[byte] = predicate(static_cast<unsigned char>(byte));
+    }
+    return set;
+  }
+
   constexpr bool Contains(char byte) const { return m_contains[static_cast<unsigned char>(byte)]; }
+
+  bool ContainsAnyOf(const std::string& text) const;
 
 private:
   std::array<bool, 256> m_contains{};
@@ -28,7 +41,7 @@ std::string EscapeCopy(const std::string& input, const char* escapeSet);
 
 /// Appends to `output` what EscapeCopy returns for `input`, without a copy in between. Throws std::bad_alloc,
 /// std::length_error; `output` may then end in a part of it.
-void AppendEscaped(std::string& output, const std::string& input, const EscapeSet& set);
+void AppendEscaped(std::string& output, const std::string& input, const ByteSet& set);
 
 /// The inverse of EscapeCopy; every input decodes to something. Two deliberate oddities: a "%" with fewer than two
 /// bytes behind it is dropped alone, and a byte that is no hexadecimal digit counts as the digit 0. Throws

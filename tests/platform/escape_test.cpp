@@ -6,8 +6,8 @@
 
 using escape::AppendEscaped;
 using escape::AsciiCopy;
+using escape::ByteSet;
 using escape::EscapeCopy;
-using escape::EscapeSet;
 using escape::PrintableCopy;
 using escape::UnescapeCopy;
 using namespace std::string_literals;
@@ -52,16 +52,32 @@ TEST(EscapeCopy, EscapesTheBytesOfTheSetOnly) {
 
 TEST(AppendEscaped, KeepsWhatTheOutputHolds) {
   std::string output = "kept%";
-  AppendEscaped(output, "a%b", EscapeSet("%"));
-  AppendEscaped(output, "", EscapeSet("%"));
-  AppendEscaped(output, "=c\0d"s, EscapeSet("="));
+  AppendEscaped(output, "a%b", ByteSet("%"));
+  AppendEscaped(output, "", ByteSet("%"));
+  AppendEscaped(output, "=c\0d"s, ByteSet("="));
   EXPECT_EQ(output, "kept%a%25b%3dc\0d"s);
 }
 
-TEST(EscapeSet, HoldsTheBytesOfItsTextOnly) {
-  constexpr EscapeSet kSet("%\xff");
+TEST(ByteSet, HoldsTheBytesOfItsTextOnly) {
+  constexpr ByteSet kSet("%\xff");
   for (int byte = 0; byte < 256; ++byte) {
     EXPECT_EQ(kSet.Contains(static_cast<char>(byte)), byte == '%' || byte == 0xff) << byte;
+  }
+}
+
+TEST(ByteSet, HoldsTheBytesOfItsPredicateOnly) {
+  constexpr ByteSet kSet = ByteSet::Where([](unsigned char byte) { return byte == 0 || byte >= 0xfe; });
+  for (int byte = 0; byte < 256; ++byte) {
+    EXPECT_EQ(kSet.Contains(static_cast<char>(byte)), byte == 0 || byte >= 0xfe) << byte;
+  }
+}
+
+TEST(ByteSet, FindsAByteAnywhereInAText) {
+  constexpr ByteSet kSet("%");
+  EXPECT_FALSE(kSet.ContainsAnyOf(""));
+  EXPECT_FALSE(kSet.ContainsAnyOf("plain\0text"s));
+  for (const std::string& text : {"%"s, "%plain"s, "pl%ain"s, "plain%"s, "\0%"s}) {
+    EXPECT_TRUE(kSet.ContainsAnyOf(text)) << text;
   }
 }
 
