@@ -112,24 +112,23 @@ void Dispatcher::WaitForEvents() {
   const bool writing = std::any_of(m_watches.begin(), m_watches.end(),
                                    [](const Watch* watch) { return watch->Wants(DBUS_WATCH_WRITABLE); });
   const int wanted = writing ? DBUS_WATCH_WRITABLE : DBUS_WATCH_READABLE;
-  std::vector<Watch*> polled;
-  std::copy_if(m_watches.begin(), m_watches.end(), std::back_inserter(polled),
-               [&](const Watch* watch) { return watch->Wants(wanted); });
-
-  std::vector<pollfd> descriptors;
-  descriptors.reserve(polled.size() + 1);
-  for (const Watch* watch : polled) {
-    descriptors.push_back({watch->descriptor(), static_cast<short>(writing ? POLLOUT : POLLIN), 0});
+  m_polled.clear();
+  m_descriptors.clear();
+  for (Watch* watch : m_watches) {
+    if (watch->Wants(wanted)) {
+      m_polled.push_back(watch);
+      m_descriptors.push_back({watch->descriptor(), static_cast<short>(writing ? POLLOUT : POLLIN), 0});
+    }
   }
-  descriptors.push_back({m_wake_reader, POLLIN, 0});
+  m_descriptors.push_back({m_wake_reader, POLLIN, 0});
 
-  if (::poll(descriptors.data(), descriptors.size(), PollTimeout()) <= 0) {
+  if (::poll(m_descriptors.data(), m_descriptors.size(), PollTimeout()) <= 0) {
     return;
   }
-  for (std::size_t i = 0; i < polled.size(); ++i) {
+  for (std::size_t i = 0; i < m_polled.size(); ++i) {
     // Handling one watch can remove another.
-    if (descriptors[i].revents != 0 && Contains(m_watches, polled[i])) {
-      polled[i]->Handle(descriptors[i].revents);
+    if (m_descriptors[i].revents != 0 && Contains(m_watches, m_polled[i])) {
+      m_polled[i]->Handle(m_descriptors[i].revents);
     }
   }
 }
@@ -137,10 +136,10 @@ void Dispatcher::WaitForEvents() {
 // Milliseconds until the first deadline, rounded up; -1 for none, so that an idle process sleeps until something
 // happens.
 int Dispatcher::PollTimeout() const {
-  const timespec now = bramble::get_monotonic_time();
   int shortest = -1;
   for (const Timeout* timeout : m_timeouts) {
     if (timeout->enabled()) {
+      const timespec now = bramble::get_monotonic_time();
       const timespec deadline = timeout->Deadline();
       const long long milliseconds = (static_cast<long long>(deadline.tv_sec) - now.tv_sec) * 1000 +
                                      (deadline.tv_nsec - now.tv_nsec) / 1000000 + 1;

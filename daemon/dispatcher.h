@@ -3,6 +3,7 @@
 #pragma once
 
 #include <dbus-c++/dbus.h>
+#include <poll.h>
 
 #include <atomic>
 #include <vector>
@@ -46,4 +47,7 @@ private:
   int m_wake_writer = -1;
   std::vector<Watch*> m_watches;     // owned by libdbus's watches, which end in rem_watch
   std::vector<Timeout*> m_timeouts;  // likewise
+  // What the wait in hand is for; here so that not every wait takes memory anew.
+  std::vector<Watch*> m_polled;
+  std::vector<pollfd> m_descriptors;
 };

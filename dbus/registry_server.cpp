@@ -107,12 +107,14 @@ bool RegistryServer::Handle(const DBus::Message& message) {
 }
 
 DBus::InterfaceAdaptor* RegistryServer::FindInterface(const DBus::CallMessage& call) {
+  com::tavimesh::Registry_adaptor* const registry = this;
   if (const char* name = call.interface()) {
-    return find_interface(name);
+    // Nearly every call names it, and the library's search makes a string of the name.
+    return registry->name() == name ? registry : find_interface(name);
   }
   // The interface is optional in a call; without it the member decides.
   if (com::tavimesh::Registry_adaptor::_methods.count(call.member()) != 0) {
-    return static_cast<com::tavimesh::Registry_adaptor*>(this);
+    return registry;
   }
   if (DBus::IntrospectableAdaptor::_methods.count(call.member()) != 0) {
     return static_cast<DBus::IntrospectableAdaptor*>(this);
