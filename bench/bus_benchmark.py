@@ -33,8 +33,9 @@ def run(place, build, rounds, passes, block):
     output = subprocess.run(
         [build / "bench/ledgerd_bus_client", *map(str, (place.bus.pid, rounds, passes, block))],
         stdout=subprocess.PIPE, text=True, check=True).stdout
-    # dconf-service takes a change that it cannot read for no change, without an error.
-    assert b"k499" in (place.state / "config/dconf/user").read_bytes(), "dconf-service has not written what was sent"
+    # dconf-service takes a change that it cannot read for another one, without an error.
+    written = (place.state / "config/dconf/user").read_bytes()
+    assert b"k499" in written and b"f" * 26 in written, "dconf-service has not written what was sent"
     figures = {}
     for line in output.splitlines():
         mode, kind, calls, *values = line.split()
