@@ -76,8 +76,10 @@ def parse(text, binary):
             cost = int(line.split()[1])
             if in_call:
                 profile.callees[caller].add(callee)
-                # What a function spends in itself called again is already in the outer call.
-                if callee != caller and is_ours(binary, callee_owner, callee):
-                    profile.functions[without_arguments(callee)] += cost
+                # What a function spends in itself called again is already in the outer call; so is what it spends in a
+                # part that the compiler has made a function of its own, or behind a virtual call's adjustment.
+                name = without_arguments(callee)
+                if name != without_arguments(caller) and is_ours(binary, callee_owner, callee):
+                    profile.functions[name] += cost
                 in_call, callee_owner = False, owner
     return profiles

@@ -32,6 +32,8 @@ def test_a_table_is_read_as_it_was_written():
 @pytest.mark.parametrize("name, short", [
     ("SerialiseRegistry[abi:cxx11](std::map<int, std::less<int> > const&)", "SerialiseRegistry"),
     ("(anonymous namespace)::Quoted(std::basic_string_view<char>)", "Quoted"),
+    ("non-virtual thunk to Server::handle_message(DBus::Message const&)", "Server::handle_message"),
+    ("RegistryBackEnd::Save() [clone .part.0]", "RegistryBackEnd::Save"),
     ("void std::vector<int>::push_back(int&&)", "std::vector::push_back"),
     ("RegistryBackEnd::Read(std::string const&)", "RegistryBackEnd::Read"),
 ])
@@ -65,9 +67,15 @@ calls=1 0
 
 fn=Loop()
 0 10
-cfn=Root(int)
+cfn=non-virtual thunk to Root(int)
 calls=2 0
 0 80
+
+fn=non-virtual thunk to Root(int)
+0 1
+cfn=Root(int)
+calls=2 0
+0 79
 
 fn=Root(int)
 0 20
