@@ -2,7 +2,7 @@
 
     operation NAME/keys:KEYS/full:PERCENT     nanoseconds of processor time
     lock-step|pipelined SERVICE.CALL FIELD    nanoseconds, but for the field "rate"
-    start PROGRAM                             milliseconds
+    start|start-cpu PROGRAM                   milliseconds
     idle|loaded PROGRAM FIELD, size PROGRAM   KiB
 """
 
@@ -14,7 +14,7 @@ import operations
 def unit_of(name):
     """The unit to show and what a value is divided by for it."""
     kind, field = name.split()[0], name.split()[-1]
-    if kind == "start":
+    if kind in ("start", "start-cpu"):
         return "ms", 1
     if kind in ("idle", "loaded", "size"):
         return "KiB", 1
@@ -33,7 +33,7 @@ def baseline_of(name):
         call, field = rest
         ping = "ledgerd.Ping-25" if call.endswith("-25") else "ledgerd.Ping"
         return f"{kind} {'echo.Echo-2' if field in ('cpu', 'bus_cpu') else ping} {field}"
-    if kind in ("start", "idle"):
+    if kind in ("start", "start-cpu", "idle"):
         return " ".join([kind, "minimal", *rest[1:]]).removesuffix(" -d")
     return None
 

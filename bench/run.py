@@ -30,7 +30,7 @@ class Extent:
         self.rounds = 2 if quick else 9
         self.passes = 1 if quick else 20
         self.block = 20 if quick else 50
-        self.starts = 2 if quick else 51
+        self.starts = 2 if quick else 60
         self.seconds = 0.0001 if quick else 0.02
 
 

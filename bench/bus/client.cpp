@@ -18,6 +18,8 @@
 #include <cstring>
 #include <deque>
 #include <exception>
+#include <numeric>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -32,6 +34,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kConnections = 8;
 constexpr std::size_t kUnderWay = 8;
+constexpr std::size_t kWarmUpCalls = 5;
 constexpr int kPatienceMilliseconds = 30000;
 
 std::uint64_t Nanoseconds(Clock::duration duration) {
@@ -128,8 +131,12 @@ private:
   template <typename MakeCalls>
   void Print(const char* mode, MakeCalls make_calls) {
     std::vector<Findings> findings(m_kinds.size());
+    std::vector<std::size_t> order(m_kinds.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
     for (std::size_t pass = 0; pass < m_passes; ++pass) {
-      for (std::size_t i = 0; i < m_kinds.size(); ++i) {
+      // What went before has its effect, so no kind always follows the same one.
+      std::shuffle(order.begin(), order.end(), m_random);
+      for (const std::size_t i : order) {
         Measure(i, make_calls, findings[i]);
       }
     }
@@ -145,8 +152,10 @@ private:
       Fill(m_connections.front(), kind.fill);
       m_fill = kind.fill;
     }
-    // One that is not counted, after the other services had the processor's caches.
-    m_connections.front().Call(kind.calls.front().get());
+    // Some are not counted, after the other services had the processor's caches.
+    for (std::size_t i = 0; i < kWarmUpCalls; ++i) {
+      m_connections.front().Call(kind.calls[i % kind.calls.size()].get());
+    }
     const std::uint64_t bus_before = CpuTime(m_bus);
     const std::uint64_t service_before = CpuTime(m_services[index]);
     const auto begin = Clock::now();
@@ -163,6 +172,7 @@ private:
   const std::vector<Kind> m_kinds;
   std::vector<pid_t> m_services;  // the process of each kind
   std::size_t m_fill = 0;
+  std::minstd_rand m_random;  // the same orders in every run
 };
 
 }  // namespace
