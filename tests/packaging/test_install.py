@@ -13,8 +13,12 @@ def test_everything_is_installed_in_its_place(request, tmp_path):
     libraries = pathlib.Path(option("--libdir"))
     program, data = 0o755, 0o644
     assert installed == {
+        "bin/ledgerctl": program,
         "sbin/ledgerd": program,
         str(libraries / "ledgerd/ledgerd-tracepoint-probes.so"): data,
+        "share/bash-completion/completions/ledgerctl": data,
+        "share/fish/vendor_completions.d/ledgerctl.fish": data,
+        "share/zsh/vendor-completions/_ledgerctl": data,
         "share/dbus-1/system.d/com.tavimesh.Registry.conf": data,
         "lib/systemd/system/ledgerd.service": data,
         "lib/sysusers.d/ledgerd.conf": data,

@@ -1,0 +1,76 @@
+#include "client/bus_errors.h"
+
+#include <dbus-c++/error.h>
+
+#include <string_view>
+
+#include "client/exit_status.h"
+#include "client/time_limit.h"
+#include "registry/registry.h"
+
+namespace ledgerctl {
+namespace {
+
+constexpr std::string_view kStandardErrors = "org.freedesktop.DBus.Error.";
+constexpr std::string_view kRegistryErrors = "com.tavimesh.Registry.Errors.";
+
+bool StartsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
+
+// The last part of the name if it is one of the standard errors, else nothing.
+std::string_view StandardError(std::string_view name) {
+  return StartsWith(name, kStandardErrors) ? name.substr(kStandardErrors.size()) : std::string_view();
+}
+
+Failure NotRunning(const std::string& detail) {
+  return Failure(ExitStatus::NotRunning, "the daemon is not running" + detail);
+}
+
+Failure Denied() { return Failure(ExitStatus::Denied, "permission denied by the bus"); }
+
+}  // namespace
+
+void ThrowConnectFailure(const DBus::Error& error, const std::string& shown_timeout) {
+  const std::string_view name = StandardError(error.name());
+  if (name == "AccessDenied" || name == "AuthFailed") {
+    throw Denied();
+  }
+  if (name == "NoReply" || name == "Timeout") {
+    throw Failure(ExitStatus::NoAnswer, NoAnswerText(shown_timeout));
+  }
+  throw NotRunning(std::string(": no system bus: ") + error.message());
+}
+
+void ThrowCallFailure(const DBus::Error& error, bool timed_out, const std::string& shown_timeout) {
+  const std::string_view full_name = error.name();
+  if (StartsWith(full_name, kRegistryErrors)) {
+    const std::string_view name = full_name.substr(kRegistryErrors.size());
+    if (name == "InvalidName") {
+      throw Failure(ExitStatus::InvalidName, error.message());
+    }
+    if (name == "InvalidJson") {
+      throw Failure(ExitStatus::NotADocument, "not a registry document");
+    }
+    if (name == "Full") {
+      throw Registry::Full();
+    }
+    throw Failure(ExitStatus::DaemonError, error.message());
+  }
+  const std::string_view name = StandardError(full_name);
+  if (name == "ServiceUnknown" || name == "NameHasNoOwner" || StartsWith(name, "Spawn.")) {
+    throw NotRunning(StartsWith(name, "Spawn.") ? std::string(" and cannot be started: ") + error.message() : "");
+  }
+  if (name == "AccessDenied") {
+    throw Denied();
+  }
+  if (name == "NoReply" || name == "Timeout" || name == "TimedOut") {
+    // The bus says the same when the daemon goes while it is being asked.
+    throw timed_out ? Failure(ExitStatus::NoAnswer, NoAnswerText(shown_timeout))
+                    : NotRunning(" any more: it ended before it answered");
+  }
+  if (name == "Disconnected") {
+    throw NotRunning(": the bus closed the connection");
+  }
+  throw Failure(ExitStatus::DaemonError, error.message());
+}
+
+}  // namespace ledgerctl

@@ -1,0 +1,19 @@
+// The errors of the bus and of the daemon, and what they are to a user.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace DBus {
+class Error;
+}
+
+namespace ledgerctl {
+
+/// Throws what stands for the failure of an attempt to connect to the bus.
+[[noreturn]] void ThrowConnectFailure(const DBus::Error& error, const std::string& shown_timeout);
+
+/// Throws what stands for the error that ended a call. `timed_out`: the call took as long as it was allowed to.
+[[noreturn]] void ThrowCallFailure(const DBus::Error& error, bool timed_out, const std::string& shown_timeout);
+
+}  // namespace ledgerctl

@@ -1,0 +1,261 @@
+#include "client/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+
+#include "client/exit_status.h"
+#include "client/text_form.h"
+
+namespace ledgerctl {
+namespace {
+
+[[noreturn]] void ThrowUsage(const std::string& verb, const std::string& reason) {
+  throw Failure(ExitStatus::Usage, (verb.empty() ? "" : verb + ": ") + reason + "\nTry \"ledgerctl help" +
+                                       (verb.empty() ? "" : " " + verb) + "\".");
+}
+
+// What CLI11 fills in, turned into a CommandLine afterwards.
+struct RawOptions {
+  std::string section, key, value, default_value, file, topic;
+  std::string timeout, interval;
+  bool version = false;
+};
+
+using Declare = void (*)(CLI::App&, CommandLine&, RawOptions&);
+
+void DeclareNothing(CLI::App&, CommandLine&, RawOptions&) {}
+
+CLI::Option* Section(CLI::App& app, RawOptions& raw) { return app.add_option("SECTION", raw.section); }
+CLI::Option* Key(CLI::App& app, RawOptions& raw) { return app.add_option("KEY", raw.key); }
+CLI::Option* File(CLI::App& app, RawOptions& raw) { return app.add_option("FILE", raw.file); }
+
+void DeclareGet(CLI::App& app, CommandLine&, RawOptions& raw) {
+  Section(app, raw)->required();
+  Key(app, raw)->required();
+  app.add_option("--default", raw.default_value);
+}
+
+void DeclareSet(CLI::App& app, CommandLine& command, RawOptions& raw) {
+  Section(app, raw)->required();
+  Key(app, raw)->required();
+  app.add_option("VALUE", raw.value)->required();
+  app.add_flag("--flush", command.flush);
+}
+
+void DeclareExists(CLI::App& app, CommandLine&, RawOptions& raw) {
+  Section(app, raw)->required();
+  Key(app, raw);
+}
+
+void DeclareSection(CLI::App& app, CommandLine&, RawOptions& raw) { Section(app, raw); }
+
+void DeclareUnset(CLI::App& app, CommandLine& command, RawOptions& raw) {
+  Section(app, raw)->required();
+  Key(app, raw);
+  app.add_flag("-r", command.whole_section);
+}
+
+void DeclareClear(CLI::App& app, CommandLine& command, RawOptions&) { app.add_flag("--yes", command.confirmed); }
+
+void DeclareFlush(CLI::App& app, CommandLine& command, RawOptions&) { app.add_flag("--sync", command.sync); }
+
+void DeclareDump(CLI::App& app, CommandLine&, RawOptions& raw) { File(app, raw); }
+
+void DeclareLoad(CLI::App& app, CommandLine& command, RawOptions& raw) {
+  File(app, raw);
+  app.add_flag("--replace", command.replace);
+  app.add_flag("--missing-only", command.missing_only);
+  app.add_flag("--dry-run", command.dry_run);
+}
+
+void DeclareDiff(CLI::App& app, CommandLine&, RawOptions& raw) { File(app, raw)->required(); }
+
+void DeclareWatch(CLI::App& app, CommandLine&, RawOptions& raw) {
+  Section(app, raw);
+  Key(app, raw);
+  app.add_option("-i", raw.interval);
+}
+
+void DeclareHelp(CLI::App& app, CommandLine&, RawOptions& raw) { app.add_option("VERB", raw.topic); }
+
+struct VerbEntry {
+  const char* name;
+  Verb verb;
+  Declare declare;
+  bool takes_nul;
+  bool takes_json;
+};
+
+constexpr VerbEntry kVerbs[] = {
+    {"get", Verb::Get, DeclareGet, true, true},           {"set", Verb::Set, DeclareSet, false, false},
+    {"exists", Verb::Exists, DeclareExists, false, true}, {"list", Verb::List, DeclareSection, true, true},
+    {"show", Verb::Show, DeclareSection, false, true},    {"unset", Verb::Unset, DeclareUnset, false, false},
+    {"clear", Verb::Clear, DeclareClear, false, false},   {"flush", Verb::Flush, DeclareFlush, false, false},
+    {"dump", Verb::Dump, DeclareDump, false, false},      {"load", Verb::Load, DeclareLoad, false, false},
+    {"edit", Verb::Edit, DeclareSection, false, false},   {"diff", Verb::Diff, DeclareDiff, false, false},
+    {"watch", Verb::Watch, DeclareWatch, false, false},   {"usage", Verb::Usage, DeclareNothing, false, true},
+    {"help", Verb::Help, DeclareHelp, false, false},
+};
+
+const VerbEntry* FindVerb(const std::string& name) {
+  const auto* const found =
+      std::find_if(std::begin(kVerbs), std::end(kVerbs), [&](const VerbEntry& entry) { return name == entry.name; });
+  return found == std::end(kVerbs) ? nullptr : found;
+}
+
+// Before the verb and after it.
+void DeclareCommon(CLI::App& app, CommandLine& command, RawOptions& raw) {
+  app.set_help_flag("-h,--help");
+  app.add_flag("-q,--quiet", command.quiet);
+  CLI::Option* const nul = app.add_flag("-0,--null", command.nul);
+  app.add_flag("--json", command.json)->excludes(nul);
+  app.add_option("--timeout", raw.timeout);
+}
+
+// Seconds with decimals. Not strtod, which asks the locale.
+std::chrono::milliseconds ParseSeconds(const std::string& verb, const char* option, const std::string& text) {
+  constexpr double kLongest = 1e6;
+  constexpr double kShortest = 0.001;
+  double seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  if (error != std::errc() || end != text.data() + text.size() || !(seconds >= kShortest && seconds <= kLongest)) {
+    ThrowUsage(verb, std::string(option) + ": " + QuoteWord(text) + " is no number of seconds");
+  }
+  return std::chrono::milliseconds(std::lround(seconds * 1000));
+}
+
+void ParseWith(CLI::App& app, std::vector<std::string> arguments) {
+  // The library takes them from the back.
+  std::reverse(arguments.begin(), arguments.end());
+  app.parse(arguments);
+}
+
+std::optional<std::string> Given(const CLI::App& app, const char* option, const std::string& text) {
+  const CLI::Option* const found = app.get_option_no_throw(option);
+  return found != nullptr && found->count() != 0 ? std::optional<std::string>(text) : std::nullopt;
+}
+
+void CheckCombination(const VerbEntry& entry, const CommandLine& command) {
+  if (command.nul && !entry.takes_nul) {
+    ThrowUsage(entry.name, "-0 goes with get and list only");
+  }
+  if (command.json && !entry.takes_json) {
+    ThrowUsage(entry.name, "--json goes with get, exists, list, show and usage only");
+  }
+  if (command.replace && command.missing_only) {
+    ThrowUsage(entry.name, "--replace and --missing-only exclude each other");
+  }
+  if (command.verb == Verb::Unset && command.whole_section && command.key) {
+    ThrowUsage(entry.name, "-r deletes a whole section, without KEY");
+  }
+  if (command.verb == Verb::Unset && !command.whole_section && !command.key) {
+    ThrowUsage(entry.name, "this deletes the whole " + ShownSection(*command.section) + "; confirm it with -r");
+  }
+  if (command.verb == Verb::Clear && !command.confirmed) {
+    ThrowUsage(entry.name, "this deletes the whole registry; confirm it with --yes");
+  }
+}
+
+std::string ReasonOf(const CLI::ParseError& error) {
+  std::string reason = error.what();
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+    const std::size_t colon = reason.find(": ");
+    reason = "unexpected " + (colon == std::string::npos ? reason : reason.substr(colon + 2));
+    if (reason.find(" -") != std::string::npos) {
+      reason += "\nNames and values that begin with \"-\" go behind \"--\".";
+    }
+  }
+  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+    reason = reason.substr(0, reason.find(": ")) + " needs a value";
+  }
+  return reason;
+}
+
+}  // namespace
+
+CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
+  CommandLine command;
+  RawOptions raw;
+  std::string verb;
+  // Two steps, not the library's subcommands: a section may have a verb's name, and only one verb's options are set up.
+  try {
+    CLI::App outer;
+    DeclareCommon(outer, command, raw);
+    outer.add_flag("--version", raw.version);
+    outer.prefix_command();
+    ParseWith(outer, arguments);
+    if (raw.version) {
+      command.verb = Verb::Version;
+      return command;
+    }
+    std::vector<std::string> rest = outer.remaining();
+    if (rest.empty()) {
+      ThrowUsage("", "a verb is missing");
+    }
+    const VerbEntry* const entry = FindVerb(rest.front());
+    if (entry == nullptr) {
+      ThrowUsage("", (rest.front().front() == '-' ? "unknown option " : "unknown verb ") + QuoteWord(rest.front()));
+    }
+    verb = entry->name;
+    command.verb = entry->verb;
+    rest.erase(rest.begin());
+
+    CLI::App inner;
+    DeclareCommon(inner, command, raw);
+    entry->declare(inner, command, raw);
+    ParseWith(inner, rest);
+    command.section = Given(inner, "SECTION", raw.section);
+    command.key = Given(inner, "KEY", raw.key);
+    command.value = raw.value;
+    command.default_value = Given(inner, "--default", raw.default_value);
+    command.file = Given(inner, "FILE", raw.file);
+    command.topic = Given(inner, "VERB", raw.topic);
+    CheckCombination(*entry, command);
+  } catch (const CLI::CallForHelp&) {
+    command = CommandLine();
+    command.topic = verb.empty() ? std::nullopt : std::optional<std::string>(verb);
+    return command;
+  } catch (const CLI::ParseError& e) {
+    ThrowUsage(verb, ReasonOf(e));
+  }
+  if (!raw.timeout.empty()) {
+    command.timeout = ParseSeconds(verb, "--timeout", raw.timeout);
+    command.shown_timeout = raw.timeout;
+  }
+  if (!raw.interval.empty()) {
+    command.interval = ParseSeconds(verb, "-i", raw.interval);
+  }
+  if (command.verb == Verb::Help && command.topic && FindVerb(*command.topic) == nullptr) {
+    ThrowUsage("", "unknown verb " + QuoteWord(*command.topic));
+  }
+  return command;
+}
+
+const std::vector<std::string>& VerbNames() {
+  static const std::vector<std::string> kNames = [] {
+    std::vector<std::string> names;
+    for (const VerbEntry& entry : kVerbs) {
+      names.emplace_back(entry.name);
+    }
+    return names;
+  }();
+  return kNames;
+}
+
+std::vector<std::string> OptionsOf(const std::string& verb) {
+  CLI::App app;
+  app.set_help_flag();
+  CommandLine command;
+  RawOptions raw;
+  FindVerb(verb)->declare(app, command, raw);
+  std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options([](const CLI::Option* each) { return each->nonpositional(); })) {
+    names.push_back(option->get_name());
+  }
+  return names;
+}
+
+}  // namespace ledgerctl

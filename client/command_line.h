@@ -1,0 +1,66 @@
+// The command line as a plain structure.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ledgerctl {
+
+enum class Verb {
+  Get,
+  Set,
+  Exists,
+  List,
+  Show,
+  Unset,
+  Clear,
+  Flush,
+  Dump,
+  Load,
+  Edit,
+  Diff,
+  Watch,
+  Usage,
+  Help,
+  Version
+};
+
+struct CommandLine {
+  Verb verb = Verb::Help;
+
+  bool quiet = false;
+  bool nul = false;
+  bool json = false;
+  std::chrono::milliseconds timeout{25000};
+  std::string shown_timeout = "25";
+
+  std::optional<std::string> section;
+  std::optional<std::string> key;
+  std::string value;
+  std::optional<std::string> default_value;
+  std::optional<std::string> file;
+  std::optional<std::string> topic;  // of help
+  std::chrono::milliseconds interval{1000};
+
+  bool flush = false;
+  bool whole_section = false;
+  bool confirmed = false;
+  bool sync = false;
+  bool replace = false;
+  bool missing_only = false;
+  bool dry_run = false;
+};
+
+/// `arguments` without the program's name. Throws Failure (Usage).
+CommandLine ParseCommandLine(const std::vector<std::string>& arguments);
+
+/// The verbs that users can give, in the order of the help.
+const std::vector<std::string>& VerbNames();
+
+/// The options that a verb takes besides those that all take, as "--name" or "-n": for the test of the help.
+std::vector<std::string> OptionsOf(const std::string& verb);
+
+}  // namespace ledgerctl

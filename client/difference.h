@@ -1,0 +1,28 @@
+// What differs between two states of the registry, and how it is shown: one line for each thing that goes or comes.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/output.h"
+#include "registry/registry_format.h"
+
+namespace ledgerctl {
+
+struct Difference {
+  std::string section;
+  /// None for a section without keys that comes or goes.
+  std::optional<std::string> key;
+  std::optional<std::string> before;
+  std::optional<std::string> after;
+};
+
+/// In ascending order of the names.
+std::vector<Difference> FindDifferences(const RegistrySections& before, const RegistrySections& after);
+
+/// "- [section] key=value" for what goes and "+ [section] key=value" for what comes; red and green where the output has
+/// colours.
+void PrintDifferences(const std::vector<Difference>& differences, Output& output);
+
+}  // namespace ledgerctl

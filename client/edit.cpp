@@ -1,0 +1,92 @@
+#include "client/difference.h"
+#include "client/editor.h"
+#include "client/files.h"
+#include "client/name_rules.h"
+#include "client/registry_merge.h"
+#include "client/temporary_file.h"
+#include "client/text_form.h"
+#include "client/verbs.h"
+
+namespace ledgerctl {
+namespace {
+
+constexpr char kIntroduction[] =
+    "# Settings of ledgerd. Lines that begin with \"#\" are passed over.\n"
+    "# A line that is taken away deletes its key; to delete a section, take away its\n"
+    "# [header] too. Blanks and other special characters can be quoted as in a shell.\n"
+    "\n";
+
+// What the user works on: the whole registry or one section of it, without what no caller can change.
+RegistrySections ReadEditable(const CommandLine& command, Context& context) {
+  RegistrySections sections = ReadRegistry(context.registry);
+  for (const std::string& line : DropUnreachable(sections)) {
+    context.messages.Warning(line);
+  }
+  if (command.section) {
+    const auto found = sections.find(FoldName(*command.section));
+    RegistrySections chosen;
+    if (found != sections.end()) {
+      chosen.insert(*found);
+    }
+    return chosen;
+  }
+  return sections;
+}
+
+// Whether what the user changes is still as the user saw it.
+void CheckUnchanged(const RegistrySections& seen, const RegistrySections& now, const Merge& merge) {
+  for (const Difference& difference : FindDifferences(seen, now)) {
+    const auto section = merge.find(difference.section);
+    const bool section_goes = section != merge.end() && !section->second;
+    const bool key_changes =
+        section != merge.end() && section->second && difference.key && section->second->count(*difference.key) != 0;
+    if (section_goes || key_changes) {
+      throw Failure(ExitStatus::Local, "somebody else has changed " +
+                                           (difference.key ? ShownKey(difference.section, *difference.key)
+                                                           : ShownSection(difference.section)) +
+                                           " in the meantime; nothing changed");
+    }
+  }
+}
+
+void MergeText(const CommandLine& command, const RegistrySections& seen, const std::string& text, Context& context) {
+  const RegistrySections wanted = ParseText(text);
+  const Merge merge = MergeBetween(seen, wanted);
+  if (merge.empty()) {
+    context.messages.Note("Nothing changed.");
+    return;
+  }
+  for (const std::string& warning : MergeWarnings(merge)) {
+    context.messages.Warning(warning);
+  }
+  PrintDifferences(FindDifferences(seen, wanted), context.output);
+  context.output.Flush();
+  CheckUnchanged(seen, ReadEditable(command, context), merge);
+  context.registry.WriteJson(PrintMerge(merge));
+}
+
+}  // namespace
+
+ExitStatus Edit(const CommandLine& command, Context& context) {
+  if (command.section) {
+    CheckName(*command.section);
+  }
+  const RegistrySections seen = ReadEditable(command, context);
+  if (command.section && seen.empty()) {
+    throw Failure(ExitStatus::Missing, "no " + ShownSection(*command.section));
+  }
+  TemporaryFile file = TemporaryFile::Private();
+  file.WriteAndClose(kIntroduction + PrintText(seen));
+  RunEditor(file.Path());
+  const std::string text = ReadDocument(file.Path());
+  try {
+    MergeText(command, seen, text, context);
+  } catch (...) {
+    context.messages.Note("Your text is kept in " + file.Path());
+    file.Keep();
+    throw;
+  }
+  return ExitStatus::Success;
+}
+
+}  // namespace ledgerctl

@@ -1,0 +1,12 @@
+// The user's editor.
+#pragma once
+
+#include <string>
+
+namespace ledgerctl {
+
+/// Runs $VISUAL, $EDITOR or vi on the file and waits for its end; Ctrl-C is the editor's meanwhile. Throws Failure
+/// (Local) if it cannot be run or does not end with status 0. A signal that ended it ends this program too.
+void RunEditor(const std::string& path);
+
+}  // namespace ledgerctl

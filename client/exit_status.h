@@ -1,0 +1,37 @@
+// How the program ends: one status for each thing that a script may want to tell apart.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace ledgerctl {
+
+enum class ExitStatus {
+  Success = 0,
+  Missing = 1,  // also: "no" of exists, "different" of diff
+  Usage = 2,
+  InvalidName = 3,
+  NotADocument = 4,
+  Full = 5,
+  NotRunning = 6,
+  Denied = 7,
+  NoAnswer = 8,
+  DaemonError = 9,
+  Local = 10,  // a file, standard output, the editor
+};
+
+/// What ends a command early. The text goes to standard error behind "ledgerctl: "; an empty one prints nothing.
+class Failure : public std::runtime_error {
+public:
+  Failure(ExitStatus status, const std::string& text) : std::runtime_error(text), m_status(status) {}
+
+  ExitStatus Status() const noexcept { return m_status; }
+
+private:
+  ExitStatus m_status;
+};
+
+/// A Failure (Local) with the text of `error_number` behind "`context`: ".
+Failure LocalFailure(const std::string& context, int error_number);
+
+}  // namespace ledgerctl

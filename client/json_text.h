@@ -1,0 +1,19 @@
+// JSON text as the program prints it.
+#pragma once
+
+#include <string>
+
+#include "registry/registry_format.h"
+
+namespace ledgerctl {
+
+/// A JSON string. A byte that is not UTF-8 becomes U+FFFD: no such byte comes from the bus.
+std::string QuoteJson(const std::string& text);
+
+/// The object of objects of strings, two blanks to a level, ending in a line feed.
+std::string PrintIndentedJson(const RegistrySections& sections);
+
+/// One object of strings on one line.
+std::string PrintJsonSection(const RegistrySection& section);
+
+}  // namespace ledgerctl

@@ -1,0 +1,60 @@
+// Standard output and standard error of the program.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace ledgerctl {
+
+enum class Colour { None, Bold, Red, Green, Blue };
+
+/// Collects what is written and passes it on in large pieces: a slow terminal is waited for once, not once a line.
+class Output {
+public:
+  /// `fd` stays the caller's. Colours are used if it is a terminal that knows them and NO_COLOR is not set.
+  explicit Output(int fd);
+
+  /// Throws Failure (Local) if the descriptor refuses what was written, as a full disk does.
+  void Write(std::string_view text);
+
+  /// As Write; without colours if the output has none.
+  void WriteColoured(Colour colour, std::string_view text);
+
+  /// Passes on what is left. To be called before the program reports success.
+  void Flush();
+
+  bool IsTerminal() const { return m_is_terminal; }
+
+  /// 80 unless it is a terminal that says otherwise.
+  std::size_t Columns() const;
+
+private:
+  int m_fd;
+  bool m_is_terminal;
+  bool m_has_colours;
+  std::string m_pending;
+};
+
+/// Lines on standard error, each in one write.
+class Messages {
+public:
+  Messages(int fd, bool quiet) : m_fd(fd), m_quiet(quiet) {}
+
+  /// "ledgerctl: text".
+  void Error(const std::string& text) const;
+
+  /// "ledgerctl: warning: text", unless quiet.
+  void Warning(const std::string& text) const;
+
+  /// "text", unless quiet.
+  void Note(const std::string& text) const;
+
+private:
+  void Line(const std::string& text) const;
+
+  int m_fd;
+  bool m_quiet;
+};
+
+}  // namespace ledgerctl

@@ -1,0 +1,269 @@
+#include "client/registry_merge.h"
+
+#include <cstddef>
+
+#include "client/exit_status.h"
+#include "client/json_text.h"
+#include "client/name_rules.h"
+#include "client/text_form.h"
+#include "registry/json_document.h"
+
+namespace ledgerctl {
+namespace {
+
+// An empty object makes no section. One that sets a key and then deletes it does; in the order of the names as written
+// the upper-case one comes first.
+constexpr char kPassingKeySet[] = "LEDGERCTL EMPTY SECTION";
+constexpr char kPassingKeyDeleted[] = "ledgerctl empty section";
+
+KeyMerge ReadSection(const JsonDocument& document, const JsonDocument::Section& section, const std::string& source) {
+  KeyMerge keys;
+  for (std::size_t k = 0; k < section.key_count; ++k) {
+    const JsonDocument::Member key = document.KeyAt(section, k);
+    const std::string name(key.name);
+    CheckName(name);
+    if (key.kind == JsonDocument::Kind::Refused) {
+      throw Failure(ExitStatus::NotADocument, source + ": not a registry document: the value of " +
+                                                  ShownKey(std::string(section.name), name) +
+                                                  " is neither a string nor null");
+    }
+    std::optional<std::string>& value = keys[name];
+    if (key.kind == JsonDocument::Kind::Accepted) {
+      value = std::string(key.text);
+    }
+  }
+  return keys;
+}
+
+void ApplyKeys(const KeyMerge& keys, RegistrySection& section) {
+  for (const auto& [name, value] : keys) {
+    if (value) {
+      section[FoldName(name)] = *value;
+    } else {
+      section.erase(FoldName(name));
+    }
+  }
+}
+
+bool SetsAnything(const KeyMerge& keys) {
+  for (const auto& entry : keys) {
+    if (entry.second) {
+      return true;
+    }
+  }
+  return false;
+}
+
+KeyMerge KeysBetween(const RegistrySection& before, const RegistrySection& after) {
+  KeyMerge keys;
+  for (const auto& entry : before) {
+    if (after.count(entry.first) == 0) {
+      keys[entry.first] = std::nullopt;
+    }
+  }
+  for (const auto& [name, value] : after) {
+    const auto old = before.find(name);
+    if (old == before.end() || old->second != value) {
+      keys[name] = value;
+    }
+  }
+  return keys;
+}
+
+KeyMerge AllKeys(const RegistrySection& section) { return KeyMerge(section.begin(), section.end()); }
+
+// Names as written, in the order of those; the same again means that the two fold together.
+template <typename Members>
+std::map<std::string, std::size_t> CountFolded(const Members& members) {
+  std::map<std::string, std::size_t> counts;
+  for (const auto& entry : members) {
+    ++counts[FoldName(entry.first)];
+  }
+  return counts;
+}
+
+void AddKeyWarnings(const std::string& section, const KeyMerge& keys, std::vector<std::string>& warnings) {
+  for (const auto& [name, value] : keys) {
+    if (!value) {
+      continue;
+    }
+    const std::string key = ShownKey(section, name);
+    if (!name.empty() && name.front() == '[') {
+      warnings.push_back(key + " begins with \"[\" and becomes a section when the daemon starts again");
+    }
+    if (name.find('\0') != std::string::npos || value->find('\0') != std::string::npos) {
+      warnings.push_back(key + " holds a NUL byte; it and all behind it are lost when the daemon starts again");
+    }
+    if (name.empty() && value->empty()) {
+      warnings.push_back(key + " is empty and is lost when the daemon starts again");
+    }
+  }
+  for (const auto& [folded, count] : CountFolded(keys)) {
+    if (count > 1) {
+      warnings.push_back(ShownKey(section, folded) + " is written in several ways; the last one in byte order wins");
+    }
+  }
+}
+
+}  // namespace
+
+Merge ParseMerge(const std::string& json, const std::string& source) {
+  try {
+    const JsonDocument document = JsonDocument::Parse(json);
+    if (!document.IsObject()) {
+      throw Failure(ExitStatus::NotADocument, source + ": not a registry document: no JSON object of objects");
+    }
+    Merge merge;
+    for (std::size_t s = 0; s < document.SectionCount(); ++s) {
+      const JsonDocument::Section section = document.SectionAt(s);
+      const std::string name(section.name);
+      CheckName(name);
+      if (section.kind == JsonDocument::Kind::Refused) {
+        throw Failure(ExitStatus::NotADocument,
+                      source + ": not a registry document: " + ShownSection(name) + " is neither an object nor null");
+      }
+      SectionMerge& keys = merge[name];
+      if (section.kind == JsonDocument::Kind::Accepted) {
+        keys = ReadSection(document, section, source);
+      }
+    }
+    return merge;
+  } catch (const JsonSyntaxError& e) {
+    throw Failure(ExitStatus::NotADocument, source + ": not a registry document: " + e.what());
+  }
+}
+
+std::string PrintMerge(const Merge& merge) {
+  std::string text = "{";
+  const char* section_separator = "";
+  for (const auto& [section, keys] : merge) {
+    text += section_separator + QuoteJson(section) + ':';
+    section_separator = ",";
+    if (!keys) {
+      text += "null";
+      continue;
+    }
+    const KeyMerge passing = {{kPassingKeySet, ""}, {kPassingKeyDeleted, std::nullopt}};
+    const char* key_separator = "{";
+    for (const auto& [key, value] : keys->empty() ? passing : *keys) {
+      text += key_separator + QuoteJson(key) + ':' + (value ? QuoteJson(*value) : "null");
+      key_separator = ",";
+    }
+    text += '}';
+  }
+  return text + '}';
+}
+
+void ApplyMerge(const Merge& merge, RegistrySections& sections) {
+  for (const auto& [name, keys] : merge) {
+    const std::string section = FoldName(name);
+    if (!keys) {
+      sections.erase(section);
+    } else if (keys->empty() || SetsAnything(*keys)) {
+      ApplyKeys(*keys, sections[section]);
+    } else if (const auto existing = sections.find(section); existing != sections.end()) {
+      ApplyKeys(*keys, existing->second);
+    }
+  }
+}
+
+Merge MergeBetween(const RegistrySections& before, const RegistrySections& after) {
+  Merge merge;
+  for (const auto& entry : before) {
+    if (after.count(entry.first) == 0) {
+      merge[entry.first] = std::nullopt;
+    }
+  }
+  for (const auto& [name, keys] : after) {
+    const auto old = before.find(name);
+    if (old == before.end()) {
+      merge[name] = AllKeys(keys);
+    } else if (old->second != keys) {
+      merge[name] = KeysBetween(old->second, keys);
+    }
+  }
+  return merge;
+}
+
+Merge MergeThatReplaces(const RegistrySections& before, const RegistrySections& after) {
+  Merge merge = MergeBetween(before, after);
+  for (const auto& [name, keys] : after) {
+    KeyMerge changes = AllKeys(keys);
+    // The nulls for the keys that must go.
+    if (const auto found = merge.find(name); found != merge.end() && found->second) {
+      changes.merge(*found->second);
+    }
+    if (!SetsAnything(changes)) {
+      changes[kPassingKeySet] = "";
+      changes[kPassingKeyDeleted] = std::nullopt;
+    }
+    merge[name] = changes;
+  }
+  return merge;
+}
+
+Merge MergeOfMissing(const RegistrySections& existing, const RegistrySections& sections) {
+  Merge merge;
+  for (const auto& [name, keys] : sections) {
+    const auto old = existing.find(name);
+    if (old == existing.end()) {
+      merge[name] = AllKeys(keys);
+      continue;
+    }
+    KeyMerge missing;
+    for (const auto& entry : keys) {
+      if (old->second.count(entry.first) == 0) {
+        missing.insert(entry);
+      }
+    }
+    if (!missing.empty()) {
+      merge[name] = missing;
+    }
+  }
+  return merge;
+}
+
+std::vector<std::string> MergeWarnings(const Merge& merge) {
+  std::vector<std::string> warnings;
+  for (const auto& [name, keys] : merge) {
+    if (!keys) {
+      continue;
+    }
+    if (name.find('\0') != std::string::npos) {
+      warnings.push_back(ShownSection(name) +
+                         " holds a NUL byte; it and all behind it are lost when the daemon starts again");
+    }
+    AddKeyWarnings(name, *keys, warnings);
+  }
+  for (const auto& [folded, count] : CountFolded(merge)) {
+    if (count > 1) {
+      warnings.push_back(ShownSection(folded) + " is written in several ways; all are the same section");
+    }
+  }
+  return warnings;
+}
+
+std::vector<std::string> DropUnreachable(RegistrySections& sections) {
+  std::vector<std::string> dropped;
+  for (auto section = sections.begin(); section != sections.end();) {
+    if (!IsReachable(section->first)) {
+      dropped.push_back(ShownSection(section->first) +
+                        " cannot be reached: its name was written into the file by hand");
+      section = sections.erase(section);
+      continue;
+    }
+    for (auto key = section->second.begin(); key != section->second.end();) {
+      if (IsReachable(key->first)) {
+        ++key;
+        continue;
+      }
+      dropped.push_back(ShownKey(section->first, key->first) +
+                        " cannot be reached: its name was written into the file by hand");
+      key = section->second.erase(key);
+    }
+    ++section;
+  }
+  return dropped;
+}
+
+}  // namespace ledgerctl

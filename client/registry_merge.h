@@ -1,0 +1,49 @@
+// What one WriteJson call changes: a document that a user wrote, or one that was made to bring a change about.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "registry/registry_format.h"
+
+namespace ledgerctl {
+
+/// Key to its new value; none deletes the key.
+using KeyMerge = std::map<std::string, std::optional<std::string>>;
+
+/// None deletes the section. An empty merge makes the section if it is missing.
+using SectionMerge = std::optional<KeyMerge>;
+
+/// By name as written. Names that differ in case only act on the same section or key one after the other, in ascending
+/// byte order: upper case first.
+using Merge = std::map<std::string, SectionMerge>;
+
+/// Reads a JSON document. Throws Failure (NotADocument, with `source` in front of the reason) and
+/// Registry::InvalidName.
+Merge ParseMerge(const std::string& json, const std::string& source);
+
+/// The JSON text that brings the merge about in one call.
+std::string PrintMerge(const Merge& merge);
+
+/// Does to `sections` what the daemon does to the registry.
+void ApplyMerge(const Merge& merge, RegistrySections& sections);
+
+/// The merge that turns `before` into `after` and leaves alone what is the same in both.
+Merge MergeBetween(const RegistrySections& before, const RegistrySections& after);
+
+/// The merge that makes the registry equal to `after`, also where it has changed since it was seen as `before`; only a
+/// name that neither knows stays.
+Merge MergeThatReplaces(const RegistrySections& before, const RegistrySections& after);
+
+/// What `sections` holds and `existing` does not.
+Merge MergeOfMissing(const RegistrySections& existing, const RegistrySections& sections);
+
+/// One line for each thing in the merge that a restart of the daemon would lose, and for names that fold to the same.
+std::vector<std::string> MergeWarnings(const Merge& merge);
+
+/// Moves names that no caller can reach out of `sections` and returns one line for each section or key.
+std::vector<std::string> DropUnreachable(RegistrySections& sections);
+
+}  // namespace ledgerctl

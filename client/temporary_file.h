@@ -1,0 +1,44 @@
+// The one temporary file that the program has at a time: removed at the end, and by the signals that end the program.
+#pragma once
+
+#include <string>
+
+#include "lib/platform/posix_helpers.h"
+
+namespace ledgerctl {
+
+class TemporaryFile {
+public:
+  /// Makes a file beside `path`, with the mode that the umask says.
+  static TemporaryFile Beside(const std::string& path);
+
+  /// Makes a file in the folder for temporary files ($TMPDIR or /tmp) that only its owner can read.
+  static TemporaryFile Private();
+
+  TemporaryFile(TemporaryFile&& other) noexcept;
+  ~TemporaryFile();
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+  const std::string& Path() const { return m_path; }
+
+  /// Writes, syncs and closes. Throws Failure (Local).
+  void WriteAndClose(const std::string& text);
+
+  /// Puts the file in the place of `path`, synced. Throws Failure (Local).
+  void RenameTo(const std::string& path);
+
+  /// Leaves the file where it is.
+  void Keep();
+
+private:
+  TemporaryFile(std::string path, bramble::FileDescriptor file);
+
+  std::string m_path;
+  bramble::FileDescriptor m_file;
+};
+
+/// For signal handlers.
+void RemoveTemporaryFileNow() noexcept;
+
+}  // namespace ledgerctl

@@ -1,0 +1,28 @@
+// The registry as text for people: "[section]" and "key=value" lines whose words a shell reads back, as "show" prints
+// them and "edit" takes them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "registry/registry_format.h"
+
+namespace ledgerctl {
+
+/// The text as one word of a shell (bash, zsh, ksh: $'...' for what a terminal should not get raw, such as control
+/// characters and bytes that are not UTF-8).
+std::string QuoteWord(std::string_view text);
+
+/// "section 'name'" and "key 'name' in section 'name'", for messages.
+std::string ShownSection(std::string_view section);
+std::string ShownKey(std::string_view section, std::string_view key);
+
+/// The text form, ending in a line feed unless it is empty.
+std::string PrintText(const RegistrySections& sections);
+
+/// Reads the text form. Blank lines and lines that begin with "#" are passed over; blanks around names and values
+/// belong to them only within quotes; names are folded. Throws Failure (NotADocument) with the line's number, and
+/// Registry::InvalidName.
+RegistrySections ParseText(std::string_view text);
+
+}  // namespace ledgerctl

@@ -1,0 +1,113 @@
+// The verbs for single keys, and those for all of them at once.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "client/files.h"
+#include "client/json_text.h"
+#include "client/name_rules.h"
+#include "client/text_form.h"
+#include "client/verbs.h"
+#include "lib/platform/posix_helpers.h"
+
+namespace ledgerctl {
+namespace {
+
+// Where the daemon keeps its file.
+constexpr char kStoreFolder[] = "/var/lib/plinthware";
+
+void CheckNames(const CommandLine& command) {
+  for (const auto& name : {command.section, command.key}) {
+    if (name) {
+      CheckName(*name);
+    }
+  }
+}
+
+Failure NoSuchKey(const CommandLine& command) {
+  return Failure(ExitStatus::Missing, "no " + ShownKey(*command.section, *command.key));
+}
+
+void PrintValue(const CommandLine& command, const std::string& value, Output& output) {
+  output.Write(command.json ? QuoteJson(value) : value);
+  output.Write(command.nul ? std::string_view("\0", 1) : "\n");
+}
+
+}  // namespace
+
+ExitStatus Get(const CommandLine& command, Context& context) {
+  CheckNames(command);
+  std::string value = context.registry.Read(*command.section, *command.key);
+  // A missing key reads as empty.
+  if (value.empty() && !context.registry.KeyExists(*command.section, *command.key)) {
+    if (!command.default_value) {
+      throw NoSuchKey(command);
+    }
+    value = *command.default_value;
+  }
+  PrintValue(command, value, context.output);
+  return ExitStatus::Success;
+}
+
+ExitStatus Set(const CommandLine& command, Context& context) {
+  CheckNames(command);
+  const std::string value = command.value == "-" ? ReadDocument("-") : command.value;
+  context.registry.Write(*command.section, *command.key, value);
+  if (!command.key->empty() && command.key->front() == '[') {
+    context.messages.Warning(ShownKey(*command.section, *command.key) +
+                             " begins with \"[\" and becomes a section when the daemon starts again");
+  }
+  if (command.key->empty() && value.empty()) {
+    context.messages.Warning(ShownKey(*command.section, *command.key) +
+                             " is empty and is lost when the daemon starts again");
+  }
+  if (command.flush) {
+    context.registry.Flush();
+  }
+  return ExitStatus::Success;
+}
+
+ExitStatus Exists(const CommandLine& command, Context& context) {
+  CheckNames(command);
+  const bool exists = command.key ? context.registry.KeyExists(*command.section, *command.key)
+                                  : context.registry.SectionExists(*command.section);
+  if (command.json) {
+    context.output.Write(exists ? "true\n" : "false\n");
+  }
+  return exists ? ExitStatus::Success : ExitStatus::Missing;
+}
+
+ExitStatus Unset(const CommandLine& command, Context& context) {
+  CheckNames(command);
+  if (command.whole_section) {
+    if (!context.registry.SectionExists(*command.section)) {
+      throw Failure(ExitStatus::Missing, "no " + ShownSection(*command.section));
+    }
+    context.registry.DeleteSection(*command.section);
+    return ExitStatus::Success;
+  }
+  if (!context.registry.KeyExists(*command.section, *command.key)) {
+    throw NoSuchKey(command);
+  }
+  context.registry.DeleteKey(*command.section, *command.key);
+  return ExitStatus::Success;
+}
+
+ExitStatus Clear(const CommandLine&, Context& context) {
+  context.registry.DeleteAll();
+  return ExitStatus::Success;
+}
+
+ExitStatus Flush(const CommandLine& command, Context& context) {
+  context.registry.Flush();
+  if (command.sync) {
+    const bramble::FileDescriptor folder(::open(kStoreFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder.IsOpen() || ::syncfs(folder.Get()) != 0) {
+      throw LocalFailure(std::string("written, but not synced: ") + kStoreFolder, errno);
+    }
+  }
+  return ExitStatus::Success;
+}
+
+}  // namespace ledgerctl
