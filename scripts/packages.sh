@@ -1,12 +1,13 @@
 # Sourced by the other scripts: what the project needs from Debian 12, and how it is installed.
 # shellcheck shell=bash disable=SC2034
 
-build_packages="cmake dbus g++ libboost-dev libdbus-1-dev libdbus-c++-dev libfmt-dev liblttng-ust-dev ninja-build
-                nlohmann-json3-dev pkg-config"
+build_packages="cmake dbus g++ libboost-dev libcli11-dev libdbus-1-dev libdbus-c++-dev libfmt-dev liblttng-ust-dev
+                ninja-build nlohmann-json3-dev pkg-config"
 run_packages="systemd util-linux"
 armhf_packages="cpio e2fsprogs g++-arm-linux-gnueabihf python3 qemu-system-arm qemu-user-static"
-test_packages="babeltrace2 clang clang-format clang-tidy cppcheck gcovr libclang-rt-14-dev libglib2.0-bin libgmock-dev
-               libgtest-dev lttng-tools procps python3 python3-dbus python3-pyflakes python3-pytest shellcheck strace"
+test_packages="babeltrace2 bash-completion clang clang-format clang-tidy cppcheck fish gcovr libclang-rt-14-dev
+               libglib2.0-bin libgmock-dev libgtest-dev lttng-tools procps python3 python3-dbus python3-pyflakes
+               python3-pytest shellcheck strace zsh"
 bench_packages="binutils dconf-service libbenchmark-dev python3 valgrind xfconf"
 fuzz_packages="clang libclang-rt-14-dev llvm"
 
