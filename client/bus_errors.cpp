@@ -45,7 +45,7 @@ void ThrowCallFailure(const DBus::Error& error, bool timed_out, const std::strin
   if (StartsWith(full_name, kRegistryErrors)) {
     const std::string_view name = full_name.substr(kRegistryErrors.size());
     if (name == "InvalidName") {
-      throw Failure(ExitStatus::InvalidName, error.message());
+      throw Failure(ExitStatus::InvalidName, "invalid name");
     }
     if (name == "InvalidJson") {
       throw Failure(ExitStatus::NotADocument, "not a registry document");

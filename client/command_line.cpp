@@ -20,7 +20,7 @@ namespace {
 // What CLI11 fills in, turned into a CommandLine afterwards.
 struct RawOptions {
   std::string section, key, value, default_value, file, topic;
-  std::string timeout, interval;
+  std::optional<std::string> timeout, interval;
   bool version = false;
 };
 
@@ -110,8 +110,8 @@ const VerbEntry* FindVerb(const std::string& name) {
 void DeclareCommon(CLI::App& app, CommandLine& command, RawOptions& raw) {
   app.set_help_flag("-h,--help");
   app.add_flag("-q,--quiet", command.quiet);
-  CLI::Option* const nul = app.add_flag("-0,--null", command.nul);
-  app.add_flag("--json", command.json)->excludes(nul);
+  app.add_flag("-0,--null", command.nul);
+  app.add_flag("--json", command.json);
   app.add_option("--timeout", raw.timeout);
 }
 
@@ -127,10 +127,28 @@ std::chrono::milliseconds ParseSeconds(const std::string& verb, const char* opti
   return std::chrono::milliseconds(std::lround(seconds * 1000));
 }
 
-void ParseWith(CLI::App& app, std::vector<std::string> arguments) {
+// What the library says, in the words of the rest of the program. `left` is what it could make nothing of.
+std::string ReasonOf(const CLI::ParseError& error, const std::vector<std::string>& left) {
+  std::string reason = error.what();
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+    reason = "unexpected argument " + QuoteWord(left.front());
+  } else if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+    reason = reason.substr(0, reason.find(": ")) + " needs a value";
+  }
+  const bool is_option = !left.empty() && !left.front().empty() && left.front().front() == '-';
+  return reason + (is_option ? "\nNames and values that begin with \"-\" go behind \"--\"." : "");
+}
+
+void ParseWith(CLI::App& app, const std::string& verb, std::vector<std::string> arguments) {
   // The library takes them from the back.
   std::reverse(arguments.begin(), arguments.end());
-  app.parse(arguments);
+  try {
+    app.parse(arguments);
+  } catch (const CLI::CallForHelp&) {
+    throw;
+  } catch (const CLI::ParseError& e) {
+    ThrowUsage(verb, ReasonOf(e, app.remaining()));
+  }
 }
 
 std::optional<std::string> Given(const CLI::App& app, const char* option, const std::string& text) {
@@ -144,6 +162,9 @@ void CheckCombination(const VerbEntry& entry, const CommandLine& command) {
   }
   if (command.json && !entry.takes_json) {
     ThrowUsage(entry.name, "--json goes with get, exists, list, show and usage only");
+  }
+  if (command.nul && command.json) {
+    ThrowUsage(entry.name, "-0 and --json exclude each other");
   }
   if (command.replace && command.missing_only) {
     ThrowUsage(entry.name, "--replace and --missing-only exclude each other");
@@ -159,21 +180,6 @@ void CheckCombination(const VerbEntry& entry, const CommandLine& command) {
   }
 }
 
-std::string ReasonOf(const CLI::ParseError& error) {
-  std::string reason = error.what();
-  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
-    const std::size_t colon = reason.find(": ");
-    reason = "unexpected " + (colon == std::string::npos ? reason : reason.substr(colon + 2));
-    if (reason.find(" -") != std::string::npos) {
-      reason += "\nNames and values that begin with \"-\" go behind \"--\".";
-    }
-  }
-  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
-    reason = reason.substr(0, reason.find(": ")) + " needs a value";
-  }
-  return reason;
-}
-
 }  // namespace
 
 CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
@@ -186,7 +192,7 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     DeclareCommon(outer, command, raw);
     outer.add_flag("--version", raw.version);
     outer.prefix_command();
-    ParseWith(outer, arguments);
+    ParseWith(outer, "", arguments);
     if (raw.version) {
       command.verb = Verb::Version;
       return command;
@@ -206,7 +212,7 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     CLI::App inner;
     DeclareCommon(inner, command, raw);
     entry->declare(inner, command, raw);
-    ParseWith(inner, rest);
+    ParseWith(inner, verb, rest);
     command.section = Given(inner, "SECTION", raw.section);
     command.key = Given(inner, "KEY", raw.key);
     command.value = raw.value;
@@ -218,15 +224,13 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     command = CommandLine();
     command.topic = verb.empty() ? std::nullopt : std::optional<std::string>(verb);
     return command;
-  } catch (const CLI::ParseError& e) {
-    ThrowUsage(verb, ReasonOf(e));
   }
-  if (!raw.timeout.empty()) {
-    command.timeout = ParseSeconds(verb, "--timeout", raw.timeout);
-    command.shown_timeout = raw.timeout;
+  if (raw.timeout) {
+    command.timeout = ParseSeconds(verb, "--timeout", *raw.timeout);
+    command.shown_timeout = *raw.timeout;
   }
-  if (!raw.interval.empty()) {
-    command.interval = ParseSeconds(verb, "-i", raw.interval);
+  if (raw.interval) {
+    command.interval = ParseSeconds(verb, "-i", *raw.interval);
   }
   if (command.verb == Verb::Help && command.topic && FindVerb(*command.topic) == nullptr) {
     ThrowUsage("", "unknown verb " + QuoteWord(*command.topic));

@@ -52,6 +52,12 @@ void CheckUnchanged(const RegistrySections& seen, const RegistrySections& now, c
 void MergeText(const CommandLine& command, const RegistrySections& seen, const std::string& text, Context& context) {
   const RegistrySections wanted = ParseText(text);
   const Merge merge = MergeBetween(seen, wanted);
+  for (const Difference& difference : FindDifferences(seen, wanted)) {
+    if (difference.after && !IsUtf8(*difference.after)) {
+      throw Failure(ExitStatus::NotADocument,
+                    "the value of " + ShownKey(difference.section, *difference.key) + " is not UTF-8");
+    }
+  }
   if (merge.empty()) {
     context.messages.Note("Nothing changed.");
     return;

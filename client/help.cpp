@@ -60,8 +60,8 @@ constexpr VerbHelp kVerbs[] = {
      "the old text or the new one, also after a power cut.\n"},
     {"load", "[FILE|-] [--replace | --missing-only] [--dry-run]", "take in a JSON document",
      "Reads FILE or standard input: an object of objects of strings. A string sets a\n"
-     "key, null deletes a key or section, what is not named stays. All of it happens or\n"
-     "nothing, and the file is written at once.\n"
+     "key, null deletes a key or section, what is not named stays. Either all of it\n"
+     "happens or nothing, and the daemon writes its file at once.\n"
      "\n"
      "  --replace        delete what the document does not name\n"
      "  --missing-only   set only keys that are missing. What others change between\n"

@@ -119,6 +119,17 @@ std::string QuoteWord(std::string_view text) {
   return text.empty() ? "''" : std::string(text);
 }
 
+bool IsUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const Character character = FirstCharacter(text);
+    if (character.length == 0) {
+      return false;
+    }
+    text.remove_prefix(character.length);
+  }
+  return true;
+}
+
 std::string ShownSection(std::string_view section) { return "section " + QuoteAlways(section); }
 
 std::string ShownKey(std::string_view section, std::string_view key) {

@@ -31,9 +31,10 @@ public:
       if (Peek() == '[') {
         Take();
         section_name = FoldName(Word("]"));
-        if (AtEnd() || Take() != ']') {
+        if (AtLineEnd()) {
           Fail("\"]\" is missing");
         }
+        Take();
         section = &sections[section_name];
         ExpectEndOfLine();
         continue;

@@ -1,0 +1,39 @@
+#include "client/program.h"
+
+#include "client/failure_report.h"
+#include "client/output.h"
+#include "client/verbs.h"
+
+namespace ledgerctl {
+namespace {
+
+ExitStatus Run(const CommandLine& command, Registry& registry, Output& output, const Messages& messages) {
+  Context context{registry, output, messages};
+  try {
+    const ExitStatus status = RunVerb(command, context);
+    output.Flush();
+    return status;
+  } catch (...) {
+    // What was printed before belongs in front of the error.
+    output.Flush();
+    throw;
+  }
+}
+
+}  // namespace
+
+int RunProgram(const std::vector<std::string>& arguments, const RegistryFactory& make_registry, int output, int error) {
+  bool quiet = false;
+  try {
+    const CommandLine command = ParseCommandLine(arguments);
+    quiet = command.quiet;
+    Output standard_output(output);
+    return static_cast<int>(Run(command, *make_registry(command), standard_output, Messages(error, quiet)));
+  } catch (...) {
+    const Failure failure = CurrentFailure();
+    Messages(error, quiet).Error(failure.what());
+    return static_cast<int>(failure.Status());
+  }
+}
+
+}  // namespace ledgerctl

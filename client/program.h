@@ -1,0 +1,21 @@
+// The whole program but for the process around it: from the words of the command line to the exit status.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/command_line.h"
+#include "registry/registry.h"
+
+namespace ledgerctl {
+
+/// Makes what the verbs work on.
+using RegistryFactory = std::function<std::shared_ptr<Registry>(const CommandLine& command)>;
+
+/// Runs one command line, `arguments` without the program's name, and returns the exit status. Everything that fails is
+/// told on the descriptor `error`.
+int RunProgram(const std::vector<std::string>& arguments, const RegistryFactory& make_registry, int output, int error);
+
+}  // namespace ledgerctl

@@ -1,0 +1,170 @@
+#include "client/command_line.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "client/exit_status.h"
+#include "client/help.h"
+
+namespace ledgerctl {
+namespace {
+
+using Words = std::vector<std::string>;
+
+std::string UsageError(const Words& words) {
+  try {
+    ParseCommandLine(words);
+  } catch (const Failure& e) {
+    EXPECT_EQ(e.Status(), ExitStatus::Usage);
+    return e.what();
+  }
+  return "accepted";
+}
+
+TEST(CommandLine, TakesOptionsBeforeAndBehindTheVerb) {
+  for (const Words& words : {Words{"-q", "--json", "--timeout", "2.5", "get", "s", "k"},
+                             Words{"get", "-q", "s", "--json", "k", "--timeout", "2.5"},
+                             Words{"--timeout=2.5", "get", "s", "k", "--quiet", "--json"}}) {
+    const CommandLine command = ParseCommandLine(words);
+    EXPECT_EQ(command.verb, Verb::Get);
+    EXPECT_TRUE(command.quiet);
+    EXPECT_TRUE(command.json);
+    EXPECT_FALSE(command.nul);
+    EXPECT_EQ(command.timeout.count(), 2500);
+    EXPECT_EQ(command.shown_timeout, "2.5");
+    EXPECT_EQ(command.section, "s");
+    EXPECT_EQ(command.key, "k");
+  }
+}
+
+// All of these are legal names and values.
+TEST(CommandLine, TakesNamesAndValuesAsTheyAre) {
+  for (const char* text : {"get", "help", "", "a=b", "a.b/c", "[a,b]", "{}", "%%", "a b", "\"q\"", "'q'", "-", "-5",
+                           "@x", "#", "a\nb", "true", "\xff"}) {
+    SCOPED_TRACE(text);
+    const CommandLine command = ParseCommandLine({"set", text, text, text});
+    EXPECT_EQ(command.section, text);
+    EXPECT_EQ(command.key, text);
+    EXPECT_EQ(command.value, text);
+  }
+}
+
+TEST(CommandLine, TakesWhatBeginsWithADashBehindTwoDashes) {
+  const CommandLine command = ParseCommandLine({"set", "--flush", "--", "-s", "--json", "--flush"});
+  EXPECT_TRUE(command.flush);
+  EXPECT_FALSE(command.json);
+  EXPECT_EQ(command.section, "-s");
+  EXPECT_EQ(command.key, "--json");
+  EXPECT_EQ(command.value, "--flush");
+}
+
+TEST(CommandLine, TellsAnEmptyArgumentFromNone) {
+  EXPECT_EQ(ParseCommandLine({"list"}).section, std::nullopt);
+  EXPECT_EQ(ParseCommandLine({"list", ""}).section, "");
+  EXPECT_EQ(ParseCommandLine({"get", "s", "k"}).default_value, std::nullopt);
+  EXPECT_EQ(ParseCommandLine({"get", "s", "k", "--default", ""}).default_value, "");
+  EXPECT_EQ(ParseCommandLine({"get", "s", "k", "--default", "-x"}).default_value, "-x");
+}
+
+TEST(CommandLine, KnowsTheOptionsOfEachVerb) {
+  EXPECT_TRUE(ParseCommandLine({"set", "s", "k", "v", "--flush"}).flush);
+  EXPECT_TRUE(ParseCommandLine({"unset", "-r", "s"}).whole_section);
+  EXPECT_TRUE(ParseCommandLine({"clear", "--yes"}).confirmed);
+  EXPECT_TRUE(ParseCommandLine({"flush", "--sync"}).sync);
+  EXPECT_TRUE(ParseCommandLine({"load", "--replace"}).replace);
+  EXPECT_TRUE(ParseCommandLine({"load", "--missing-only", "f"}).missing_only);
+  EXPECT_TRUE(ParseCommandLine({"load", "-", "--dry-run"}).dry_run);
+  EXPECT_EQ(ParseCommandLine({"load", "-"}).file, "-");
+  EXPECT_EQ(ParseCommandLine({"watch", "-i", "0.25"}).interval.count(), 250);
+  EXPECT_TRUE(ParseCommandLine({"-0", "list"}).nul);
+  EXPECT_EQ(ParseCommandLine({"--version"}).verb, Verb::Version);
+}
+
+TEST(CommandLine, ShowsTheHelpOfTheVerbThatIsAskedFor) {
+  for (const Words& words : {Words{"help", "get"}, Words{"get", "--help"}, Words{"get", "s", "-h"}}) {
+    EXPECT_EQ(ParseCommandLine(words).verb, Verb::Help);
+    EXPECT_EQ(ParseCommandLine(words).topic, "get");
+  }
+  for (const Words& words : {Words{"help"}, Words{"--help"}, Words{"-h"}}) {
+    EXPECT_EQ(ParseCommandLine(words).verb, Verb::Help);
+    EXPECT_EQ(ParseCommandLine(words).topic, std::nullopt);
+  }
+}
+
+TEST(CommandLine, SaysWhatIsWrong) {
+  struct Row {
+    Words words;
+    const char* text;
+  };
+  const Row rows[] = {
+      {{}, "a verb is missing\nTry \"ledgerctl help\"."},
+      {{"frob"}, "unknown verb frob\nTry \"ledgerctl help\"."},
+      {{"a\nb"}, "unknown verb $'a\\nb'\nTry \"ledgerctl help\"."},
+      {{""}, "unknown verb ''\nTry \"ledgerctl help\"."},
+      {{"-x", "get"}, "unknown option -x\nTry \"ledgerctl help\"."},
+      {{"help", "frob"}, "unknown verb frob\nTry \"ledgerctl help\"."},
+      {{"get"}, "get: SECTION is required\nTry \"ledgerctl help get\"."},
+      {{"get", "s"}, "get: KEY is required\nTry \"ledgerctl help get\"."},
+      {{"set", "s", "k"}, "set: VALUE is required\nTry \"ledgerctl help set\"."},
+      {{"diff"}, "diff: FILE is required\nTry \"ledgerctl help diff\"."},
+      {{"get", "s", "k", "x"}, "get: unexpected argument x\nTry \"ledgerctl help get\"."},
+      {{"get", "s", "-k"},
+       "get: KEY is required\nNames and values that begin with \"-\" go behind \"--\".\nTry \"ledgerctl help get\"."},
+      {{"list", "-k"},
+       "list: unexpected argument -k\nNames and values that begin with \"-\" go behind \"--\".\n"
+       "Try \"ledgerctl help list\"."},
+      {{"get", "s", "k", "--default"}, "get: --default needs a value\nTry \"ledgerctl help get\"."},
+      {{"unset", "s"}, "unset: this deletes the whole section 's'; confirm it with -r\nTry \"ledgerctl help unset\"."},
+      {{"unset", "-r", "s", "k"}, "unset: -r deletes a whole section, without KEY\nTry \"ledgerctl help unset\"."},
+      {{"clear"}, "clear: this deletes the whole registry; confirm it with --yes\nTry \"ledgerctl help clear\"."},
+      {{"load", "--replace", "--missing-only"},
+       "load: --replace and --missing-only exclude each other\nTry \"ledgerctl help load\"."},
+      {{"-0", "show"}, "show: -0 goes with get and list only\nTry \"ledgerctl help show\"."},
+      {{"--json", "dump"},
+       "dump: --json goes with get, exists, list, show and usage only\nTry \"ledgerctl help dump\"."},
+      {{"-0", "--json", "list"}, "list: -0 and --json exclude each other\nTry \"ledgerctl help list\"."},
+      {{"list", "--json", "-0"}, "list: -0 and --json exclude each other\nTry \"ledgerctl help list\"."},
+      {{"watch", "-i", "x"}, "watch: -i: x is no number of seconds\nTry \"ledgerctl help watch\"."},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.text);
+    EXPECT_EQ(UsageError(row.words), row.text);
+  }
+}
+
+TEST(CommandLine, TakesSensibleTimesOnly) {
+  for (const char* time : {"", "0", "-1", "1s", "nan", "inf", "1e9", "0x10", " 1", "0.0001"}) {
+    EXPECT_NE(UsageError({"list", "--timeout", time}), "accepted") << time;
+  }
+  EXPECT_EQ(ParseCommandLine({"list", "--timeout", "1e2"}).timeout.count(), 100000);
+  EXPECT_EQ(ParseCommandLine({"list"}).timeout.count(), 25000);
+}
+
+TEST(Help, FitsATerminalOf80Columns) {
+  std::string all = HelpText();
+  for (const std::string& verb : VerbNames()) {
+    all += HelpText(verb);
+  }
+  std::istringstream lines(all);
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_LE(line.size(), 80u) << line;
+    EXPECT_TRUE(line.empty() || line.back() != ' ') << line;
+  }
+}
+
+TEST(Help, NamesEveryVerbAndEveryOption) {
+  const std::string all = HelpText();
+  for (const std::string& verb : VerbNames()) {
+    SCOPED_TRACE(verb);
+    EXPECT_NE(all.find("\n  " + verb), std::string::npos);
+    EXPECT_EQ(HelpText(verb).find("ledgerctl " + verb), 0u);
+    for (const std::string& option : OptionsOf(verb)) {
+      EXPECT_NE(HelpText(verb).find(option), std::string::npos) << option;
+      EXPECT_NE(all.find(option), std::string::npos) << option;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace ledgerctl

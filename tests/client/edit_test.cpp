@@ -1,0 +1,162 @@
+// "edit", with shell scripts as editors.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "tests/client/client_fixture.h"
+#include "tests/support/temp_dir.h"
+
+namespace test_client {
+namespace {
+
+class EditVerb : public ClientTest {
+protected:
+  EditVerb() : ClientTest("[a]\nk=1\nl=2\n[b]\nk=3\n") {
+    ::setenv("TMPDIR", folder.Path().c_str(), 1);
+    ::unsetenv("VISUAL");
+  }
+
+  ~EditVerb() override { ::unsetenv("TMPDIR"); }
+
+  Outcome EditWith(const std::string& editor, const std::vector<std::string>& arguments = {"edit"}) {
+    ::setenv("EDITOR", editor.c_str(), 1);
+    return Run(arguments);
+  }
+
+  std::vector<std::string> LeftFiles() const {
+    std::vector<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+      files.push_back(entry.path());
+    }
+    return files;
+  }
+
+  test_support::TempDir folder;
+};
+
+TEST_F(EditVerb, MergesWhatTheUserChanged) {
+  EXPECT_EQ(EditWith("sed -i -e s/k=1/k=x/ -e /l=/d"), Prints("- [a] k=1\n+ [a] k=x\n- [a] l=2\n"));
+  EXPECT_EQ(back_end.store->Text(), "[a]\nk=x\n[b]\nk=3\n");
+  EXPECT_TRUE(LeftFiles().empty());
+}
+
+TEST_F(EditVerb, ChangesNothingWhenTheUserDoesNot) {
+  EXPECT_EQ(EditWith("true"), (Outcome{0, "", "Nothing changed.\n"}));
+  EXPECT_EQ(registry.TakeCalls(), (Calls{"ReadAllJson"}));
+  EXPECT_EQ(EditWith("true", {"-q", "edit"}), Prints(""));
+  EXPECT_TRUE(LeftFiles().empty());
+}
+
+TEST_F(EditVerb, ShowsOneSectionAndLeavesTheOthers) {
+  EXPECT_EQ(EditWith("grep -qx k=3", {"edit", "B"}), (Outcome{0, "", "Nothing changed.\n"}));
+  EXPECT_EQ(EditWith("f() { printf '[b]\\nm=4\\n[New]\\n' > \"$1\"; }; f", {"edit", "B"}),
+            Prints("- [b] k=3\n+ [b] m=4\n+ [new]\n"));
+  EXPECT_EQ(back_end.store->Text(), "[a]\nk=1\nl=2\n[b]\nm=4\n[new]\n");
+  EXPECT_EQ(EditWith("true", {"edit", "c"}), (Outcome{1, "", "ledgerctl: no section 'c'\n"}));
+}
+
+TEST_F(EditVerb, DeletesASectionWithItsHeader) {
+  EXPECT_EQ(EditWith("sed -i /^/d"), Prints("- [a] k=1\n- [a] l=2\n- [b] k=3\n"));
+  EXPECT_EQ(back_end.store->Text(), "");
+}
+
+TEST_F(EditVerb, PrefersVisual) {
+  ::setenv("VISUAL", "sed -i s/1/visual/", 1);
+  EXPECT_EQ(EditWith("false"), Prints("- [a] k=1\n+ [a] k=visual\n"));
+  ::unsetenv("VISUAL");
+}
+
+TEST_F(EditVerb, RefusesToOverwriteWhatOthersChanged) {
+  struct Row {
+    const char* name;
+    const char* editor;
+    const char* others;
+    const char* culprit;  // null if both changes stand
+  };
+  const Row rows[] = {
+      {"another key", "sed -i s/=1/=x/", R"({"a":{"l":"other"}})", nullptr},
+      {"the same key", "sed -i s/=1/=x/", R"({"a":{"k":"other"}})", "key 'k' in section 'a'"},
+      {"a key that is gone", "sed -i s/=1/=x/", R"({"a":{"k":null}})", "key 'k' in section 'a'"},
+      {"a key that came", "sed -i s/^l=2/new=x/", R"({"a":{"new":"other"}})", "key 'new' in section 'a'"},
+      {"a deleted section", "sed -i -e '/.b./d' -e /k=3/d", R"({"b":{"new":"1"}})", "key 'new' in section 'b'"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    back_end->DeleteAll();
+    back_end->WriteJson(R"({"a":{"k":"1","l":"2"},"b":{"k":"3"}})");
+    int reads = 0;
+    registry.OnCall([&](const std::string& call) {
+      if (call == "ReadAllJson" && ++reads == 2) {
+        back_end->WriteJson(row.others);
+      }
+    });
+    const Outcome outcome = EditWith(row.editor);
+    registry.OnCall({});
+    if (row.culprit == nullptr) {
+      EXPECT_EQ(outcome.status, 0) << outcome;
+      EXPECT_EQ(back_end.store->Text(), "[a]\nk=x\nl=other\n[b]\nk=3\n");
+      continue;
+    }
+    EXPECT_EQ(outcome.status, 10);
+    const std::vector<std::string> kept = LeftFiles();
+    ASSERT_EQ(kept.size(), 1u);
+    EXPECT_EQ(outcome.error, "Your text is kept in " + kept[0] + "\nledgerctl: somebody else has changed " +
+                                 row.culprit + " in the meantime; nothing changed\n");
+    std::filesystem::remove(kept[0]);
+    EXPECT_EQ(back_end.store->Text().find('x'), std::string::npos);
+  }
+}
+
+TEST_F(EditVerb, KeepsATextThatItCannotTake) {
+  struct Row {
+    const char* editor;
+    int status;
+    const char* reason;
+  };
+  const Row rows[] = {
+      {"sed -i \"s/=1/='/\"", 4, "line 11: a quote is not closed"},
+      {"sed -i s/^k/gr\xc3\xb6n/", 3, "invalid name 'gr\xc3\xb6n': only ASCII is allowed"},
+      {"f() { sed -i s/=1/=$(head -c 17000 /dev/zero | tr '\\0' x)/ \"$1\"; }; f", 5,
+       "registry full (16383 bytes); nothing changed"},
+      {"sed -i s/=1/=\\\\xff/", 4, "the value of key 'k' in section 'a' is not UTF-8"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.reason);
+    const Outcome outcome = EditWith(row.editor);
+    EXPECT_EQ(outcome.status, row.status);
+    const std::vector<std::string> kept = LeftFiles();
+    ASSERT_EQ(kept.size(), 1u);
+    EXPECT_EQ(outcome.error, "Your text is kept in " + kept[0] + "\nledgerctl: " + row.reason + "\n");
+    EXPECT_EQ(std::filesystem::status(kept[0]).permissions(), std::filesystem::perms(0600));
+    std::filesystem::remove(kept[0]);
+    EXPECT_EQ(back_end.FlushedText(), "[a]\nk=1\nl=2\n[b]\nk=3\n");
+  }
+}
+
+TEST_F(EditVerb, GivesUpWhenTheEditorFails) {
+  for (const char* editor : {"false", "/nonexistent/editor", "sed -i s/1/x/ /nonexistent"}) {
+    SCOPED_TRACE(editor);
+    const Outcome outcome = EditWith(std::string(editor) + " 2>/dev/null");
+    EXPECT_EQ(outcome, (Outcome{10, "", "ledgerctl: the editor failed; nothing changed\n"}));
+    EXPECT_TRUE(LeftFiles().empty());
+  }
+}
+
+TEST_F(EditVerb, WarnsOfNamesThatNobodyCanReach) {
+  back_end.registry.reset();
+  BackEnd edited("[Net]\nk=1\n[s]\nk=1\n");
+  RecordingRegistry edited_registry(*edited.registry);
+  const std::shared_ptr<Registry> not_owned(std::shared_ptr<void>(), &edited_registry);
+  ::setenv("EDITOR", "sed -i s/1/2/", 1);
+  const MemoryFile output;
+  const MemoryFile error;
+  EXPECT_EQ(ledgerctl::RunProgram(
+                {"edit"}, [&](const auto&) { return not_owned; }, output.Fd(), error.Fd()),
+            0);
+  EXPECT_EQ(output.Text(), "- [s] k=1\n+ [s] k=2\n");
+  EXPECT_EQ(edited.FlushedText(), "[Net]\nk=1\n[s]\nk=2\n");
+}
+
+}  // namespace
+}  // namespace test_client

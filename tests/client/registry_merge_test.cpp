@@ -1,0 +1,155 @@
+#include "client/registry_merge.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "client/exit_status.h"
+#include "registry/registry.h"
+#include "tests/registry/back_end_fixture.h"
+
+namespace ledgerctl {
+namespace {
+
+Failure RefusalOf(const std::string& json) {
+  try {
+    ParseMerge(json, "x.json");
+  } catch (const Failure& e) {
+    return e;
+  }
+  return Failure(ExitStatus::Success, "accepted");
+}
+
+TEST(ParseMerge, SaysWhatIsWrong) {
+  struct Row {
+    const char* name;
+    const char* json;
+    const char* reason;
+  };
+  const Row rows[] = {
+      {"array", "[]", "no JSON object of objects"},
+      {"string", "\"a\"", "no JSON object of objects"},
+      {"section of another type", R"({"a":{},"b":5})", "section 'b' is neither an object nor null"},
+      {"value of another type", R"({"a":{"k":true}})",
+       "the value of key 'k' in section 'a' is neither a string nor null"},
+      {"value that is an object", R"({"a":{"k":{"l":"m"}}})",
+       "the value of key 'k' in section 'a' is neither a string nor null"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const Failure refusal = RefusalOf(row.json);
+    EXPECT_EQ(refusal.Status(), ExitStatus::NotADocument);
+    EXPECT_EQ(refusal.what(), std::string("x.json: not a registry document: ") + row.reason);
+  }
+  const std::string syntax_error = RefusalOf("{").what();
+  EXPECT_EQ(syntax_error.find("x.json: not a registry document: parse error - unexpected "), 0u) << syntax_error;
+  EXPECT_THROW(ParseMerge("{\"gr\xc3\xb6n\":null}", "x"), Registry::InvalidName);
+  EXPECT_THROW(ParseMerge("{\"a\":{\"gr\xc3\xb6n\":null}}", "x"), Registry::InvalidName);
+}
+
+// What the client foretells is what the daemon does.
+TEST(ApplyMerge, DoesWhatTheDaemonDoes) {
+  struct Row {
+    const char* name;
+    const char* json;
+  };
+  const Row rows[] = {
+      {"nothing", "{}"},
+      {"sets, changes, deletes", R"({"a":{"k":"2","new":"3","l":null},"b":null,"c":{"x":""}})"},
+      {"null in a section that is missing", R"({"nope":{"x":null}})"},
+      {"missing section", R"({"nope":null})"},
+      {"names of mixed case", R"({"A":{"K":"upper","k":"lower"}})"},
+      {"deleted, then made again", R"({"A":null,"a":{"z":"1"}})"},
+      {"made, then deleted", R"({"A":{"z":"1"},"a":null})"},
+      {"key set, then deleted", R"({"new":{"Z":"1","z":null}})"},
+      {"key deleted, then set", R"({"a":{"K":null,"k":"1"}})"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::string text = "[a]\nk=1\nl=x\n[b]\nk=1\n";
+    BackEnd daemon(text);
+    daemon->WriteJson(row.json);
+    RegistrySections sections = ParseRegistry(text);
+    ApplyMerge(ParseMerge(row.json, "x"), sections);
+    EXPECT_EQ(SerialiseRegistry(sections), daemon.FlushedText());
+  }
+}
+
+TEST(PrintMerge, MakesEmptySectionsInOneCall) {
+  BackEnd daemon("[full]\nk=v\n");
+  daemon->WriteJson(PrintMerge({{"empty", KeyMerge()}, {"1", KeyMerge()}, {"full", KeyMerge()}}));
+  EXPECT_EQ(daemon.FlushedText(), "[1]\n[empty]\n[full]\nk=v\n");
+}
+
+TEST(MergeBetween, NamesWhatChangedAndNothingElse) {
+  const RegistrySections before = {{"a", {{"k", "1"}, {"l", "2"}, {"m", "3"}}}, {"b", {{"k", ""}}}, {"c", {}}};
+  const RegistrySections after = {{"a", {{"k", "1"}, {"l", "other"}, {"n", ""}}}, {"c", {}}, {"d", {}}};
+  const Merge expected = {
+      {"a", KeyMerge{{"l", "other"}, {"m", std::nullopt}, {"n", ""}}}, {"b", std::nullopt}, {"d", KeyMerge()}};
+  EXPECT_EQ(MergeBetween(before, after), expected);
+  EXPECT_TRUE(MergeBetween(before, before).empty());
+}
+
+TEST(MergeOfMissing, LeavesAloneWhatIsThere) {
+  const RegistrySections existing = {{"a", {{"k", "1"}}}, {"c", {{"x", "y"}}}};
+  const Merge expected = {{"a", KeyMerge{{"l", "2"}}}, {"b", KeyMerge()}};
+  EXPECT_EQ(MergeOfMissing(existing, {{"a", {{"k", "other"}, {"l", "2"}}}, {"b", {}}, {"c", {}}}), expected);
+}
+
+RegistrySections RandomSections(std::mt19937& random) {
+  RegistrySections sections;
+  for (std::size_t s = random() % 4; s > 0; --s) {
+    RegistrySection& keys = sections[std::string(1, "abc1"[random() % 4])];
+    for (std::size_t k = random() % 4; k > 0; --k) {
+      keys[std::string(1, "klm2"[random() % 4])] = std::string(random() % 3, 'v');
+    }
+  }
+  return sections;
+}
+
+TEST(MergeThatReplaces, LeavesNothingElseBehind) {
+  std::mt19937 random(7);
+  for (int round = 0; round < 1000; ++round) {
+    const RegistrySections before = RandomSections(random);
+    const RegistrySections after = RandomSections(random);
+    BackEnd daemon(SerialiseRegistry(before));
+    // Somebody has changed what is to be replaced.
+    if (!before.empty() && round % 2 == 0) {
+      const std::string section = before.begin()->first;
+      before.begin()->second.empty() ? daemon->DeleteSection(section)
+                                     : daemon->Write(section, before.begin()->second.begin()->first, "changed");
+    }
+    daemon->WriteJson(PrintMerge(MergeThatReplaces(before, after)));
+    ASSERT_EQ(daemon.FlushedText(), SerialiseRegistry(after)) << "round " << round << " of seed 7";
+  }
+}
+
+TEST(MergeWarnings, NameWhatARestartLoses) {
+  const auto warnings = MergeWarnings(ParseMerge(
+      R"({"s":{"[x":"1","n":"a\u0000b","":"","ok":"[","gone":null,"K":"1","k":"2"},"t\u0000":{},"U":{},"u":null})",
+      "x"));
+  const std::vector<std::string> expected = {
+      "key '' in section 's' is empty and is lost when the daemon starts again",
+      "key '[x' in section 's' begins with \"[\" and becomes a section when the daemon starts again",
+      "key 'n' in section 's' holds a NUL byte; it and all behind it are lost when the daemon starts again",
+      "key 'k' in section 's' is written in several ways; the last one in byte order wins",
+      "section $'t\\x00' holds a NUL byte; it and all behind it are lost when the daemon starts again",
+      "section 'u' is written in several ways; all are the same section",
+  };
+  EXPECT_EQ(warnings, expected);
+  EXPECT_TRUE(MergeWarnings(ParseMerge(R"({"s":{"k":"[","[gone":null},"e":{}})", "x")).empty());
+}
+
+TEST(DropUnreachable, TakesNamesOfAFileThatWasEditedByHand) {
+  RegistrySections sections = {{"Net", {{"k", "v"}}}, {"net", {{"IP", "1"}, {"ip", "2"}}}};
+  const auto dropped = DropUnreachable(sections);
+  EXPECT_EQ(sections, (RegistrySections{{"net", {{"ip", "2"}}}}));
+  const std::vector<std::string> expected = {
+      "section 'Net' cannot be reached: its name was written into the file by hand",
+      "key 'IP' in section 'net' cannot be reached: its name was written into the file by hand",
+  };
+  EXPECT_EQ(dropped, expected);
+}
+
+}  // namespace
+}  // namespace ledgerctl

@@ -1,0 +1,151 @@
+// The verbs that work with JSON documents.
+#include "tests/client/client_fixture.h"
+#include "tests/support/temp_dir.h"
+
+namespace test_client {
+namespace {
+
+class DocumentVerbs : public ClientTest {
+protected:
+  DocumentVerbs() : ClientTest("[a]\nk=1\nl=2\n[b]\nk=3\n") {}
+
+  std::string File(const std::string& json) {
+    const std::string path = folder / "document.json";
+    test_support::WriteTextFile(path, json);
+    return path;
+  }
+
+  test_support::TempDir folder;
+};
+
+TEST_F(DocumentVerbs, DumpPrintsOrSaves) {
+  const std::string json =
+      "{\n  \"a\": {\n    \"k\": \"1\",\n    \"l\": \"2\"\n  },\n  \"b\": {\n    \"k\": \"3\"\n  }\n}\n";
+  EXPECT_EQ(Run({"dump"}), Prints(json));
+  EXPECT_EQ(registry.TakeCalls(), (Calls{"ReadAllJson"}));
+  EXPECT_EQ(Run({"dump", folder / "saved"}), Prints(""));
+  EXPECT_EQ(test_support::ReadTextFile(folder / "saved"), json);
+}
+
+TEST_F(DocumentVerbs, DumpWarnsOfNamesThatLoadWouldFold) {
+  back_end.registry.reset();
+  BackEnd edited("[Net]\nk=1\n");
+  RecordingRegistry edited_registry(*edited.registry);
+  const MemoryFile output;
+  const MemoryFile error;
+  const std::shared_ptr<Registry> not_owned(std::shared_ptr<void>(), &edited_registry);
+  EXPECT_EQ(ledgerctl::RunProgram(
+                {"dump"}, [&](const auto&) { return not_owned; }, output.Fd(), error.Fd()),
+            0);
+  EXPECT_EQ(output.Text(), "{\n  \"Net\": {\n    \"k\": \"1\"\n  }\n}\n");
+  EXPECT_EQ(error.Text(),
+            "ledgerctl: warning: section 'Net' cannot be reached: its name was written into the file by hand\n");
+}
+
+TEST_F(DocumentVerbs, LoadMergesInOneCall) {
+  EXPECT_EQ(Run({"load", File(R"({"A":{"k":"x","l":null,"m":"y"},"b":null,"c":{}})")}), Prints(""));
+  EXPECT_EQ(registry.TakeCalls(), (Calls{"WriteJson"}));
+  EXPECT_EQ(back_end.store->Text(), "[a]\nk=x\nm=y\n[c]\n");
+}
+
+TEST_F(DocumentVerbs, LoadTakesStandardInput) {
+  for (const std::vector<std::string>& command : {std::vector<std::string>{"load"}, {"load", "-"}}) {
+    const StandardInput input(R"({"b":null})");
+    EXPECT_EQ(Run(command), Prints(""));
+    EXPECT_EQ(back_end.store->Text(), "[a]\nk=1\nl=2\n");
+  }
+}
+
+TEST_F(DocumentVerbs, LoadReplacesInOneCall) {
+  EXPECT_EQ(Run({"load", "--replace", File(R"({"a":{"l":"2","m":"y"},"c":{},"gone":null})")}), Prints(""));
+  EXPECT_EQ(registry.TakeCalls(), (Calls{"ReadAllJson", "WriteJson"}));
+  EXPECT_EQ(back_end.store->Text(), "[a]\nl=2\nm=y\n[c]\n");
+}
+
+TEST_F(DocumentVerbs, LoadSetsWhatIsMissing) {
+  EXPECT_EQ(Run({"load", "--missing-only", File(R"({"a":{"k":"x","m":"y"},"b":null,"c":{"K":"z"}})")}), Prints(""));
+  EXPECT_EQ(registry.TakeCalls(), (Calls{"ReadAllJson", "WriteJson"}));
+  EXPECT_EQ(back_end.store->Text(), "[a]\nk=1\nl=2\nm=y\n[b]\nk=3\n[c]\nk=z\n");
+}
+
+TEST_F(DocumentVerbs, LoadShowsWhatItWouldDo) {
+  struct Row {
+    std::vector<std::string> options;
+    const char* output;
+  };
+  const Row rows[] = {
+      {{}, "- [a] k=1\n+ [a] k=x\n- [b] k=3\n+ [c]\n"},
+      {{"--replace"}, "- [a] k=1\n+ [a] k=x\n- [a] l=2\n- [b] k=3\n+ [c]\n"},
+      {{"--missing-only"}, "+ [c]\n"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.output);
+    std::vector<std::string> command = {"load", "--dry-run", File(R"({"a":{"k":"x"},"b":null,"c":{}})")};
+    command.insert(command.end(), row.options.begin(), row.options.end());
+    EXPECT_EQ(Run(command), Prints(row.output));
+    for (const std::string& call : registry.TakeCalls()) {
+      EXPECT_EQ(call, "ReadAllJson");
+    }
+  }
+}
+
+TEST_F(DocumentVerbs, LoadForetellsThatTheRegistryWouldBeFull) {
+  const std::string value(16383, 'x');
+  const Outcome outcome = Run({"load", "--dry-run", File(R"({"a":{"m":")" + value + "\"}}")});
+  EXPECT_EQ(outcome,
+            (Outcome{5, "+ [a] m=" + value + "\n", "ledgerctl: registry full (16383 bytes); nothing changed\n"}));
+}
+
+TEST_F(DocumentVerbs, LoadIsAllOrNothing) {
+  const std::string before = back_end.FlushedText();
+  struct Row {
+    const char* name;
+    std::string json;
+    int status;
+  };
+  const Row rows[] = {
+      {"full", R"({"a":{"k":"x"},"z":{"k":")" + std::string(16383, 'x') + "\"}}", 5},
+      {"bad name", "{\"a\":{\"k\":\"x\"},\"\xc3\xb6\":{}}", 3},
+      {"bad shape", R"({"a":{"k":"x"},"b":[]})", 4},
+      {"no JSON", R"({"a":{"k":"x"},)", 4},
+  };
+  for (const Row& row : rows) {
+    for (const char* mode : {"", "--replace", "--missing-only"}) {
+      SCOPED_TRACE(row.name + std::string(mode));
+      std::vector<std::string> command = {"load", File(row.json)};
+      if (*mode != '\0') {
+        command.emplace_back(mode);
+      }
+      EXPECT_EQ(Run(command).status, row.status);
+      EXPECT_EQ(back_end.FlushedText(), before);
+    }
+  }
+}
+
+TEST_F(DocumentVerbs, LoadWarnsOfWhatARestartLoses) {
+  const Outcome outcome = Run({"load", File(R"({"a":{"n":"\u0000"}})")});
+  EXPECT_EQ(outcome, (Outcome{0, "",
+                              "ledgerctl: warning: key 'n' in section 'a' holds a NUL byte; it and all behind it are "
+                              "lost when the daemon starts again\n"}));
+  EXPECT_EQ(back_end->Read("a", "n"), std::string("\0", 1));
+}
+
+TEST_F(DocumentVerbs, DiffAnswersByItsStatus) {
+  EXPECT_EQ(Run({"diff", File(R"({"A":{"k":"1","l":"2"},"b":{"k":"3"}})")}), Prints(""));
+  EXPECT_EQ(Run({"diff", File(R"({"a":{"k":"1","m":""},"b":null,"c":{}})")}),
+            (Outcome{1, "- [a] l=2\n+ [a] m=\n- [b] k=3\n+ [c]\n", ""}));
+  const StandardInput input("{}");
+  EXPECT_EQ(Run({"diff", "-"}).status, 1);
+}
+
+TEST_F(DocumentVerbs, NameTheFileThatIsMissing) {
+  const std::string path = folder / "none";
+  const Outcome outcome = {10, "", "ledgerctl: " + path + ": No such file or directory\n"};
+  EXPECT_EQ(Run({"load", path}), outcome);
+  EXPECT_EQ(Run({"diff", path}), outcome);
+  const std::string beyond = folder / "none/file";
+  EXPECT_EQ(Run({"dump", beyond}), (Outcome{10, "", "ledgerctl: " + beyond + ": No such file or directory\n"}));
+}
+
+}  // namespace
+}  // namespace test_client

@@ -1,0 +1,131 @@
+// The verbs for single keys.
+#include <fcntl.h>
+
+#include "lib/platform/posix_helpers.h"
+#include "tests/client/client_fixture.h"
+
+namespace test_client {
+namespace {
+
+using KeyVerbs = ClientTest;
+
+TEST_F(KeyVerbs, GetPrintsTheValueAsItIs) {
+  back_end->Write("s", "k", "a\nb\033 'c'\\");
+  EXPECT_EQ(Run({"get", "S", "K"}), Prints("a\nb\033 'c'\\\n"));
+  EXPECT_EQ(Run({"get", "-0", "s", "k"}), Prints(std::string("a\nb\033 'c'\\\0", 10)));
+  EXPECT_EQ(Run({"get", "--json", "s", "k"}), Prints("\"a\\nb\\u001b 'c'\\\\\"\n"));
+}
+
+TEST_F(KeyVerbs, GetTellsMissingFromEmpty) {
+  back_end->Write("s", "empty", "");
+  EXPECT_EQ(Run({"get", "s", "empty"}), Prints("\n"));
+  EXPECT_EQ(Run({"get", "s", "empty", "--default", "d"}), Prints("\n"));
+  EXPECT_EQ(Run({"get", "s", "k"}), (Outcome{1, "", "ledgerctl: no key 'k' in section 's'\n"}));
+  EXPECT_EQ(Run({"get", "t", "k"}), (Outcome{1, "", "ledgerctl: no key 'k' in section 't'\n"}));
+  EXPECT_EQ(Run({"get", "s", "k", "--default", "d"}), Prints("d\n"));
+  EXPECT_EQ(Run({"get", "s", "k", "--default", "", "--json"}), Prints("\"\"\n"));
+}
+
+TEST_F(KeyVerbs, GetAsksAgainForAnEmptyValueOnly) {
+  back_end->Write("s", "k", "v");
+  back_end->Write("s", "empty", "");
+  Run({"get", "s", "k"});
+  EXPECT_EQ(registry.TakeCalls(), (Calls{"Read"}));
+  Run({"get", "s", "empty"});
+  EXPECT_EQ(registry.TakeCalls(), (Calls{"Read", "KeyExists"}));
+}
+
+TEST_F(KeyVerbs, SetWritesTheValueAsItIs) {
+  EXPECT_EQ(Run({"set", "S", "K", "a\nb"}), Prints(""));
+  EXPECT_EQ(registry.TakeCalls(), (Calls{"Write"}));
+  EXPECT_EQ(back_end->Read("s", "k"), "a\nb");
+  const StandardInput input("line\n\n");
+  EXPECT_EQ(Run({"set", "s", "k", "-"}), Prints(""));
+  EXPECT_EQ(back_end->Read("s", "k"), "line\n\n");
+}
+
+TEST_F(KeyVerbs, SetFlushesIfItIsTold) {
+  EXPECT_EQ(Run({"set", "s", "k", "v"}), Prints(""));
+  EXPECT_EQ(back_end.store->Text(), "");
+  EXPECT_EQ(Run({"set", "--flush", "s", "k", "v"}), Prints(""));
+  EXPECT_EQ(back_end.store->Text(), "[s]\nk=v\n");
+}
+
+TEST_F(KeyVerbs, SetWarnsOfWhatARestartLoses) {
+  EXPECT_EQ(Run({"set", "s", "[k", "v"}),
+            (Outcome{0, "",
+                     "ledgerctl: warning: key '[k' in section 's' begins with \"[\" and becomes a section when the "
+                     "daemon starts again\n"}));
+  EXPECT_EQ(Run({"set", "s", "", ""}),
+            (Outcome{0, "",
+                     "ledgerctl: warning: key '' in section 's' is empty and is lost when the daemon starts again\n"}));
+  EXPECT_EQ(Run({"-q", "set", "s", "[k", "v"}), Prints(""));
+}
+
+// The daemon would keep an empty section of it.
+TEST_F(KeyVerbs, RefuseABadNameBeforeTheyCall) {
+  const std::string bad = "gr\xc3\xb6n";
+  const Outcome refused = {3, "", "ledgerctl: invalid name 'gr\xc3\xb6n': only ASCII is allowed\n"};
+  const std::vector<std::vector<std::string>> rows = {
+      {"get", "s", bad},    {"get", bad, "k"},   {"set", "s", bad, "v"}, {"set", bad, "k", "v"}, {"exists", bad},
+      {"exists", "s", bad}, {"unset", "s", bad}, {"unset", "-r", bad},   {"list", bad},          {"show", bad},
+      {"edit", bad},        {"watch", bad},      {"watch", "s", bad},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.front());
+    EXPECT_EQ(Run(row), refused);
+    EXPECT_EQ(registry.TakeCalls(), Calls());
+  }
+}
+
+TEST_F(KeyVerbs, ExistsAnswersByItsStatus) {
+  back_end->Write("s", "k", "");
+  EXPECT_EQ(Run({"exists", "S"}), Prints(""));
+  EXPECT_EQ(Run({"exists", "S", "K"}), Prints(""));
+  EXPECT_EQ(Run({"exists", "t"}), (Outcome{1, "", ""}));
+  EXPECT_EQ(Run({"exists", "s", "l"}), (Outcome{1, "", ""}));
+  EXPECT_EQ(Run({"exists", "--json", "s"}), Prints("true\n"));
+  EXPECT_EQ(Run({"exists", "--json", "t"}), (Outcome{1, "false\n", ""}));
+}
+
+TEST_F(KeyVerbs, UnsetDeletesWhatItIsTold) {
+  back_end->WriteJson(R"({"s":{"k":"1","l":"2"},"t":{"k":"3"}})");
+  EXPECT_EQ(Run({"unset", "S", "K"}), Prints(""));
+  EXPECT_EQ(Run({"unset", "s", "k"}), (Outcome{1, "", "ledgerctl: no key 'k' in section 's'\n"}));
+  EXPECT_EQ(Run({"unset", "-r", "T"}), Prints(""));
+  EXPECT_EQ(Run({"unset", "-r", "t"}), (Outcome{1, "", "ledgerctl: no section 't'\n"}));
+  EXPECT_EQ(Run({"unset", "s"}).status, 2);
+  EXPECT_EQ(back_end.FlushedText(), "[s]\nl=2\n");
+}
+
+TEST_F(KeyVerbs, ClearWantsToBeConfirmed) {
+  back_end->Write("s", "k", "v");
+  EXPECT_EQ(Run({"clear"}).status, 2);
+  EXPECT_EQ(registry.TakeCalls(), Calls());
+  EXPECT_EQ(Run({"clear", "--yes"}), Prints(""));
+  EXPECT_EQ(back_end.FlushedText(), "");
+}
+
+TEST_F(KeyVerbs, FlushFlushes) {
+  back_end->Write("s", "k", "v");
+  EXPECT_EQ(Run({"flush"}), Prints(""));
+  EXPECT_EQ(back_end.store->Text(), "[s]\nk=v\n");
+}
+
+TEST_F(KeyVerbs, SayThatAFullRegistryIsUnchanged) {
+  back_end->Write("s", "k", "v");
+  EXPECT_EQ(Run({"set", "s", "k", std::string(16383, 'x')}),
+            (Outcome{5, "", "ledgerctl: registry full (16383 bytes); nothing changed\n"}));
+  EXPECT_EQ(back_end->Read("s", "k"), "v");
+}
+
+TEST_F(KeyVerbs, FailWhenNobodyGetsTheResult) {
+  back_end->Write("s", "k", "v");
+  const bramble::FileDescriptor full = bramble::Open("/dev/full", O_WRONLY);
+  const MemoryFile error;
+  EXPECT_EQ(RunOn({"get", "s", "k"}, full.Get(), error.Fd()), 10);
+  EXPECT_EQ(error.Text(), "ledgerctl: standard output: No space left on device\n");
+}
+
+}  // namespace
+}  // namespace test_client
