@@ -1,7 +1,5 @@
 #include "client/bus_errors.h"
 
-#include <dbus-c++/error.h>
-
 #include <string_view>
 
 #include "client/exit_status.h"
@@ -29,19 +27,19 @@ Failure Denied() { return Failure(ExitStatus::Denied, "permission denied by the 
 
 }  // namespace
 
-void ThrowConnectFailure(const DBus::Error& error, const std::string& shown_timeout) {
-  const std::string_view name = StandardError(error.name());
+void ThrowConnectFailure(const BusError& error, const std::string& shown_timeout) {
+  const std::string_view name = StandardError(error.name);
   if (name == "AccessDenied" || name == "AuthFailed") {
     throw Denied();
   }
   if (name == "NoReply" || name == "Timeout") {
     throw Failure(ExitStatus::NoAnswer, NoAnswerText(shown_timeout));
   }
-  throw NotRunning(std::string(": no system bus: ") + error.message());
+  throw NotRunning(": no system bus: " + error.message);
 }
 
-void ThrowCallFailure(const DBus::Error& error, bool timed_out, const std::string& shown_timeout) {
-  const std::string_view full_name = error.name();
+void ThrowCallFailure(const BusError& error, bool timed_out, const std::string& shown_timeout) {
+  const std::string_view full_name = error.name;
   if (StartsWith(full_name, kRegistryErrors)) {
     const std::string_view name = full_name.substr(kRegistryErrors.size());
     if (name == "InvalidName") {
@@ -53,11 +51,11 @@ void ThrowCallFailure(const DBus::Error& error, bool timed_out, const std::strin
     if (name == "Full") {
       throw Registry::Full();
     }
-    throw Failure(ExitStatus::DaemonError, error.message());
+    throw Failure(ExitStatus::DaemonError, error.message);
   }
   const std::string_view name = StandardError(full_name);
   if (name == "ServiceUnknown" || name == "NameHasNoOwner" || StartsWith(name, "Spawn.")) {
-    throw NotRunning(StartsWith(name, "Spawn.") ? std::string(" and cannot be started: ") + error.message() : "");
+    throw NotRunning(StartsWith(name, "Spawn.") ? " and cannot be started: " + error.message : "");
   }
   if (name == "AccessDenied") {
     throw Denied();
@@ -70,7 +68,7 @@ void ThrowCallFailure(const DBus::Error& error, bool timed_out, const std::strin
   if (name == "Disconnected") {
     throw NotRunning(": the bus closed the connection");
   }
-  throw Failure(ExitStatus::DaemonError, error.message());
+  throw Failure(ExitStatus::DaemonError, error.message);
 }
 
 }  // namespace ledgerctl

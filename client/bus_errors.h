@@ -1,19 +1,20 @@
 // The errors of the bus and of the daemon, and what they are to a user.
 #pragma once
 
-#include <chrono>
 #include <string>
-
-namespace DBus {
-class Error;
-}
 
 namespace ledgerctl {
 
+/// As D-Bus has it.
+struct BusError {
+  std::string name;
+  std::string message;
+};
+
 /// Throws what stands for the failure of an attempt to connect to the bus.
-[[noreturn]] void ThrowConnectFailure(const DBus::Error& error, const std::string& shown_timeout);
+[[noreturn]] void ThrowConnectFailure(const BusError& error, const std::string& shown_timeout);
 
 /// Throws what stands for the error that ended a call. `timed_out`: the call took as long as it was allowed to.
-[[noreturn]] void ThrowCallFailure(const DBus::Error& error, bool timed_out, const std::string& shown_timeout);
+[[noreturn]] void ThrowCallFailure(const BusError& error, bool timed_out, const std::string& shown_timeout);
 
 }  // namespace ledgerctl

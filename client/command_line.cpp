@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
+#include <cstdint>
 
 #include "client/exit_status.h"
 #include "client/text_form.h"
@@ -124,7 +124,7 @@ std::chrono::milliseconds ParseSeconds(const std::string& verb, const char* opti
   if (error != std::errc() || end != text.data() + text.size() || !(seconds >= kShortest && seconds <= kLongest)) {
     ThrowUsage(verb, std::string(option) + ": " + QuoteWord(text) + " is no number of seconds");
   }
-  return std::chrono::milliseconds(std::lround(seconds * 1000));
+  return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000 + 0.5));
 }
 
 // What the library says, in the words of the rest of the program. `left` is what it could make nothing of.

@@ -1,9 +1,8 @@
 #include "client/registry_proxy.h"
 
-#include <dbus-c++/dbus.h>
 #include <dbus/dbus.h>
 
-#include <optional>
+#include <new>
 #include <utility>
 
 #include "client/bus_errors.h"
@@ -26,30 +25,39 @@ constexpr std::chrono::milliseconds kGrace(500);
 // libdbus keeps time in a coarser way than the clock.
 constexpr std::chrono::milliseconds kClockTolerance(20);
 
-// Calls that wait for their reply need no event loop, but the library does not connect without one.
-class BlockingOnly final : public DBus::Dispatcher {
+struct ConnectionCloser {
+  void operator()(DBusConnection* connection) const {
+    dbus_connection_close(connection);
+    dbus_connection_unref(connection);
+  }
+};
+using ConnectionPointer = std::unique_ptr<DBusConnection, ConnectionCloser>;
+
+struct MessageReleaser {
+  void operator()(DBusMessage* message) const { dbus_message_unref(message); }
+};
+using Message = std::unique_ptr<DBusMessage, MessageReleaser>;
+
+/// Where libdbus puts an error.
+class ErrorSlot {
 public:
-  void enter() override {}
-  void leave() override {}
-  DBus::Timeout* add_timeout(DBus::Timeout::Internal* internal) override { return new Timeout(internal); }
-  void rem_timeout(DBus::Timeout* timeout) override { delete timeout; }
-  DBus::Watch* add_watch(DBus::Watch::Internal* internal) override { return new Watch(internal); }
-  void rem_watch(DBus::Watch* watch) override { delete watch; }
+  ErrorSlot() { dbus_error_init(&m_error); }
+  ~ErrorSlot() { dbus_error_free(&m_error); }
+  ErrorSlot(const ErrorSlot&) = delete;
+  ErrorSlot& operator=(const ErrorSlot&) = delete;
+
+  DBusError* Get() { return &m_error; }
+  BusError Taken() const { return {m_error.name, m_error.message}; }
 
 private:
-  struct Watch final : DBus::Watch {
-    using DBus::Watch::Watch;
-    void toggle() override {}
-  };
-  struct Timeout final : DBus::Timeout {
-    using DBus::Timeout::Timeout;
-    void toggle() override {}
-  };
+  DBusError m_error{};
 };
 
-void Append(DBus::MessageIter& writer, const std::string& text) {
+void Append(DBusMessageIter& writer, const std::string& text) {
+  const char* const characters = text.c_str();
   const bool has_nul = text.find('\0') != std::string::npos;
-  if (has_nul || !dbus_validate_utf8(text.c_str(), nullptr)) {
+  // libdbus would end the process.
+  if (has_nul || !dbus_validate_utf8(characters, nullptr)) {
     throw Failure(ExitStatus::Usage,
                   std::string("D-Bus cannot carry the value: it ") + (has_nul ? "holds a NUL byte" : "is not UTF-8"));
   }
@@ -57,80 +65,111 @@ void Append(DBus::MessageIter& writer, const std::string& text) {
     // Whatever it is, it does not fit.
     throw Registry::Full();
   }
-  writer.append_string(text.c_str());
+  if (!dbus_message_iter_append_basic(&writer, DBUS_TYPE_STRING, &characters)) {
+    throw std::bad_alloc();
+  }
 }
 
 }  // namespace
 
-// The connection, made for the first call. The library's own proxy object would add a match rule, and wait for the bus
-// to take it and to take it back: two calls more than there is anything to receive for.
+// The connection, made for the first call. This is plain libdbus: loading and linking the C++ binding costs a
+// short-lived program more than all that it does, and of the binding only a blocking call would be used.
 class RegistryProxy::Bus {
 public:
   Bus(std::chrono::milliseconds timeout, std::string shown_timeout)
       : m_timeout(timeout), m_shown_timeout(std::move(shown_timeout)) {}
 
   template <typename... Arguments>
-  DBus::Message Call(const char* method, const Arguments&... arguments) {
-    DBus::CallMessage call(kBusName, kObjectPath, kInterface, method);
-    [[maybe_unused]] DBus::MessageIter writer = call.writer();
+  Message Call(const char* method, const Arguments&... arguments) {
+    const Message call(dbus_message_new_method_call(kBusName, kObjectPath, kInterface, method));
+    if (call == nullptr) {
+      throw std::bad_alloc();
+    }
+    DBusMessageIter writer;
+    dbus_message_iter_init_append(call.get(), &writer);
     (Append(writer, arguments), ...);
-    Connect();
+    if (m_connection == nullptr) {
+      Connect();
+    }
     return Send(call);
   }
 
 private:
   void Connect() {
-    if (m_connection) {
-      return;
-    }
     const TimeLimit limit(m_timeout, m_shown_timeout);
     // libdbus would ignore SIGPIPE, which ends a filter; its own sockets raise none.
     dbus_connection_set_change_sigpipe(FALSE);
-    DBus::default_dispatcher = &m_dispatcher;
-    try {
-      m_connection.emplace(DBus::Connection::SystemBus());
-    } catch (const DBus::Error& e) {
-      ThrowConnectFailure(e, m_shown_timeout);
+    ErrorSlot error;
+    m_connection.reset(dbus_bus_get_private(DBUS_BUS_SYSTEM, error.Get()));
+    if (m_connection == nullptr) {
+      ThrowConnectFailure(error.Taken(), m_shown_timeout);
     }
+    dbus_connection_set_exit_on_disconnect(m_connection.get(), FALSE);
   }
 
-  DBus::Message Send(DBus::Message& call) {
+  Message Send(const Message& call) {
     const auto start = std::chrono::steady_clock::now();
     const TimeLimit limit(m_timeout + kGrace, m_shown_timeout);
-    try {
-      return m_connection->send_blocking(call, static_cast<int>(m_timeout.count()));
-    } catch (const DBus::Error& e) {
+    ErrorSlot error;
+    Message reply(dbus_connection_send_with_reply_and_block(m_connection.get(), call.get(),
+                                                            static_cast<int>(m_timeout.count()), error.Get()));
+    if (reply == nullptr) {
       const bool timed_out = std::chrono::steady_clock::now() - start + kClockTolerance >= m_timeout;
-      ThrowCallFailure(e, timed_out, m_shown_timeout);
+      ThrowCallFailure(error.Taken(), timed_out, m_shown_timeout);
     }
+    return reply;
   }
 
   const std::chrono::milliseconds m_timeout;
   const std::string m_shown_timeout;
-  BlockingOnly m_dispatcher;
-  std::optional<DBus::Connection> m_connection;
+  ConnectionPointer m_connection;
 };
 
 namespace {
 
-// A reply of another type than the interface has comes from something else that has the daemon's name.
-template <typename Take>
-auto Unpack(const DBus::Message& reply, Take take) {
-  try {
-    DBus::MessageIter reader = reply.reader();
-    return take(reader);
-  } catch (const DBus::Error& e) {
-    throw Failure(ExitStatus::DaemonError, std::string("unexpected reply: ") + e.message());
+/// Takes the values of a reply, or of a container in it, one after the other. A reply of another type than the
+/// interface has comes from something else that has the daemon's name.
+class Reader {
+public:
+  explicit Reader(const Message& reply) { dbus_message_iter_init(reply.get(), &m_iterator); }
+
+  bool AtEnd() { return dbus_message_iter_get_arg_type(&m_iterator) == DBUS_TYPE_INVALID; }
+
+  std::string TakeString() {
+    Expect(DBUS_TYPE_STRING);
+    const char* text = nullptr;
+    dbus_message_iter_get_basic(&m_iterator, &text);
+    dbus_message_iter_next(&m_iterator);
+    return text;
   }
-}
 
-std::string TakeString(const DBus::Message& reply) {
-  return Unpack(reply, [](DBus::MessageIter& reader) { return std::string(reader.get_string()); });
-}
+  bool TakeBool() {
+    Expect(DBUS_TYPE_BOOLEAN);
+    dbus_bool_t value = FALSE;
+    dbus_message_iter_get_basic(&m_iterator, &value);
+    dbus_message_iter_next(&m_iterator);
+    return value != FALSE;
+  }
 
-bool TakeBool(const DBus::Message& reply) {
-  return Unpack(reply, [](DBus::MessageIter& reader) { return reader.get_bool(); });
-}
+  Reader TakeContainer(int type) {
+    Expect(type);
+    Reader contents;
+    dbus_message_iter_recurse(&m_iterator, &contents.m_iterator);
+    dbus_message_iter_next(&m_iterator);
+    return contents;
+  }
+
+private:
+  Reader() = default;
+
+  void Expect(int type) {
+    if (dbus_message_iter_get_arg_type(&m_iterator) != type) {
+      throw Failure(ExitStatus::DaemonError, "unexpected reply: what has the daemon's name is not ledgerd");
+    }
+  }
+
+  DBusMessageIter m_iterator{};
+};
 
 }  // namespace
 
@@ -139,12 +178,12 @@ RegistryProxy::RegistryProxy(std::chrono::milliseconds timeout, std::string show
 
 RegistryProxy::~RegistryProxy() = default;
 
-std::string RegistryProxy::ReadAllJson() { return TakeString(m_bus->Call("ReadAllJson")); }
+std::string RegistryProxy::ReadAllJson() { return Reader(m_bus->Call("ReadAllJson")).TakeString(); }
 
 void RegistryProxy::WriteJson(const std::string& registry) { m_bus->Call("WriteJson", registry); }
 
 std::string RegistryProxy::Read(const std::string& section, const std::string& key) {
-  return TakeString(m_bus->Call("Read", section, key));
+  return Reader(m_bus->Call("Read", section, key)).TakeString();
 }
 
 void RegistryProxy::Write(const std::string& section, const std::string& key, const std::string& value) {
@@ -152,11 +191,11 @@ void RegistryProxy::Write(const std::string& section, const std::string& key, co
 }
 
 bool RegistryProxy::KeyExists(const std::string& section, const std::string& key) {
-  return TakeBool(m_bus->Call("KeyExists", section, key));
+  return Reader(m_bus->Call("KeyExists", section, key)).TakeBool();
 }
 
 bool RegistryProxy::SectionExists(const std::string& section) {
-  return TakeBool(m_bus->Call("SectionExists", section));
+  return Reader(m_bus->Call("SectionExists", section)).TakeBool();
 }
 
 void RegistryProxy::DeleteKey(const std::string& section, const std::string& key) {
@@ -168,22 +207,19 @@ void RegistryProxy::DeleteSection(const std::string& section) { m_bus->Call("Del
 void RegistryProxy::DeleteAll() { m_bus->Call("DeleteAll"); }
 
 void RegistryProxy::SectionList(const SectionCallback& callback) {
-  Unpack(m_bus->Call("SectionList"), [&](DBus::MessageIter& reader) {
-    for (DBus::MessageIter array = reader.recurse(); !array.at_end(); ++array) {
-      callback(array.get_string());
-    }
-  });
+  const Message reply = m_bus->Call("SectionList");
+  for (Reader names = Reader(reply).TakeContainer(DBUS_TYPE_ARRAY); !names.AtEnd();) {
+    callback(names.TakeString());
+  }
 }
 
 void RegistryProxy::KeyList(const std::string& section, const KeyCallback& callback) {
-  Unpack(m_bus->Call("KeyList", section), [&](DBus::MessageIter& reader) {
-    for (DBus::MessageIter array = reader.recurse(); !array.at_end(); ++array) {
-      DBus::MessageIter entry = array.recurse();
-      const std::string key = entry.get_string();
-      ++entry;
-      callback(key, entry.get_string());
-    }
-  });
+  const Message reply = m_bus->Call("KeyList", section);
+  for (Reader entries = Reader(reply).TakeContainer(DBUS_TYPE_ARRAY); !entries.AtEnd();) {
+    Reader entry = entries.TakeContainer(DBUS_TYPE_DICT_ENTRY);
+    const std::string key = entry.TakeString();
+    callback(key, entry.TakeString());
+  }
 }
 
 void RegistryProxy::Flush() { m_bus->Call("Flush"); }

@@ -1,6 +1,5 @@
 #include "client/bus_errors.h"
 
-#include <dbus-c++/error.h>
 #include <gtest/gtest.h>
 
 #include "client/exit_status.h"
@@ -52,8 +51,7 @@ TEST(CallFailure, HasAStatusForEachError) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.error);
-    const Failure failure =
-        ReportOf([&] { ThrowCallFailure(DBus::Error(row.error, row.message), row.timed_out, "7"); });
+    const Failure failure = ReportOf([&] { ThrowCallFailure({row.error, row.message}, row.timed_out, "7"); });
     EXPECT_EQ(failure.Status(), row.status);
     EXPECT_STREQ(failure.what(), row.text);
   }
@@ -71,7 +69,7 @@ TEST(ConnectFailure, HasAStatusForEachError) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.error);
-    const Failure failure = ReportOf([&] { ThrowConnectFailure(DBus::Error(row.error, row.message), "7"); });
+    const Failure failure = ReportOf([&] { ThrowConnectFailure({row.error, row.message}, "7"); });
     EXPECT_EQ(failure.Status(), row.status);
     EXPECT_STREQ(failure.what(), row.text);
   }

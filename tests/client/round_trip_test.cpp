@@ -1,9 +1,7 @@
 // What is dumped can be loaded again, byte for byte.
 #include <random>
 
-#include "registry/file_store.h"
 #include "registry/json_document.h"
-#include "registry/registry_back_end.h"
 #include "tests/client/client_fixture.h"
 #include "tests/support/temp_dir.h"
 
@@ -61,10 +59,10 @@ private:
 
 TEST(RoundTrip, GivesTheSameFileByteForByte) {
   const test_support::TempDir folder;
-  const std::string file = folder / "registry";
   const std::string dump = folder / "dump.json";
   RandomRegistry random(kSeed);
-  RegistryBackEnd daemon(FileStore::Create(file, 16383, 0600));
+  BackEnd back_end;
+  RegistryBackEnd& daemon = *back_end.registry;
   const std::shared_ptr<Registry> registry(std::shared_ptr<void>(), &daemon);
   const auto run = [&](const std::vector<std::string>& arguments) {
     const MemoryFile output;
@@ -88,8 +86,7 @@ TEST(RoundTrip, GivesTheSameFileByteForByte) {
         daemon.DeleteKey(section, "passing");
       }
     }
-    daemon.Flush();
-    const std::string before = test_support::ReadTextFile(file);
+    const std::string before = back_end.FlushedText();
     ASSERT_EQ(before, SerialiseRegistry(sections));
 
     const std::string dumped = run({"-q", "dump"});
@@ -98,13 +95,13 @@ TEST(RoundTrip, GivesTheSameFileByteForByte) {
       const StandardInput input(dumped);
       run({"-q", "load"});
     }
-    ASSERT_EQ(test_support::ReadTextFile(file), before);
+    ASSERT_EQ(back_end.store->Text(), before);
 
     // The same document in the place of another registry.
     daemon.WriteJson(PrintJson(random.Make()));
     test_support::WriteTextFile(dump, dumped);
     run({"-q", "load", "--replace", dump});
-    ASSERT_EQ(test_support::ReadTextFile(file), before);
+    ASSERT_EQ(back_end.store->Text(), before);
     run({"-q", "diff", dump});
   }
 }
