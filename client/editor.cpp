@@ -79,7 +79,8 @@ void RunEditor(const std::string& path) {
     // The variables hold a command with its options, for a shell to split.
     status = RunShell(EditorCommand() + " \"$1\"", path);
   }
-  if (WIFSIGNALED(status)) {
+  if (WIFSIGNALED(status) && (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGQUIT)) {
+    // It was meant for this program too.
     ::raise(WTERMSIG(status));
   }
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {

@@ -6,7 +6,7 @@
 namespace ledgerctl {
 
 /// Runs $VISUAL, $EDITOR or vi on the file and waits for its end; Ctrl-C is the editor's meanwhile. Throws Failure
-/// (Local) if it cannot be run or does not end with status 0. A signal that ended it ends this program too.
+/// (Local) if it cannot be run or does not end with status 0. Ctrl-C that ends the editor ends this program too.
 void RunEditor(const std::string& path);
 
 }  // namespace ledgerctl

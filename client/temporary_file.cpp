@@ -25,7 +25,7 @@ extern "C" void OnEndingSignal(int signal) {
   ::raise(signal);
 }
 
-constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGTERM};
+constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
 void CatchEndingSignals() {
   for (const int signal : kEndingSignals) {

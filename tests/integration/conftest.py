@@ -7,11 +7,14 @@ import pytest
 
 from booted_system import BootedSystem
 from harness import Bus, World
+from ledgerctl import Ledgerctl
 from namespace_world import NamespaceWorld
 
 
 def pytest_addoption(parser):
     parser.addoption("--ledgerd", required=True, type=pathlib.Path, help="the daemon's executable")
+    parser.addoption("--ledgerctl", type=pathlib.Path, help="the client's executable")
+    parser.addoption("--completion", type=pathlib.Path, help="the folder with the client's completions")
     parser.addoption("--packaging", type=pathlib.Path, help="the folder with the files for the system around it")
     parser.addoption("--unit", type=pathlib.Path, help="the unit of the service")
     parser.addoption("--probes", type=pathlib.Path, help="the probes of its tracepoint")
@@ -93,3 +96,16 @@ def system(request):
 def build_without_threads(request):
     if b"__tsan_init" in request.config.getoption("--ledgerd").read_bytes():
         pytest.skip("the thread sanitizer has a thread of its own in each process")
+
+
+@pytest.fixture
+def ledgerctl(request, world):
+    return Ledgerctl(request.config.getoption("--ledgerctl"), world)
+
+
+@pytest.fixture
+def make_denying_world(request):
+    """A function that makes a world whose bus has more lines in its configuration."""
+    with contextlib.ExitStack() as stack:
+        yield lambda lines: stack.enter_context(
+            checked_world(request.config, lambda directory: Bus(directory, lines)))

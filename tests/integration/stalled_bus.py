@@ -23,8 +23,9 @@ class StalledBus:
     def __enter__(self):
         return self
 
-    def release(self):
-        """Waits for a connection and lets it through to the real bus."""
+    def release(self, most=None):
+        """Waits for a connection and lets it through to the real bus: for good, or until the client has sent `most`
+        bytes."""
         self.listener.settimeout(PATIENCE)
         client, _ = self.listener.accept()
         server = socket.socket(socket.AF_UNIX)
@@ -32,8 +33,8 @@ class StalledBus:
         self.ends += [client, server]
         for end in (client, server):
             end.settimeout(None)
-        for source, sink in ((client, server), (server, client)):
-            self.threads.append(threading.Thread(target=pump, args=(source, sink), daemon=True))
+        for source, sink, most_of_it in ((client, server, most), (server, client, None)):
+            self.threads.append(threading.Thread(target=pump, args=(source, sink, most_of_it), daemon=True))
             self.threads[-1].start()
 
     def __exit__(self, *_):
@@ -46,8 +47,12 @@ class StalledBus:
             end.close()
 
 
-def pump(source, sink):
+def pump(source, sink, most):
+    sent = 0
     with contextlib.suppress(OSError):
         while data := source.recv(65536):
             sink.sendall(data)
+            sent += len(data)
+            if most is not None and sent >= most:
+                return
         sink.shutdown(socket.SHUT_RDWR)

@@ -1,0 +1,375 @@
+"""The client on the real daemon: what it reads and writes, and how it gets along with pipes, terminals and signals.
+
+LEDGERD_TEST_SEED chooses other random registries."""
+
+import json
+import os
+import pty
+import random
+import re
+import signal
+import subprocess
+import threading
+
+import pytest
+
+import observe
+from harness import PATIENCE, wait_for
+from model import parse, serialise
+from observe import needs_strace
+
+SEED = int(os.environ.get("LEDGERD_TEST_SEED", "20240811"))
+ALPHABET = "abcz019 =%[]\r\n\t\"\\'$#./-\x00\x01\x1b\x7f"
+MORE_IN_VALUES = "AZ\u00e9\u20ac\U0001f3b5"
+LOCAL = 10
+
+
+def random_text(source, alphabet):
+    return "".join(source.choices(alphabet, k=source.choice([0, 1, 2, 3, 8])))
+
+
+def random_registry(source):
+    return {random_text(source, ALPHABET): {
+        random_text(source, ALPHABET): random_text(source, ALPHABET + MORE_IN_VALUES)
+        for _ in range(source.randrange(5))} for _ in range(source.randrange(5))}
+
+
+def fill(client, registry):
+    """Makes the registry, empty sections too."""
+    client.delete_all()
+    for section in registry:
+        if "\0" not in section:
+            client.write(section, "passing", "")
+    client.write_json(json.dumps({section: {"passing": None, **keys} for section, keys in registry.items()}))
+
+
+def test_dumped_registry_is_loaded_byte_for_byte(ledgerctl, world, client, request):
+    source = random.Random(SEED)
+    file = world.path / "dump.json"
+    for number in range(request.config.getoption("--rounds")):
+        registry = random_registry(source)
+        fill(client, registry)
+        before = world.registry_bytes()
+        ledgerctl.output("-q", "dump", str(file))
+        ledgerctl.output("clear", "--yes")
+        ledgerctl.output("-q", "load", str(file))
+        assert world.registry_bytes() == before, f"seed {SEED}, round {number}: {registry!r}"
+        ledgerctl.output("-q", "diff", str(file))
+
+
+def test_shown_registry_is_read_by_a_shell(ledgerctl, client):
+    """What "show" quotes, bash takes back; "get" and "list -0" give it as it is."""
+    source = random.Random(SEED)
+    value = "".join(sorted(set(ALPHABET + MORE_IN_VALUES) - {"\0"})) + random_text(source, ALPHABET).replace("\0", "")
+    client.write("s", "k", value)
+    shown = ledgerctl.output("show", "s").removeprefix(b"[s]\n")
+    assert subprocess.run(["bash", "-c", shown + b'\nprintf %s "$k"'], stdout=subprocess.PIPE, check=True
+                          ).stdout == value.encode()
+    assert ledgerctl.output("get", "s", "k") == value.encode() + b"\n"
+    assert ledgerctl.output("-0", "get", "s", "k") == value.encode() + b"\0"
+    assert json.loads(ledgerctl.output("--json", "get", "s", "k")) == value
+    name = re.sub("[\0A-Z]", "", value).encode("ascii", "ignore").decode()
+    ledgerctl.output("set", "--", name, name, "-")
+    assert ledgerctl.output("-0", "list") == b"\0".join(sorted([name.encode(), b"s"])) + b"\0"
+    assert ledgerctl.output("-0", "list", "--", name) == name.encode() + b"\0"
+
+
+def test_value_that_the_bus_cannot_carry(ledgerctl, world, client):
+    """A NUL byte is carried by JSON alone."""
+    client.write_json('{"s":{"k":"a\\u0000b"}}')
+    culprit = b"D-Bus cannot carry the value of key 'k' in section 's': it holds a NUL byte"
+    assert ledgerctl.run("get", "s", "k") == (9, b"", b"ledgerctl: " + culprit + b"\n")
+    assert ledgerctl.run("show", "s") == (9, b"", b"ledgerctl: " + culprit + b"\n")
+    assert ledgerctl.output("show") == b"[s]\nk=$'a\\x00b'\n"
+    assert json.loads(ledgerctl.output("dump")) == {"s": {"k": "a\0b"}}
+
+
+def test_value_that_json_cannot_carry(ledgerctl, world):
+    """A hand has written into the file what is not UTF-8."""
+    world.registry.write_bytes(b"[s]\nbad=\xff\ngood=1\n[t]\nk=2\n")
+    world.start()
+    for verb in ("dump", "show", "usage", "edit"):
+        status, output, error = ledgerctl.run(verb)
+        assert (status, output) == (9, b""), verb
+        assert error == b"ledgerctl: No JSON: value of key 'bad' in section 's' is not UTF-8\n", verb
+    assert ledgerctl.output("show", "t") == b"[t]\nk=2\n"
+    assert ledgerctl.output("list") == b"s\nt\n"
+    assert ledgerctl.output("get", "s", "good") == b"1\n"
+
+
+def test_usage_is_the_size_of_the_file(ledgerctl, world, client):
+    source = random.Random(SEED)
+    for number in range(10):
+        registry = random_registry(source)
+        fill(client, registry)
+        usage = json.loads(ledgerctl.output("--json", "usage"))
+        assert usage["used"] == len(world.registry_bytes()), f"seed {SEED}, round {number}: {registry!r}"
+        assert usage["used"] == sum(usage["sections"].values())
+
+
+def test_flush_writes_now(ledgerctl, world, client):
+    ledgerctl.output("set", "s", "k", "v")
+    assert not world.registry.exists()
+    ledgerctl.output("flush")
+    assert world.registry_bytes() == b"[s]\nk=v\n"
+    ledgerctl.output("set", "s", "k", "w", "--flush")
+    assert world.registry_bytes() == b"[s]\nk=w\n"
+
+
+@needs_strace
+def test_flush_syncs_the_file_system_of_the_store(ledgerctl, world, client):
+    client.write("s", "k", "v")
+    log = world.path / "calls"
+    ledgerctl.output("flush", "--sync", wrapper=(
+        *ledgerctl.in_world(), *observe.without_leak_check(), "strace", "-y", "-o", str(log), "-e", "trace=syncfs"))
+    assert re.search(r"syncfs\(\d+<[^>]*/plinthware>\) += 0", log.read_text()), log.read_text()
+    assert world.registry_bytes() == b"[s]\nk=v\n"
+
+
+def test_flush_says_that_there_is_nothing_to_sync(ledgerctl, world, client):
+    world.registry.parent.rename(world.path / "elsewhere")
+    try:
+        assert ledgerctl.run("flush", "--sync", wrapper=ledgerctl.in_world()) == (
+            LOCAL, b"", b"ledgerctl: written, but not synced: /var/lib/plinthware: No such file or directory\n")
+    finally:
+        (world.path / "elsewhere").rename(world.registry.parent)
+
+
+def test_missing_only_keeps_what_is_there(ledgerctl, world, client):
+    world.registry.write_bytes(b"")
+    client.write_json('{"s":{"k":"old"}}')
+    ledgerctl.output("load", "--missing-only", input=b'{"S":{"k":"new","l":"new"},"t":{}}')
+    assert parse(world.registry_bytes()) == {b"s": {b"k": b"old", b"l": b"new"}, b"t": {}}
+    assert world.registry_bytes() == serialise(parse(world.registry_bytes()))
+
+
+def test_reader_that_goes_ends_it_as_any_filter(ledgerctl, client):
+    client.write_json(json.dumps({"s": {f"key{number}": "v" * 8 for number in range(500)}}))
+    reader, writer = os.pipe()
+    os.close(reader)
+    assert ledgerctl.run("show", stdout=writer)[::2] == (-signal.SIGPIPE, b"")
+    # Where the signal is ignored the failure is told.
+    assert ledgerctl.run("show", stdout=writer, wrapper=("env", "--ignore-signal=PIPE"))[::2] == (
+        LOCAL, b"ledgerctl: standard output: Broken pipe\n")
+    os.close(writer)
+
+
+@pytest.mark.parametrize("command", [("get", "s", "k"), ("list",), ("show",), ("dump",), ("usage",), ("help",),
+                                     ("--version",)], ids=str)
+def test_full_disk(ledgerctl, client, command):
+    client.write("s", "k", "v")
+    with open("/dev/full", "wb") as full:
+        assert ledgerctl.run(*command, stdout=full)[::2] == (
+            LOCAL, b"ledgerctl: standard output: No space left on device\n")
+
+
+def test_closed_streams(ledgerctl, client):
+    """No connection or file takes their place."""
+    client.write("s", "k", "v")
+    closing = ("sh", "-c", 'exec "$@" >&-', "sh")
+    assert ledgerctl.run("get", "s", "k", wrapper=closing)[::2] == (
+        LOCAL, b"ledgerctl: standard output: Bad file descriptor\n")
+    closing_all = ("sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh")
+    assert ledgerctl.run("get", "s", "k", wrapper=closing_all)[0] == LOCAL
+    assert ledgerctl.run("set", "s", "k", "w", wrapper=closing_all)[0] == 0
+    assert client.read("s", "k") == "w"
+
+
+def wait_until_it_polls(daemon, process):
+    """The first look is taken when the client has slept once: it is in poll with only its output to watch."""
+    wait_for(lambda: observe.status(process.pid)["State"].startswith("S") and
+             int(observe.status(process.pid)["voluntary_ctxt_switches"]) > 20, "the client watches")
+
+
+def test_watch_prints_changes_until_it_is_interrupted(ledgerctl, daemon, client):
+    client.write("s", "k", "1")
+    process = ledgerctl.start("watch", "-i", "0.01")
+    wait_until_it_polls(daemon, process)
+    client.write("s", "k", "2")
+    assert process.stdout.readline() == b"- [s] k=1\n"
+    assert process.stdout.readline() == b"+ [s] k=2\n"
+    client.delete_section("s")
+    assert process.stdout.readline() == b"- [s] k=2\n"
+    process.send_signal(signal.SIGINT)
+    assert process.communicate(timeout=PATIENCE) == (b"", b"")
+    assert process.returncode == -signal.SIGINT
+
+
+def test_watch_ends_when_nobody_reads(ledgerctl, daemon, client):
+    """Nothing changes meanwhile, so nothing is written that could tell."""
+    process = ledgerctl.start("watch")
+    wait_for(lambda: observe.status(process.pid)["Name"] == "ledgerctl", "the client runs")
+    process.stdout.close()
+    assert process.wait(PATIENCE) == -signal.SIGPIPE
+    assert process.stderr.read() == b""
+    process.stderr.close()
+
+
+def test_watch_ends_with_the_daemon(ledgerctl, daemon, client):
+    process = ledgerctl.start("watch", "-i", "0.01")
+    wait_until_it_polls(daemon, process)
+    daemon.stop()
+    assert process.communicate(timeout=PATIENCE)[1].startswith(b"ledgerctl: the daemon is not running")
+    assert process.returncode == 6
+
+
+# Waits in the user's editor until it is told to go on.
+WAITING_EDITOR = "f() { echo $$ > '%s'; read line < '%s'; sed -i s/=v/=w/ \"$1\"; }; f"
+
+
+class Editor:
+    def __init__(self, world):
+        self.started = world.path / "editor.pid"
+        self.gate = world.path / "gate"
+        os.mkfifo(self.gate)
+        self.environment = {"EDITOR": WAITING_EDITOR % (self.started, self.gate)}
+
+    def wait_started(self):
+        wait_for(lambda: self.started.exists() and self.started.read_text().endswith("\n"), "the editor runs")
+        return int(self.started.read_text())
+
+    def go_on(self):
+        with open(self.gate, "w", encoding="ascii") as gate:
+            gate.write("\n")
+
+
+@pytest.fixture
+def editor(world):
+    return Editor(world)
+
+
+def test_edit_merges_beside_the_changes_of_others(ledgerctl, client, editor):
+    client.write("s", "k", "v")
+    process = ledgerctl.start("edit", environment=editor.environment)
+    editor.wait_started()
+    client.write("s", "other", "x")
+    editor.go_on()
+    assert process.communicate(timeout=PATIENCE) == (b"- [s] k=v\n+ [s] k=w\n", b"")
+    assert client.key_list("s") == {"k": "w", "other": "x"}
+    assert ledgerctl.left_files() == []
+
+
+def test_edit_refuses_to_overwrite_the_change_of_another(ledgerctl, client, editor):
+    client.write("s", "k", "v")
+    process = ledgerctl.start("edit", environment=editor.environment)
+    editor.wait_started()
+    client.write("s", "k", "x")
+    editor.go_on()
+    output, error = process.communicate(timeout=PATIENCE)
+    assert process.returncode == LOCAL
+    assert error.endswith(b"ledgerctl: somebody else has changed key 'k' in section 's' in the meantime; nothing changed\n")
+    assert client.read("s", "k") == "x"
+    # What the user wrote is not lost.
+    (kept,) = ledgerctl.left_files()
+    assert (ledgerctl.folder / kept).read_text().endswith("[s]\nk=w\n")
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP], ids=["SIGTERM", "SIGHUP"])
+def test_edit_that_is_ended_leaves_no_file(ledgerctl, client, editor, number):
+    client.write("s", "k", "v")
+    process = ledgerctl.start("edit", environment=editor.environment)
+    shell = editor.wait_started()
+    assert len(ledgerctl.left_files()) == 1
+    process.send_signal(number)
+    assert process.wait(PATIENCE) == -number
+    assert ledgerctl.left_files() == []
+    # The editor goes its own way.
+    os.kill(shell, signal.SIGKILL)
+    assert process.communicate(timeout=PATIENCE) == (b"", b"")
+    assert client.read("s", "k") == "v"
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGQUIT], ids=["SIGINT", "SIGQUIT"])
+def test_interrupted_edit_leaves_no_file(ledgerctl, client, editor, number):
+    """The terminal sends its signal to the editor too."""
+    client.write("s", "k", "v")
+    waiting = {"EDITOR": f"f() {{ echo $$ > '{editor.started}'; exec cat '{editor.gate}'; }}; f"}
+    process = ledgerctl.start("edit", environment=waiting, start_new_session=True)
+    shell = editor.wait_started()
+    wait_for(lambda: observe.status(shell)["Name"] == "cat", "the editor waits")
+    os.killpg(process.pid, number)
+    assert process.communicate(timeout=PATIENCE) == (b"", b"")
+    assert process.returncode == -number
+    assert ledgerctl.left_files() == []
+    assert client.read("s", "k") == "v"
+
+
+def test_editor_that_is_killed_leaves_no_file(ledgerctl, client, editor):
+    process = ledgerctl.start("edit", environment={"EDITOR": "kill -KILL $$;"})
+    assert process.communicate(timeout=PATIENCE) == (b"", b"ledgerctl: the editor failed; nothing changed\n")
+    assert process.returncode == LOCAL
+    assert ledgerctl.left_files() == []
+
+
+def test_editor_may_use_ctrl_c_for_itself(ledgerctl, client, editor):
+    client.write("s", "k", "v")
+    process = ledgerctl.start("edit", environment=editor.environment)
+    editor.wait_started()
+    process.send_signal(signal.SIGINT)
+    editor.go_on()
+    assert process.communicate(timeout=PATIENCE) == (b"- [s] k=v\n+ [s] k=w\n", b"")
+    assert process.returncode == 0
+
+
+@needs_strace
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM], ids=["SIGINT", "SIGTERM"])
+def test_dump_that_is_ended_leaves_the_old_file(ledgerctl, world, client, number):
+    """It is ended when the new file is written and not yet in its place."""
+    folder = world.path / "dumps"
+    folder.mkdir()
+    (folder / "file").write_text("old")
+    client.write("s", "k", "v")
+    name = signal.Signals(number).name
+    status, output, _ = ledgerctl.run("dump", str(folder / "file"), wrapper=(
+        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject=fsync:signal={name}:when=1"))
+    assert (status, output) == (-number, b"")
+    assert [path.name for path in folder.iterdir()] == ["file"]
+    assert (folder / "file").read_text() == "old"
+
+
+@needs_strace
+@pytest.mark.parametrize("call, error, text", [("fsync", "EIO", b"Input/output error"),
+                                               ("rename", "EXDEV", b"Invalid cross-device link"),
+                                               ("write", "ENOSPC", b"No space left on device")])
+def test_dump_that_fails_leaves_the_old_file(ledgerctl, world, client, call, error, text):
+    folder = world.path / "dumps"
+    folder.mkdir()
+    (folder / "file").write_text("old")
+    client.write("s", "k", "v")
+    status, output, message = ledgerctl.run("dump", str(folder / "file"), wrapper=(
+        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject={call}:error={error}:when=1"))
+    assert (status, output) == (LOCAL, b"")
+    assert message.startswith(b"ledgerctl: ") and message.endswith(b": " + text + b"\n"), message
+    assert [path.name for path in folder.iterdir()] == ["file"]
+    assert (folder / "file").read_text() == "old"
+
+
+@needs_strace
+def test_dumped_file_is_synced_before_it_is_renamed(ledgerctl, world, client):
+    file = world.path / "dump.json"
+    log = world.path / "calls"
+    ledgerctl.output("dump", str(file), wrapper=(
+        *observe.without_leak_check(), "strace", "-y", "-o", str(log), "-e", "trace=fsync,rename"))
+    calls = [line.split("(")[0] for line in log.read_text().splitlines() if re.match("fsync|rename", line)]
+    assert calls == ["fsync", "rename", "fsync"], log.read_text()
+    assert file.stat().st_mode & 0o777 == 0o666 & ~current_umask()
+
+
+def current_umask():
+    umask = os.umask(0o77)
+    os.umask(umask)
+    return umask
+
+
+def test_colours_are_for_terminals(ledgerctl, client):
+    client.write("s", "k", "v")
+    master, slave = pty.openpty()
+    text = []
+    reader = threading.Thread(target=lambda: text.append(os.read(master, 4096)))
+    reader.start()
+    assert ledgerctl.run("show", stdout=slave)[0] == 0
+    reader.join(PATIENCE)
+    os.close(slave)
+    os.close(master)
+    assert text == [b"\x1b[1m[s]\x1b[0m\r\n\x1b[34mk\x1b[0m=v\r\n"]
+    assert ledgerctl.output("show") == b"[s]\nk=v\n"

@@ -1,0 +1,236 @@
+"""The client's exit statuses, each with its text on standard error: one row for each way to get there."""
+
+import os
+import signal
+import subprocess
+import threading
+import time
+
+import pytest
+
+import observe
+from harness import BUS_NAME, ERROR_PREFIX, PATIENCE, wait_for
+from ledgerctl import Ledgerctl, fake_daemon
+from namespace_world import as_user, needs_root, NOBODY_ELSE
+from observe import needs_strace
+from stalled_bus import StalledBus
+
+MISSING, USAGE, INVALID_NAME, NO_DOCUMENT, FULL, NOT_RUNNING, DENIED, NO_ANSWER, DAEMON_ERROR, LOCAL = range(1, 11)
+
+REFUSED = '  <policy context="default"><deny send_destination="com.tavimesh.Registry"/></policy>\n'
+FULL_TEXT = b"registry full (16383 bytes); nothing changed"
+NOT_RUNNING_TEXT = b"the daemon is not running"
+
+# Every verb, so that none of them tells of its failure in a way of its own.
+VERBS = {
+    "get": ("get", "s", "k"),
+    "set": ("set", "s", "k", "v"),
+    "exists": ("exists", "s", "k"),
+    "exists section": ("exists", "s"),
+    "list": ("list",),
+    "list section": ("list", "s"),
+    "show": ("show",),
+    "show section": ("show", "s"),
+    "unset": ("unset", "s", "k"),
+    "unset section": ("unset", "-r", "s"),
+    "clear": ("clear", "--yes"),
+    "flush": ("flush",),
+    "dump": ("dump",),
+    "load": ("load", "-"),
+    "load --replace": ("load", "--replace"),
+    "edit": ("edit",),
+    "diff": ("diff", "-"),
+    "watch": ("watch",),
+    "usage": ("usage",),
+}
+every_verb = pytest.mark.parametrize("verb", VERBS.values(), ids=VERBS)
+
+
+def failure(status, text):
+    return status, b"", b"ledgerctl: " + text + b"\n"
+
+
+def stop(process):
+    process.send_signal(signal.SIGSTOP)
+    wait_for(lambda: observe.status(process.pid)["State"].startswith("T"), "the process is stopped")
+
+
+@pytest.mark.parametrize("command, expected", [
+    (("get", "s", "none"), failure(MISSING, b"no key 'none' in section 's'")),
+    (("get", "none", "k"), failure(MISSING, b"no key 'k' in section 'none'")),
+    (("show", "none"), failure(MISSING, b"no section 'none'")),
+    (("exists", "none"), (MISSING, b"", b"")),
+    (("unset", "s", "none"), failure(MISSING, b"no key 'none' in section 's'")),
+    (("diff", "-"), (MISSING, b"- [s] k=v\n", b"")),
+    (("get", "s"), failure(USAGE, b'get: KEY is required\nTry "ledgerctl help get".')),
+    (("set", "s", "k", b"\xff"), failure(USAGE, b"D-Bus cannot carry the value: it is not UTF-8")),
+    (("get", b"caf\xc3\xa9", "k"), failure(INVALID_NAME, b"invalid name 'caf\xc3\xa9': only ASCII is allowed")),
+    (("get", "s", b"\xff"), failure(INVALID_NAME, b"invalid name $'\\xff': only ASCII is allowed")),
+    (("set", "new", b"\xff", "v"), failure(INVALID_NAME, b"invalid name $'\\xff': only ASCII is allowed")),
+    (("set", "s", "k", "x" * 16384), failure(FULL, FULL_TEXT)),
+    (("dump", "/nonexistent/file"), failure(LOCAL, b"/nonexistent/file: No such file or directory")),
+], ids=str)
+def test_answer_of_a_running_daemon(ledgerctl, client, command, expected):
+    client.write("s", "k", "v")
+    assert ledgerctl.run(*command, input=b"{}") == expected
+    assert client.read_all_json() == '{"s":{"k":"v"}}'
+
+
+@pytest.mark.parametrize("document, status, text", [
+    (b"[]", NO_DOCUMENT, b"not a registry document: no JSON object of objects"),
+    (b'{"s":1}', NO_DOCUMENT, b"not a registry document: section 's' is neither an object nor null"),
+    (b'{"s":{"k":"new"},"t":{"k":1}}', NO_DOCUMENT,
+     b"not a registry document: the value of key 'k' in section 't' is neither a string nor null"),
+    ('{"s":{"k":"new"},"caf\u00e9":{}}'.encode(), INVALID_NAME, "invalid name 'caf\u00e9': only ASCII is allowed".encode()),
+    (b'{"s":{"k":"%s"}}' % (b"x" * 16384), FULL, FULL_TEXT),
+], ids=["array", "section", "value", "name", "full"])
+@pytest.mark.parametrize("mode", [(), ("--replace",), ("--missing-only",)], ids=str)
+def test_refused_document(ledgerctl, client, document, status, text, mode):
+    client.write("other", "k", "v")
+    source = b"standard input: " if status == NO_DOCUMENT else b""
+    assert ledgerctl.run("load", *mode, input=document) == failure(status, source + text)
+    assert client.read_all_json() == '{"other":{"k":"v"}}'
+
+
+def test_text_that_is_no_json(ledgerctl, client):
+    status, output, error = ledgerctl.run("load", input=b"{")
+    assert (status, output) == (NO_DOCUMENT, b"")
+    assert error.startswith(b"ledgerctl: standard input: not a registry document: parse error - unexpected "), error
+    assert client.read_all_json() == "{}"
+
+
+@pytest.mark.parametrize("name, message, expected", [
+    ("InvalidName", "Invalid Name", failure(INVALID_NAME, b"invalid name")),
+    ("InvalidJson", "Invalid Json", failure(NO_DOCUMENT, b"not a registry document")),
+    ("Full", "Full", failure(FULL, FULL_TEXT)),
+    ("Exception", "No space left on device (28)", failure(DAEMON_ERROR, b"No space left on device (28)")),
+])
+@every_verb
+def test_each_error_of_the_daemon(ledgerctl, world, verb, name, message, expected):
+    with fake_daemon(world.bus, lambda call: (ERROR_PREFIX + name, message)):
+        assert ledgerctl.run(*verb, input=b"{}") == expected
+
+
+@every_verb
+def test_something_else_under_its_name(ledgerctl, world, verb):
+    """Answers of another type than the interface has."""
+    with fake_daemon(world.bus, lambda call: [7]):
+        status, output, error = ledgerctl.run(*verb, input=b"{}")
+    if (status, error) != (0, b""):
+        assert (status, output, error) == failure(
+            DAEMON_ERROR, b"unexpected reply: what has the daemon's name is not ledgerd")
+    else:
+        assert verb[0] in ("set", "clear", "flush", "load"), "only these take no answer"
+
+
+def test_own_error_of_the_daemon_is_verbatim(ledgerctl, world, client):
+    client.write("s", "k", "v")
+    world.registry.mkdir()
+    name, message = client.error("Flush")
+    assert name == ERROR_PREFIX + "Exception"
+    assert ledgerctl.run("flush") == failure(DAEMON_ERROR, message.encode())
+    world.registry.rmdir()
+
+
+@every_verb
+def test_no_daemon(ledgerctl, verb):
+    assert ledgerctl.run(*verb, input=b"{}") == failure(NOT_RUNNING, NOT_RUNNING_TEXT)
+
+
+def test_no_bus(ledgerctl, world):
+    nowhere = {"DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={world.path}/none"}
+    status, output, error = ledgerctl.run("list", environment=nowhere)
+    assert (status, output) == (NOT_RUNNING, b"")
+    assert error.startswith(b"ledgerctl: the daemon is not running: no system bus: "), error
+
+
+def test_daemon_that_ends_while_it_is_asked(ledgerctl, world, daemon):
+    stop(daemon.process)
+    with observed_calls(world) as calls:
+        process = ledgerctl.start("get", "s", "k")
+        wait_for(calls, "the call is on its way")
+        daemon.process.kill()
+        output, error = process.communicate(timeout=PATIENCE)
+    assert (process.returncode, output, error) == failure(
+        NOT_RUNNING, b"the daemon is not running any more: it ended before it answered")
+
+
+class observed_calls:
+    """A monitor that tells whether a call of the interface was seen."""
+
+    def __init__(self, world):
+        self.path = world.path / "monitor"
+        self.environment = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=world.bus.address)
+
+    def __enter__(self):
+        with open(self.path, "wb") as file:
+            self.process = subprocess.Popen(["dbus-monitor", "--system", "interface='com.tavimesh.Registry'"],
+                                            env=self.environment, stdout=file, stderr=subprocess.DEVNULL)
+        # It is told of its own name when it watches.
+        wait_for(lambda: b"NameLost" in self.path.read_bytes(), "the monitor watches")
+        return lambda: b"member=Read" in self.path.read_bytes()
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+
+
+def test_access_that_is_denied(request, make_denying_world):
+    world = make_denying_world(REFUSED)
+    daemon = world.start(wait=False)
+    connection = world.bus.connect()
+    wait_for(lambda: connection.name_has_owner(BUS_NAME), "the daemon owns its name")
+    connection.close()
+    client = Ledgerctl(request.config.getoption("--ledgerctl"), world)
+    for verb in VERBS.values():
+        assert client.run(*verb, input=b"{}") == failure(DENIED, b"permission denied by the bus")
+    daemon.stop()
+
+
+@needs_root
+def test_bus_that_does_not_know_the_user(ledgerctl, world, daemon):
+    world.path.chmod(0o711)
+    world.bus.socket.chmod(0o700)
+    assert ledgerctl.run("list", wrapper=as_user(NOBODY_ELSE)) == failure(DENIED, b"permission denied by the bus")
+
+
+@every_verb
+def test_daemon_that_hangs(ledgerctl, daemon, verb):
+    stop(daemon.process)
+    began = time.monotonic()
+    assert ledgerctl.run("--timeout", "0.2", *verb, input=b"{}") == failure(NO_ANSWER, b"no answer in 0.2 s")
+    assert time.monotonic() - began >= 0.2
+    daemon.process.send_signal(signal.SIGCONT)
+
+
+def test_bus_that_hangs(ledgerctl, world, daemon):
+    stop(world.bus.process)
+    assert ledgerctl.run("--timeout", "0.2", "list") == failure(NO_ANSWER, b"no answer in 0.2 s")
+    world.bus.process.send_signal(signal.SIGCONT)
+
+
+def test_bus_that_takes_the_connection_and_hangs(ledgerctl, world, daemon):
+    with StalledBus(world) as stalled:
+        assert ledgerctl.run("--timeout", "0.2", "list", environment=stalled.environment) == failure(
+            NO_ANSWER, b"no answer in 0.2 s")
+
+
+def test_bus_that_hangs_within_a_call_that_is_larger_than_its_socket(ledgerctl, world, daemon):
+    """libdbus waits without a bound until such a call is out."""
+    with StalledBus(world) as stalled:
+        process = ledgerctl.start("--timeout", "0.2", "load", stdin=subprocess.PIPE, environment=stalled.environment)
+        release = threading.Thread(target=stalled.release, args=(4096,))
+        release.start()
+        output, error = process.communicate(b'{"s":{"k":"%s"}}' % (b"x" * (8 << 20)), timeout=PATIENCE)
+        release.join()
+    assert (process.returncode, output, error) == failure(NO_ANSWER, b"no answer in 0.2 s")
+
+
+@needs_strace
+@pytest.mark.parametrize("value, calls", [("v", 1), ("", 2)], ids=["value", "empty value"])
+def test_get_asks_no_more_than_it_must(ledgerctl, client, value, calls):
+    client.write("s", "k", value)
+    log = ledgerctl.world.path / "calls"
+    ledgerctl.output("get", "s", "k", wrapper=(*observe.without_leak_check(), "strace", "-o", str(log), "-e", "trace=sendmsg"))
+    greeting = 1
+    assert log.read_text().count("sendmsg(") == greeting + calls
