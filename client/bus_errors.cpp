@@ -35,7 +35,7 @@ void ThrowConnectFailure(const BusError& error, const std::string& shown_timeout
   if (name == "NoReply" || name == "Timeout") {
     throw Failure(ExitStatus::NoAnswer, NoAnswerText(shown_timeout));
   }
-  throw NotRunning(": no system bus: " + error.message);
+  throw NotRunning(": there is no system bus\n" + error.message);
 }
 
 void ThrowCallFailure(const BusError& error, bool timed_out, const std::string& shown_timeout) {
@@ -55,7 +55,7 @@ void ThrowCallFailure(const BusError& error, bool timed_out, const std::string& 
   }
   const std::string_view name = StandardError(full_name);
   if (name == "ServiceUnknown" || name == "NameHasNoOwner" || StartsWith(name, "Spawn.")) {
-    throw NotRunning(StartsWith(name, "Spawn.") ? " and cannot be started: " + error.message : "");
+    throw NotRunning(StartsWith(name, "Spawn.") ? " and cannot be started\n" + error.message : "");
   }
   if (name == "AccessDenied") {
     throw Denied();

@@ -41,10 +41,9 @@ void CheckUnchanged(const RegistrySections& seen, const RegistrySections& now, c
     const bool key_changes =
         section != merge.end() && section->second && difference.key && section->second->count(*difference.key) != 0;
     if (section_goes || key_changes) {
-      throw Failure(ExitStatus::Local, "somebody else has changed " +
-                                           (difference.key ? ShownKey(difference.section, *difference.key)
-                                                           : ShownSection(difference.section)) +
-                                           " in the meantime; nothing changed");
+      throw Failure(ExitStatus::Local, (difference.key ? ShownKey(difference.section, *difference.key)
+                                                       : ShownSection(difference.section)) +
+                                           " has changed meanwhile; nothing changed");
     }
   }
 }

@@ -21,9 +21,9 @@ constexpr VerbHelp kVerbs[] = {
      "  --json           print a JSON string\n"
      "  --default VALUE  print VALUE where there is no such key\n"},
     {"set", "SECTION KEY VALUE [--flush]", "set a value",
-     "Makes the section and the key if they are missing. The value \"-\" takes the value\n"
-     "from standard input, as it is, to its last line feed. The daemon writes its file\n"
-     "60 seconds after the first change.\n"
+     "Makes the section and the key if they are missing. The value \"-\" stands for\n"
+     "standard input, byte for byte, the last line feed included. The daemon writes\n"
+     "its file 60 seconds after the first change.\n"
      "\n"
      "  --flush          have the file written at once\n"},
     {"exists", "SECTION [KEY]", "tell whether there is a section or key",
@@ -70,8 +70,8 @@ constexpr VerbHelp kVerbs[] = {
     {"edit", "[SECTION]", "change the registry in an editor",
      "Opens $VISUAL, $EDITOR or vi on what \"show\" prints. Prints what was changed and\n"
      "changes that and nothing else, in one step, unless somebody else has changed the\n"
-     "same in the meantime. When that or anything else stops it, the text is kept and\n"
-     "its place is told.\n"},
+     "same in the meantime. If that or anything else stops it, your text is kept, and\n"
+     "a message says where.\n"},
     {"diff", "FILE", "compare the registry with a JSON document",
      "Prints what \"load --replace FILE\" would change: lines with \"-\" go, lines with\n"
      "\"+\" come. The exit status is 0 if there is nothing and 1 if there is. \"-\" reads\n"
@@ -110,8 +110,8 @@ constexpr char kTail[] =
     "with \"-\" go behind \"--\".\n"
     "\n"
     "Exit status:\n"
-    "   0  done, yes, no difference\n"
-    "   1  no such section or key; no; a difference\n"
+    "   0  done; exists: yes; diff: the same\n"
+    "   1  no such section or key; exists: no; diff: not the same\n"
     "   2  the command line, or a value that the bus cannot carry\n"
     "   3  a name that is not ASCII\n"
     "   4  not a registry document\n"
@@ -120,7 +120,7 @@ constexpr char kTail[] =
     "   7  the bus permits no access\n"
     "   8  no answer in time\n"
     "   9  the daemon's own error\n"
-    "  10  a file, standard output, the editor, or a change that met another\n";
+    "  10  a file, standard output or the editor failed; edit met another's change\n";
 
 std::string Synopsis(const VerbHelp& help) {
   return help.verb + std::string(*help.arguments == '\0' ? "" : " ") + help.arguments;
@@ -129,7 +129,7 @@ std::string Synopsis(const VerbHelp& help) {
 }  // namespace
 
 std::string HelpText() {
-  constexpr std::size_t kSummaryColumn = 33;
+  constexpr std::size_t kSummaryColumn = 38;
   std::string text = kHead;
   for (const VerbHelp& help : kVerbs) {
     std::string line = "  " + Synopsis(help);

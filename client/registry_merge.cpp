@@ -82,6 +82,9 @@ std::map<std::string, std::size_t> CountFolded(const Members& members) {
   return counts;
 }
 
+// A name that somebody has written into the daemon's file by hand.
+std::string OutOfReach(const std::string& what) { return "out of reach, not lower-case ASCII: " + what; }
+
 void AddKeyWarnings(const std::string& section, const KeyMerge& keys, std::vector<std::string>& warnings) {
   for (const auto& [name, value] : keys) {
     if (!value) {
@@ -89,18 +92,18 @@ void AddKeyWarnings(const std::string& section, const KeyMerge& keys, std::vecto
     }
     const std::string key = ShownKey(section, name);
     if (!name.empty() && name.front() == '[') {
-      warnings.push_back(key + " begins with \"[\" and becomes a section when the daemon starts again");
+      warnings.push_back(LostAtRestart(key, "begins with \"[\""));
     }
     if (name.find('\0') != std::string::npos || value->find('\0') != std::string::npos) {
-      warnings.push_back(key + " holds a NUL byte; it and all behind it are lost when the daemon starts again");
+      warnings.push_back(LostAtRestart(key, "and all behind it: a NUL byte"));
     }
     if (name.empty() && value->empty()) {
-      warnings.push_back(key + " is empty and is lost when the daemon starts again");
+      warnings.push_back(LostAtRestart(key, "without name and value"));
     }
   }
   for (const auto& [folded, count] : CountFolded(keys)) {
     if (count > 1) {
-      warnings.push_back(ShownKey(section, folded) + " is written in several ways; the last one in byte order wins");
+      warnings.push_back("several spellings of " + ShownKey(section, folded) + "; the last one in byte order wins");
     }
   }
 }
@@ -230,25 +233,27 @@ std::vector<std::string> MergeWarnings(const Merge& merge) {
       continue;
     }
     if (name.find('\0') != std::string::npos) {
-      warnings.push_back(ShownSection(name) +
-                         " holds a NUL byte; it and all behind it are lost when the daemon starts again");
+      warnings.push_back(LostAtRestart(ShownSection(name), "and all behind it: a NUL byte"));
     }
     AddKeyWarnings(name, *keys, warnings);
   }
   for (const auto& [folded, count] : CountFolded(merge)) {
     if (count > 1) {
-      warnings.push_back(ShownSection(folded) + " is written in several ways; all are the same section");
+      warnings.push_back("several spellings of " + ShownSection(folded) + "; they are one section");
     }
   }
   return warnings;
+}
+
+std::string LostAtRestart(const std::string& what, const char* why) {
+  return "lost at a restart: " + what + " (" + why + ")";
 }
 
 std::vector<std::string> DropUnreachable(RegistrySections& sections) {
   std::vector<std::string> dropped;
   for (auto section = sections.begin(); section != sections.end();) {
     if (!IsReachable(section->first)) {
-      dropped.push_back(ShownSection(section->first) +
-                        " cannot be reached: its name was written into the file by hand");
+      dropped.push_back(OutOfReach(ShownSection(section->first)));
       section = sections.erase(section);
       continue;
     }
@@ -257,8 +262,7 @@ std::vector<std::string> DropUnreachable(RegistrySections& sections) {
         ++key;
         continue;
       }
-      dropped.push_back(ShownKey(section->first, key->first) +
-                        " cannot be reached: its name was written into the file by hand");
+      dropped.push_back(OutOfReach(ShownKey(section->first, key->first)));
       key = section->second.erase(key);
     }
     ++section;

@@ -43,6 +43,9 @@ Merge MergeOfMissing(const RegistrySections& existing, const RegistrySections& s
 /// One line for each thing in the merge that a restart of the daemon would lose, and for names that fold to the same.
 std::vector<std::string> MergeWarnings(const Merge& merge);
 
+/// The warning that a restart of the daemon loses something.
+std::string LostAtRestart(const std::string& what, const char* why);
+
 /// Moves names that no caller can reach out of `sections` and returns one line for each section or key.
 std::vector<std::string> DropUnreachable(RegistrySections& sections);
 

@@ -7,6 +7,7 @@
 #include "client/files.h"
 #include "client/json_text.h"
 #include "client/name_rules.h"
+#include "client/registry_merge.h"
 #include "client/text_form.h"
 #include "client/verbs.h"
 #include "lib/platform/posix_helpers.h"
@@ -55,12 +56,10 @@ ExitStatus Set(const CommandLine& command, Context& context) {
   const std::string value = command.value == "-" ? ReadDocument("-") : command.value;
   context.registry.Write(*command.section, *command.key, value);
   if (!command.key->empty() && command.key->front() == '[') {
-    context.messages.Warning(ShownKey(*command.section, *command.key) +
-                             " begins with \"[\" and becomes a section when the daemon starts again");
+    context.messages.Warning(LostAtRestart(ShownKey(*command.section, *command.key), "begins with \"[\""));
   }
   if (command.key->empty() && value.empty()) {
-    context.messages.Warning(ShownKey(*command.section, *command.key) +
-                             " is empty and is lost when the daemon starts again");
+    context.messages.Warning(LostAtRestart(ShownKey(*command.section, *command.key), "without name and value"));
   }
   if (command.flush) {
     context.registry.Flush();

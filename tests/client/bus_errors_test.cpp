@@ -38,7 +38,7 @@ TEST(CallFailure, HasAStatusForEachError) {
       {"org.freedesktop.DBus.Error.ServiceUnknown", "x", false, ExitStatus::NotRunning, "the daemon is not running"},
       {"org.freedesktop.DBus.Error.NameHasNoOwner", "x", false, ExitStatus::NotRunning, "the daemon is not running"},
       {"org.freedesktop.DBus.Error.Spawn.ExecFailed", "why", false, ExitStatus::NotRunning,
-       "the daemon is not running and cannot be started: why"},
+       "the daemon is not running and cannot be started\nwhy"},
       {"org.freedesktop.DBus.Error.AccessDenied", "x", false, ExitStatus::Denied, "permission denied by the bus"},
       {"org.freedesktop.DBus.Error.NoReply", "x", true, ExitStatus::NoAnswer, "no answer in 7 s"},
       {"org.freedesktop.DBus.Error.Timeout", "x", true, ExitStatus::NoAnswer, "no answer in 7 s"},
@@ -60,9 +60,9 @@ TEST(CallFailure, HasAStatusForEachError) {
 TEST(ConnectFailure, HasAStatusForEachError) {
   const Row rows[] = {
       {"org.freedesktop.DBus.Error.FileNotFound", "no socket", false, ExitStatus::NotRunning,
-       "the daemon is not running: no system bus: no socket"},
+       "the daemon is not running: there is no system bus\nno socket"},
       {"org.freedesktop.DBus.Error.NoServer", "refused", false, ExitStatus::NotRunning,
-       "the daemon is not running: no system bus: refused"},
+       "the daemon is not running: there is no system bus\nrefused"},
       {"org.freedesktop.DBus.Error.AccessDenied", "x", false, ExitStatus::Denied, "permission denied by the bus"},
       {"org.freedesktop.DBus.Error.AuthFailed", "x", false, ExitStatus::Denied, "permission denied by the bus"},
       {"org.freedesktop.DBus.Error.NoReply", "x", false, ExitStatus::NoAnswer, "no answer in 7 s"},

@@ -101,8 +101,8 @@ TEST_F(EditVerb, RefusesToOverwriteWhatOthersChanged) {
     EXPECT_EQ(outcome.status, 10);
     const std::vector<std::string> kept = LeftFiles();
     ASSERT_EQ(kept.size(), 1u);
-    EXPECT_EQ(outcome.error, "Your text is kept in " + kept[0] + "\nledgerctl: somebody else has changed " +
-                                 row.culprit + " in the meantime; nothing changed\n");
+    EXPECT_EQ(outcome.error, "Your text is kept in " + kept[0] + "\nledgerctl: " + row.culprit +
+                                 " has changed meanwhile; nothing changed\n");
     std::filesystem::remove(kept[0]);
     EXPECT_EQ(back_end.store->Text().find('x'), std::string::npos);
   }

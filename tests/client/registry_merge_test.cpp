@@ -129,12 +129,12 @@ TEST(MergeWarnings, NameWhatARestartLoses) {
       R"({"s":{"[x":"1","n":"a\u0000b","":"","ok":"[","gone":null,"K":"1","k":"2"},"t\u0000":{},"U":{},"u":null})",
       "x"));
   const std::vector<std::string> expected = {
-      "key '' in section 's' is empty and is lost when the daemon starts again",
-      "key '[x' in section 's' begins with \"[\" and becomes a section when the daemon starts again",
-      "key 'n' in section 's' holds a NUL byte; it and all behind it are lost when the daemon starts again",
-      "key 'k' in section 's' is written in several ways; the last one in byte order wins",
-      "section $'t\\x00' holds a NUL byte; it and all behind it are lost when the daemon starts again",
-      "section 'u' is written in several ways; all are the same section",
+      "lost at a restart: key '' in section 's' (without name and value)",
+      "lost at a restart: key '[x' in section 's' (begins with \"[\")",
+      "lost at a restart: key 'n' in section 's' (and all behind it: a NUL byte)",
+      "several spellings of key 'k' in section 's'; the last one in byte order wins",
+      "lost at a restart: section $'t\\x00' (and all behind it: a NUL byte)",
+      "several spellings of section 'u'; they are one section",
   };
   EXPECT_EQ(warnings, expected);
   EXPECT_TRUE(MergeWarnings(ParseMerge(R"({"s":{"k":"[","[gone":null},"e":{}})", "x")).empty());
@@ -145,8 +145,8 @@ TEST(DropUnreachable, TakesNamesOfAFileThatWasEditedByHand) {
   const auto dropped = DropUnreachable(sections);
   EXPECT_EQ(sections, (RegistrySections{{"net", {{"ip", "2"}}}}));
   const std::vector<std::string> expected = {
-      "section 'Net' cannot be reached: its name was written into the file by hand",
-      "key 'IP' in section 'net' cannot be reached: its name was written into the file by hand",
+      "out of reach, not lower-case ASCII: section 'Net'",
+      "out of reach, not lower-case ASCII: key 'IP' in section 'net'",
   };
   EXPECT_EQ(dropped, expected);
 }

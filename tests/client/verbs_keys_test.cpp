@@ -53,12 +53,10 @@ TEST_F(KeyVerbs, SetFlushesIfItIsTold) {
 
 TEST_F(KeyVerbs, SetWarnsOfWhatARestartLoses) {
   EXPECT_EQ(Run({"set", "s", "[k", "v"}),
-            (Outcome{0, "",
-                     "ledgerctl: warning: key '[k' in section 's' begins with \"[\" and becomes a section when the "
-                     "daemon starts again\n"}));
-  EXPECT_EQ(Run({"set", "s", "", ""}),
-            (Outcome{0, "",
-                     "ledgerctl: warning: key '' in section 's' is empty and is lost when the daemon starts again\n"}));
+            (Outcome{0, "", "ledgerctl: warning: lost at a restart: key '[k' in section 's' (begins with \"[\")\n"}));
+  EXPECT_EQ(
+      Run({"set", "s", "", ""}),
+      (Outcome{0, "", "ledgerctl: warning: lost at a restart: key '' in section 's' (without name and value)\n"}));
   EXPECT_EQ(Run({"-q", "set", "s", "[k", "v"}), Prints(""));
 }
 
