@@ -133,7 +133,8 @@ std::string ReasonOf(const CLI::ParseError& error, const std::vector<std::string
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
     reason = "unexpected argument " + QuoteWord(left.front());
   } else if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
-    reason = reason.substr(0, reason.find(": ")) + " needs a value";
+    reason.resize(std::min(reason.find(": "), reason.size()));
+    reason += " needs a value";
   }
   const bool is_option = !left.empty() && !left.front().empty() && left.front().front() == '-';
   return reason + (is_option ? "\nNames and values that begin with \"-\" go behind \"--\"." : "");
