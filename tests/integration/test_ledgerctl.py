@@ -15,8 +15,10 @@ import pytest
 
 import observe
 from harness import PATIENCE, wait_for
+from ledgerctl import fake_daemon
 from model import parse, serialise
 from observe import needs_strace
+from raw_client import MEMBER_FIELD
 
 SEED = int(os.environ.get("LEDGERD_TEST_SEED", "20240811"))
 ALPHABET = "abcz019 =%[]\r\n\t\"\\'$#./-\x00\x01\x1b\x7f"
@@ -133,6 +135,15 @@ def test_flush_says_that_there_is_nothing_to_sync(ledgerctl, world, client):
             LOCAL, b"", b"ledgerctl: written, but not synced: /var/lib/plinthware: No such file or directory\n")
     finally:
         (world.path / "elsewhere").rename(world.registry.parent)
+
+
+def test_registry_far_larger_than_any(ledgerctl, world):
+    names = [f"name{number:05}" for number in range(10000)]
+    answers = {"SectionList": [names], "ReadAllJson": [json.dumps({"s": dict.fromkeys(names, "v")})]}
+    with fake_daemon(world.bus, lambda call: answers[call.fields[MEMBER_FIELD]]):
+        assert ledgerctl.output("list").decode().split() == names
+        assert ledgerctl.output("show").decode().split() == ["[s]", *(name + "=v" for name in names)]
+        assert json.loads(ledgerctl.output("dump")) == json.loads(answers["ReadAllJson"][0])
 
 
 def test_missing_only_keeps_what_is_there(ledgerctl, world, client):
