@@ -10,6 +10,7 @@ test_packages="babeltrace2 bash-completion clang clang-format clang-tidy cppchec
                python3-pytest shellcheck strace zsh"
 bench_packages="binutils dconf-service libbenchmark-dev python3 valgrind xfconf"
 fuzz_packages="clang libclang-rt-14-dev llvm"
+page_packages="man-db mandoc scdoc"
 
 # quietly COMMAND...: shows what a command printed only if it fails.
 quietly() {
