@@ -12,8 +12,10 @@ def test_everything_is_installed_in_its_place(request, tmp_path):
                  for path in tmp_path.rglob("*") if path.is_file()}
     libraries = pathlib.Path(option("--libdir"))
     program, data = 0o755, 0o644
+    pages = ["man1/ledgerctl.1", "man5/com.tavimesh.Registry.5", "man5/ledgerd-registry.5", "man8/ledgerd.8"]
     assert installed == {
         "bin/ledgerctl": program,
+        **{f"share/man/{page}": data for page in pages if option("--man")},
         "sbin/ledgerd": program,
         str(libraries / "ledgerd/ledgerd-tracepoint-probes.so"): data,
         "share/bash-completion/completions/ledgerctl": data,
