@@ -1,10 +1,13 @@
 // Writes and flushes without a pause and tells how far it got: a line with the number of each text that the daemon has
 // written. Every text is a function of its number, so that whoever finds the file later knows whether it is whole.
+//
+//   flush_storm FIRST_NUMBER [COUNT BYTES]    COUNT texts of that length, instead of texts of all lengths without end
 #include <dbus/dbus.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 namespace {
@@ -34,21 +37,32 @@ std::string Value(std::uint32_t number) {
   return std::to_string(number) + ' ' + std::string(number * 7919 % 16000, static_cast<char>('a' + number % 26));
 }
 
+// For a text of `bytes`: the header, the key and the line ends have the others.
+std::string ValueOfLength(std::uint32_t number, std::size_t bytes) {
+  std::string value = std::to_string(number) + ' ';
+  value.resize(bytes - std::strlen("[storm]\nvalue=\n"), 'x');
+  return value;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: flush_storm FIRST_NUMBER\n");
+  if (argc != 2 && argc != 4) {
+    std::fprintf(stderr, "usage: flush_storm FIRST_NUMBER [COUNT BYTES]\n");
     return 2;
   }
+  const bool is_bounded = argc == 4;
+  const unsigned long count = is_bounded ? std::strtoul(argv[2], nullptr, 10) : 0;
+  const std::size_t bytes = is_bounded ? std::strtoul(argv[3], nullptr, 10) : 0;
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   g_bus = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr);
   if (g_bus == nullptr) {
     std::fprintf(stderr, "no bus\n");
     return 1;
   }
-  for (auto number = static_cast<std::uint32_t>(std::strtoul(argv[1], nullptr, 10));; ++number) {
-    Call("Write", "storm", "value", Value(number).c_str());
+  const auto first = static_cast<std::uint32_t>(std::strtoul(argv[1], nullptr, 10));
+  for (std::uint32_t number = first; !is_bounded || number - first < count; ++number) {
+    Call("Write", "storm", "value", (is_bounded ? ValueOfLength(number, bytes) : Value(number)).c_str());
     Call("Flush");
     std::printf("flushed %u\n", number);
   }

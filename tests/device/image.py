@@ -129,8 +129,9 @@ class Image:
         self.add_file(HERE / "guest/library.sh", "scenario/library.sh")
 
     def add_product(self, build):
-        """The daemon as a user gets it, stripped, with its bus policy, and the programs that look at the hardware."""
+        """The daemon as a user gets it, stripped, with its bus policy, and the programs of the tests."""
         for source, path in [("daemon/ledgerd", "usr/sbin/ledgerd"),
+                             ("tests/device/flush_storm", "usr/bin/flush_storm"),
                              ("tests/device/hardware_report", "usr/bin/hardware_report"),
                              ("tests/device/nand_report", "usr/bin/nand_report")]:
             stripped = self.tree / "stripped"

@@ -76,7 +76,6 @@ def pack(build, script, number, mount_options, folder):
     packed = image.Image(folder / "tree")
     packed.add_system()
     packed.add_product(build)
-    packed.add_program(build / "tests/device/flush_storm", "usr/bin/flush_storm")
     packed.add_file(HERE / script, "scenario/run.sh")
     packed.add_text("scenario/number", str(number))
     packed.add_text("scenario/mount_options", mount_options)
