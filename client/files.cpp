@@ -19,7 +19,7 @@ namespace ledgerctl {
 namespace {
 
 std::string ReadDescriptor(int fd) {
-  constexpr std::size_t kPiece = 64 * 1024;
+  constexpr std::size_t kPiece = std::size_t{64} * 1024;
   std::string text;
   for (;;) {
     const std::size_t known = text.size();

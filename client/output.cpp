@@ -11,7 +11,7 @@
 namespace ledgerctl {
 namespace {
 
-constexpr std::size_t kLargestPending = 64 * 1024;
+constexpr std::size_t kLargestPending = std::size_t{64} * 1024;
 constexpr std::size_t kUsualColumns = 80;
 
 // Returns 0 or the error's number.

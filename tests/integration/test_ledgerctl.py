@@ -2,11 +2,13 @@
 
 LEDGERD_TEST_SEED chooses other random registries."""
 
+import itertools
 import json
 import os
 import pty
 import random
 import re
+import select
 import signal
 import subprocess
 import threading
@@ -186,18 +188,27 @@ def test_closed_streams(ledgerctl, client):
     assert client.read("s", "k") == "w"
 
 
-def wait_until_it_polls(daemon, process):
-    """The first look is taken when the client has slept once: it is in poll with only its output to watch."""
-    wait_for(lambda: observe.status(process.pid)["State"].startswith("S") and
-             int(observe.status(process.pid)["voluntary_ctxt_switches"]) > 20, "the client watches")
-
-
-def test_watch_prints_changes_until_it_is_interrupted(ledgerctl, daemon, client):
-    client.write("s", "k", "1")
+def start_watching(ledgerctl, client):
+    """Returns a client that has seen the last change of key k in section s, and what that key is now."""
     process = ledgerctl.start("watch", "-i", "0.01")
-    wait_until_it_polls(daemon, process)
+    values = (f"change {number}" for number in itertools.count())
+    written = []
+
+    def change_is_seen():
+        written.append(next(values))
+        client.write("s", "k", written[-1])
+        return select.select([process.stdout], [], [], 0)[0]
+
+    wait_for(change_is_seen, "the client watches")
+    while (line := process.stdout.readline()) != f"+ [s] k='{written[-1]}'\n".encode():
+        assert line, process.stderr.read()
+    return process, f"'{written[-1]}'".encode()
+
+
+def test_watch_prints_changes_until_it_is_interrupted(ledgerctl, client):
+    process, value = start_watching(ledgerctl, client)
     client.write("s", "k", "2")
-    assert process.stdout.readline() == b"- [s] k=1\n"
+    assert process.stdout.readline() == b"- [s] k=" + value + b"\n"
     assert process.stdout.readline() == b"+ [s] k=2\n"
     client.delete_section("s")
     assert process.stdout.readline() == b"- [s] k=2\n"
@@ -217,8 +228,7 @@ def test_watch_ends_when_nobody_reads(ledgerctl, daemon, client):
 
 
 def test_watch_ends_with_the_daemon(ledgerctl, daemon, client):
-    process = ledgerctl.start("watch", "-i", "0.01")
-    wait_until_it_polls(daemon, process)
+    process, _ = start_watching(ledgerctl, client)
     daemon.stop()
     assert process.communicate(timeout=PATIENCE)[1].startswith(b"ledgerctl: the daemon is not running")
     assert process.returncode == 6
