@@ -117,7 +117,8 @@ void DeclareCommon(CLI::App& app, CommandLine& command, RawOptions& raw) {
 
 // Seconds with decimals. Not strtod, which asks the locale.
 std::chrono::milliseconds ParseSeconds(const std::string& verb, const char* option, const std::string& text) {
-  constexpr double kLongest = 1e6;
+  // libdbus waits six hours at most.
+  constexpr double kLongest = 6 * 3600;
   constexpr double kShortest = 0.001;
   double seconds = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);

@@ -57,8 +57,8 @@ class Ledgerctl:
 
 @contextlib.contextmanager
 def fake_daemon(bus, answer):
-    """Something else under the daemon's name. `answer` gets each call and returns a list of arguments, or an error's name
-    and message as a tuple."""
+    """Something else under the daemon's name. `answer` gets each call and returns a list of arguments, or an error's
+    name and message as a tuple."""
     service = RawClient(bus)
     assert service.call_bus("RequestName", BUS_NAME, 0).kind == METHOD_RETURN
 
