@@ -34,6 +34,7 @@ exec unshare --mount --propagation private --pid --fork --kill-child --cgroup --
   mount --bind "$1/sbin" "$2"
   overlay "$1/etc" /etc
   overlay "$1/policies" /usr/share/dbus-1/system.d
+  overlay "$1/activation" /usr/share/dbus-1/system-services
   umount -R /sys/fs/cgroup
   mount -t cgroup2 cgroup2 /sys/fs/cgroup
   mkdir /run/systemd
@@ -63,14 +64,16 @@ needs_boot = pytest.mark.skipif(not can_boot(), reason="needs root, and a cgroup
 
 
 class BootedSystem:
-    """`packaging` is the source's folder of that name, `unit` the unit that was made of it."""
+    """`packaging` is the source's folder of that name; `unit` was made of it, and `activation`, which tells the bus of the
+    unit."""
 
-    def __init__(self, binary, packaging, unit):
+    def __init__(self, binary, packaging, unit, activation):
         self.tree = TemporaryTree()
         self.path = self.tree.path
         # The bus is another user, and reads its policies.
         self.path.chmod(0o755)
-        for name in ("lib", "sbin", "units", "etc", "etc.work", "policies", "policies.work"):
+        for name in ("lib", "sbin", "units", "etc", "etc.work", "policies", "policies.work", "activation",
+                     "activation.work"):
             (self.path / name).mkdir()
         self.registry = self.path / "lib" / "plinthware" / "registry"
         for name in BORROWED_UNITS:
@@ -78,6 +81,7 @@ class BootedSystem:
         shutil.copy(unit, self.path / "units" / "ledgerd.service")
         (self.path / "units" / "ledgerd-test.target").write_text(ROOT_UNIT)
         shutil.copy(packaging / "com.tavimesh.Registry.conf", self.path / "policies")
+        shutil.copy(activation, self.path / "activation")
         shutil.copy(packaging / "sysusers.d" / "ledgerd.conf", self.path / "sysusers.conf")
         # Else the service manager writes one to the machine's disk where there is none.
         (self.path / "etc" / "machine-id").write_text("0123456789abcdef0123456789abcdef\n")
@@ -116,6 +120,12 @@ class BootedSystem:
 
     def systemctl(self, *arguments, check=True):
         return self.run("systemctl", *arguments, check=check)
+
+    def mask(self, unit):
+        """As `systemctl mask` does where the service manager looks for units in its usual folders."""
+        (self.path / "units" / unit).unlink()
+        (self.path / "units" / unit).symlink_to("/dev/null")
+        self.systemctl("daemon-reload")
 
     def shown(self, name):
         """A property of the service."""

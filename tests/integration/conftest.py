@@ -17,6 +17,8 @@ def pytest_addoption(parser):
     parser.addoption("--completion", type=pathlib.Path, help="the folder with the client's completions")
     parser.addoption("--packaging", type=pathlib.Path, help="the folder with the files for the system around it")
     parser.addoption("--unit", type=pathlib.Path, help="the unit of the service")
+    parser.addoption("--init-script", type=pathlib.Path, help="the script for an init without units")
+    parser.addoption("--activation", type=pathlib.Path, help="what tells the bus how to start the service")
     parser.addoption("--probes", type=pathlib.Path, help="the probes of its tracepoint")
     parser.addoption("--installed-probes", type=pathlib.Path, help="where the daemon looks for its probes")
     parser.addoption("--load-client", type=pathlib.Path, help="the program that loads the daemon")
@@ -88,7 +90,7 @@ def machine(request):
 @pytest.fixture
 def system(request):
     """A system whose service manager runs the daemon by its unit."""
-    system = BootedSystem(*map(request.config.getoption, ("--ledgerd", "--packaging", "--unit")))
+    system = BootedSystem(*map(request.config.getoption, ("--ledgerd", "--packaging", "--unit", "--activation")))
     yield system
     system.close()
 

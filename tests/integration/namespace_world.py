@@ -117,7 +117,7 @@ class NamespaceWorld(World):
         if read_only:
             self.layers += "mount -o remount,bind,ro /dev\n"
 
-    def lay_over_folder(self, folder, add=None, hide=()):
+    def lay_over_folder(self, folder, add=None, hide=(), writable=False):
         """A system folder gets files, given by their relative paths and their sources, and loses others."""
         layer = pathlib.Path(tempfile.mkdtemp(dir=self.path))
         for name, source in (add or {}).items():
@@ -127,8 +127,10 @@ class NamespaceWorld(World):
             # This is how a layer of the kernel's overlay file system says that there is no such file below.
             os.mknod(layer / name, stat.S_IFCHR, os.makedev(0, 0))
         layer.chmod(0o755)
-        folders = shlex.quote(f"{layer}:{folder}")
-        self.layers += f"mount -t overlay overlay -o lowerdir={folders} {shlex.quote(str(folder))}\n"
+        options = f"lowerdir={layer}:{folder}"
+        if writable:
+            options += "".join(f",{name}={tempfile.mkdtemp(dir=self.path)}" for name in ("upperdir", "workdir"))
+        self.layers += f"mount -t overlay overlay -o {shlex.quote(options)} {shlex.quote(str(folder))}\n"
 
     def enter(self):
         if self.namespaces is not None:

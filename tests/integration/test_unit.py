@@ -60,7 +60,7 @@ def test_methods_work(system, client):
     assert owner_and_mode(system.registry.parent) == (0, 0, 0o755)
 
 
-def test_stop_writes_what_is_pending_and_is_final(system, client):
+def test_stop_writes_what_is_pending(system, client):
     client.write("s", "k", "v")
     assert not system.registry.exists()
     system.systemctl("stop", "ledgerd")
@@ -69,6 +69,23 @@ def test_stop_writes_what_is_pending_and_is_final(system, client):
     system.systemctl("start", "ledgerd")
     # The call that starts it has waited for the name.
     assert client.read("s", "k") == "v"
+
+
+def test_call_to_a_stopped_service_starts_it(system, client):
+    client.write("s", "k", "v")
+    first = system.pid()
+    system.systemctl("stop", "ledgerd")
+    assert system.pid() is None
+    assert client.read("s", "k") == "v"
+    assert system.shown("ActiveState") == "active"
+    assert system.pid() not in (None, first)
+
+
+def test_masked_service_is_not_started_by_a_call(system, client):
+    system.systemctl("stop", "ledgerd")
+    system.mask("ledgerd.service")
+    assert client.error("Read", "s", "k")[0] == "org.freedesktop.systemd1.UnitMasked"
+    assert system.pid() is None
 
 
 @pytest.mark.parametrize("number, kept", [(signal.SIGTERM, "v"), (signal.SIGHUP, "v"), (signal.SIGKILL, "")],
