@@ -24,7 +24,7 @@ class ActivatingMachine(NamespaceWorld):
     def __init__(self, config):
         super().__init__(config.getoption("--ledgerd"))
         activation = config.getoption("--activation")
-        program = pathlib.Path(re.search(r"(?m)^Exec=(\S+)$", activation.read_text())[1])
+        program = pathlib.Path(re.search(r"(?m)^Exec=(\S+)", activation.read_text())[1])
         folder = next(folder for folder in program.parents if folder.exists())
         self.lay_over_folder(folder, {str(program.relative_to(folder)): self.binary})
         system = self.path / "system"

@@ -10,8 +10,8 @@ import subprocess
 import pytest
 
 import observe
-from harness import wait_for
 from namespace_world import SERVICE_NAME
+from observe import needs_strace
 
 RUNNING, DEAD_WITH_PID_FILE, NOT_RUNNING = 0, 1, 3
 UNKNOWN_ACTION = 3
@@ -155,6 +155,18 @@ def test_daemon_whose_program_was_replaced_is_still_known(machine, init):
     assert "already running" in init.succeeds("start")
     init.succeeds("stop")
     assert daemon.wait_end() == 0 and not daemons(machine)
+
+
+@needs_strace
+def test_last_write_may_take_its_time(machine, init):
+    """Longer than the two seconds after which the daemon's own -k kills."""
+    slow = observe.Strace(machine, "-e", "trace=rename", "-e", "inject=rename:delay_enter=2500000")
+    init.succeeds("start", *slow.wrapper)
+    daemon = machine.service()
+    machine.client().write("s", "k", "v")
+    init.succeeds("stop")
+    assert daemon.wait_end() == 0
+    assert machine.registry.read_bytes() == b"[s]\nk=v\n"
 
 
 def test_failed_start_is_told(machine, init):
