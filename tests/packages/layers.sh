@@ -37,14 +37,15 @@ in_layers() {
   return $status
 }
 
-# Settings of apt and dpkg that save time: nothing here has to survive a power cut, and nobody reads translations.
-write_settings() {
-  echo force-unsafe-io >"$1/etc/dpkg/dpkg.cfg.d/packages-test"
-  printf '%s\n' 'APT::Install-Recommends "false";' 'Acquire::Languages "none";' 'Dpkg::Use-Pty "false";' \
-    >"$1/etc/apt/apt.conf.d/packages-test"
-  printf '#!/bin/sh\nexit 101\n' >"$1/usr/sbin/policy-rc.d"
-  chmod 755 "$1/usr/sbin/policy-rc.d"
-}
+# Settings that save time: nothing here has to survive a power cut, and nobody reads translations. While a system is made,
+# its services do not start.
+settings='
+  echo force-unsafe-io >etc/dpkg/dpkg.cfg.d/packages-test
+  echo "APT::Install-Recommends \"false\"; Acquire::Languages \"none\"; Dpkg::Use-Pty \"false\";" \
+    >etc/apt/apt.conf.d/packages-test
+  echo "#!/bin/sh\nexit 101" >usr/sbin/policy-rc.d
+  chmod 755 usr/sbin/policy-rc.d
+'
 
 # Of the point release alone: its index does not change between two requests, and both architectures have the same
 # versions, without which they cannot be installed side by side.
@@ -60,33 +61,42 @@ make_base() {
   fi
   quietly mmdebstrap --mode=root --variant=minbase --architectures=amd64,armhf --skip=cleanup/apt/lists \
     --dpkgopt=force-unsafe-io --aptopt='Acquire::Languages "none"' "$release" "$1" - <<<"$sources"
-  write_settings "$1"
+  (cd "$1" && sh -ec "$settings")
 }
 
-# install_in_layer CACHE NAME COMMAND: makes the layer NAME upon the base.
-install_in_layer() {
-  mkdir -p "$1/control"
-  cp debian/control debian/changelog "$1/control"
-  quietly in_layers "$1/$2" "$1/base" "$1/control:/tmp/source/debian" -- \
-    env DEBIAN_FRONTEND=noninteractive sh -ec "cd /tmp/source; $3; apt-get clean"
+# is_made CACHE NAME WANTED: whether there is the folder NAME, made of what is WANTED.
+is_made() {
+  [ -d "$1/$2" ] && [ "$(cat "$1/$2.stamp" 2>/dev/null)" = "$(echo "$3")" ]
+}
+
+# prepare_layer CACHE NAME COMMAND [FOLDER:PLACE]: makes the layer NAME upon the base, or finds it made.
+prepare_layer() {
+  local cache=$1 name=$2 command=$3
+  shift 3
+  ! is_made "$cache" "$name" "$command" || return 0
+  echo "Making the system $name ..."
+  rm -rf "${cache:?}/$name"
+  quietly in_layers "$cache/$name" "$cache/base" "$@" -- env DEBIAN_FRONTEND=noninteractive sh -ec "$command
+    apt-get clean"
+  echo "$command" >"$cache/$name.stamp"
 }
 
 prepare_layers() {
-  local cache=$1 wanted
-  wanted=$(
-    sed -n '/^Build-Depends:/,/^[A-Z]/p' debian/control
-    printf '%s\n' "$build_tools" "$systemd_packages" "$sysvinit_packages"
-  )
-  [ "$(cat "$cache/stamp" 2>/dev/null)" != "$wanted" ] || return 0
-  rm -rf "$cache"/{base,build,systemd,sysvinit,archives,*stamp}
-  mkdir -p "$cache"
-  echo "Making Debian systems in $cache ..."
-  make_base "$cache/base"
-  install_in_layer "$cache" build \
-    "apt-get -y install $build_tools; apt-get -y build-dep ./; apt-get -y build-dep -a armhf ./"
-  install_in_layer "$cache" systemd "apt-get -y install $systemd_packages"
-  install_in_layer "$cache" sysvinit "apt-get -y install $sysvinit_packages"
-  echo "$wanted" >"$cache/stamp"
+  local cache=$1 needs
+  mkdir -p "$cache/control/debian"
+  if ! is_made "$cache" base "$settings"; then
+    echo "Making Debian systems in $cache ..."
+    rm -rf "$cache"/{base,build,systemd,sysvinit,archives}
+    make_base "$cache/base"
+    echo "$settings" >"$cache/base.stamp"
+  fi
+  cp debian/control debian/changelog "$cache/control/debian"
+  # The comment is there for the stamp.
+  needs=$(sed -n '/^Build-Depends:/,/^Standards-Version:/p' debian/control | tr -d '\n')
+  prepare_layer "$cache" build "apt-get -y install $build_tools # $needs
+    cd /tmp/source; apt-get -y build-dep ./; apt-get -y build-dep -a armhf ./" "$cache/control:/tmp/source"
+  prepare_layer "$cache" systemd "apt-get -y install $systemd_packages"
+  prepare_layer "$cache" sysvinit "apt-get -y install $sysvinit_packages"
 }
 
 # prepare_archives CACHE RESULTS: downloads what the built packages depend on and suggest, for the tests to have without
@@ -94,7 +104,7 @@ prepare_layers() {
 prepare_archives() {
   local cache=$1 results=$2 wanted system
   wanted=$(for package in "$results"/*/*.deb; do dpkg-deb -f "$package" Package Architecture Depends; done)
-  [ "$(cat "$cache/archives.stamp" 2>/dev/null)" != "$wanted" ] || return 0
+  ! is_made "$cache" archives "$wanted" || return 0
   echo "Downloading what the packages depend on ..."
   rm -rf "$cache/archives"
   mkdir -p "$cache/archives/var/cache/apt/archives"

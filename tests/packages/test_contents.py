@@ -66,6 +66,19 @@ def test_files_are_in_their_places_and_belong_to_root(built):
     }
 
 
+def test_client_comes_with_its_completions_and_its_page(built, results):
+    (package,) = (results / built.architecture).glob("ledgerctl_*.deb")
+    names = {line.split()[5].removeprefix("./") for line in run("dpkg-deb", "-c", str(package)).splitlines()
+             if line.startswith("-")}
+    assert {name for name in names if not name.startswith("usr/share/doc/")} == {
+        "usr/bin/ledgerctl",
+        "usr/share/bash-completion/completions/ledgerctl",
+        "usr/share/fish/vendor_completions.d/ledgerctl.fish",
+        "usr/share/man/man1/ledgerctl.1.gz",
+        "usr/share/zsh/vendor-completions/_ledgerctl",
+    }
+
+
 def test_tracer_is_suggested_and_all_other_libraries_are_needed(built):
     depends, suggests = (field(built.package, name) for name in ("Depends", "Suggests"))
     for library in ("libdbus-1-3", "libdbus-c++-1-0v5", "libfmt9", "libstdc++6", "libc6"):

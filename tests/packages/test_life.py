@@ -9,6 +9,7 @@ STRANGER = ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
 REFUSED = "Error org.freedesktop.DBus.Error.AccessDenied:"
 UNKNOWN = "Error org.freedesktop.DBus.Error.ServiceUnknown:"
 RUNNING, NOT_RUNNING = 0, 3
+EVERYTHING = ("ledgerd", "ledgerctl", "ledgerd-dev")
 STATE = "/var/lib/plinthware"
 REGISTRY = f"{STATE}/registry"
 
@@ -67,6 +68,14 @@ def test_probes_are_found_where_the_tracer_is_installed(installed):
     assert probes in libraries()
 
 
+def test_client_from_its_package_reaches_the_service(installed):
+    installed.apt("install", *installed.packages("amd64", "ledgerctl"))
+    installed.run("ledgerctl", "set", "Net", "ip", "1")
+    assert installed.run(*MEMBER, "ledgerctl", "get", "net", "IP") == "1"
+    refused = installed.attempt(*STRANGER, "ledgerctl", "get", "net", "ip")
+    assert refused.returncode != 0 and refused.stdout == ""
+
+
 def test_upgrade_keeps_settings_and_runs_the_new_program(installed):
     installed.call("Write", "s", "k", "v")
     first = installed.daemon()
@@ -81,7 +90,7 @@ def test_upgrade_keeps_settings_and_runs_the_new_program(installed):
 
 def test_removal_keeps_settings_and_purge_leaves_nothing(machine):
     before = machine.files()
-    machine.apt("install", *machine.packages("amd64", "ledgerd", "ledgerd-dev"))
+    machine.apt("install", *machine.packages("amd64", *EVERYTHING))
     assert machine.files() - before
     machine.call("Write", "s", "k", "v")
     machine.apt("remove", "ledgerd")
@@ -91,6 +100,6 @@ def test_removal_keeps_settings_and_purge_leaves_nothing(machine):
     assert machine.call("Read", "s", "k").startswith(UNKNOWN), "nothing that the bus could start"
     machine.apt("install", *machine.packages("amd64", "ledgerd"))
     assert machine.call("Read", "s", "k") == "v"
-    machine.apt("purge", "--autoremove", "ledgerd", "ledgerd-dev")
+    machine.apt("purge", "--autoremove", *EVERYTHING)
     assert machine.daemon() is None
     assert machine.files() == before
