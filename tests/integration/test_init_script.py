@@ -6,6 +6,7 @@ import pathlib
 import re
 import signal
 import subprocess
+import sys
 
 import pytest
 
@@ -17,6 +18,18 @@ RUNNING, DEAD_WITH_PID_FILE, NOT_RUNNING = 0, 1, 3
 UNKNOWN_ACTION = 3
 # A number that no process of the small namespaces has.
 UNUSED_PID = 30000
+
+# Leaves a daemon's process that has ended and for whose status nobody asks; prints its number.
+ZOMBIE = f"""
+import os, sys
+pid = os.fork()
+if pid == 0:
+    open("/proc/self/comm", "w").write("{SERVICE_NAME}")
+    os._exit(0)
+os.waitid(os.P_PID, pid, os.WEXITED | os.WNOWAIT)
+print(pid, flush=True)
+sys.stdin.read()
+"""
 
 
 class InitScript:
@@ -131,6 +144,18 @@ def test_stale_pid_file(machine, init, number):
     machine.pid_file.write_text(f"{number}\n")
     init.succeeds("start")
     assert machine.service().owns_the_name() and init.status() == RUNNING
+
+
+def test_daemon_that_has_ended_does_not_run_even_if_nobody_has_asked_for_its_status(machine, init):
+    zombie = machine.spawn(sys.executable, "-c", ZOMBIE, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    with zombie.process.stdin, zombie.process.stdout as number:
+        machine.pid_file.write_bytes(number.readline())
+        assert len(daemons(machine)) == 1
+        assert init.status() in (DEAD_WITH_PID_FILE, NOT_RUNNING)
+        init.succeeds("stop")
+        assert init.succeeds("start").startswith("Starting ")
+        assert machine.service().owns_the_name()
+    zombie.wait()
 
 
 def test_killed_daemon_is_noticed_and_started_again(machine, init):
