@@ -66,7 +66,7 @@ make_base() {
 
 # is_made CACHE NAME WANTED: whether there is the folder NAME, made of what is WANTED.
 is_made() {
-  [ -d "$1/$2" ] && [ "$(cat "$1/$2.stamp" 2>/dev/null)" = "$(echo "$3")" ]
+  [ -d "$1/$2" ] && [ "$(cat "$1/$2.stamp" 2>/dev/null)" = "${3%$'\n'}" ]
 }
 
 # prepare_layer CACHE NAME COMMAND [FOLDER:PLACE]: makes the layer NAME upon the base, or finds it made.
