@@ -169,12 +169,15 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("names", nargs="*")
     parser.add_argument("--named", action="store_true", help="run only the tests that the table names")
+    parser.add_argument("--check", action="store_true", help="only see whether the table fits the code")
     arguments = parser.parse_args()
     names = arguments.names
     try:
         known = table.read(pathlib.Path(__file__).with_name("mutants"), ROOT)
         if unknown := [name for name in names if name not in known]:
             raise table.TableError(f"no mutant has the name {', '.join(unknown)}")
+        if arguments.check:
+            return 0
         mutants = [known[name] for name in names] or list(known.values())
         WORK.mkdir(parents=True, exist_ok=True)
         with open(WORK / "lock", "w", encoding="ascii") as lock:
