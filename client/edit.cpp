@@ -1,5 +1,6 @@
 #include "client/difference.h"
 #include "client/editor.h"
+#include "client/failure_report.h"
 #include "client/files.h"
 #include "client/name_rules.h"
 #include "client/registry_merge.h"
@@ -87,9 +88,10 @@ ExitStatus Edit(const CommandLine& command, Context& context) {
   try {
     MergeText(command, seen, text, context);
   } catch (...) {
-    context.messages.Note("Your text is kept in " + file.Path());
+    const Failure failure = CurrentFailure();
+    const std::string path = file.Path();
     file.Keep();
-    throw;
+    throw Failure(failure.Status(), failure.what() + ("\nYour text is kept in " + path));
   }
   return ExitStatus::Success;
 }

@@ -101,8 +101,8 @@ TEST_F(EditVerb, RefusesToOverwriteWhatOthersChanged) {
     EXPECT_EQ(outcome.status, 10);
     const std::vector<std::string> kept = LeftFiles();
     ASSERT_EQ(kept.size(), 1u);
-    EXPECT_EQ(outcome.error, "Your text is kept in " + kept[0] + "\nledgerctl: " + row.culprit +
-                                 " has changed meanwhile; nothing changed\n");
+    EXPECT_EQ(outcome.error, std::string("ledgerctl: ") + row.culprit +
+                                 " has changed meanwhile; nothing changed\nYour text is kept in " + kept[0] + "\n");
     std::filesystem::remove(kept[0]);
     EXPECT_EQ(back_end.store->Text().find('x'), std::string::npos);
   }
@@ -127,7 +127,7 @@ TEST_F(EditVerb, KeepsATextThatItCannotTake) {
     EXPECT_EQ(outcome.status, row.status);
     const std::vector<std::string> kept = LeftFiles();
     ASSERT_EQ(kept.size(), 1u);
-    EXPECT_EQ(outcome.error, "Your text is kept in " + kept[0] + "\nledgerctl: " + row.reason + "\n");
+    EXPECT_EQ(outcome.error, std::string("ledgerctl: ") + row.reason + "\nYour text is kept in " + kept[0] + "\n");
     EXPECT_EQ(std::filesystem::status(kept[0]).permissions(), std::filesystem::perms(0600));
     std::filesystem::remove(kept[0]);
     EXPECT_EQ(back_end.FlushedText(), "[a]\nk=1\nl=2\n[b]\nk=3\n");

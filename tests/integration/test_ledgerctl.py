@@ -278,10 +278,11 @@ def test_edit_refuses_to_overwrite_the_change_of_another(ledgerctl, client, edit
     editor.go_on()
     output, error = process.communicate(timeout=PATIENCE)
     assert process.returncode == LOCAL
-    assert error.endswith(b"ledgerctl: key 'k' in section 's' has changed meanwhile; nothing changed\n")
-    assert client.read("s", "k") == "x"
     # What the user wrote is not lost.
     (kept,) = ledgerctl.left_files()
+    assert error == (b"ledgerctl: key 'k' in section 's' has changed meanwhile; nothing changed\n"
+                     b"Your text is kept in %s\n" % os.fsencode(ledgerctl.folder / kept))
+    assert client.read("s", "k") == "x"
     assert (ledgerctl.folder / kept).read_text().endswith("[s]\nk=w\n")
 
 
