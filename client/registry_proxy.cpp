@@ -97,8 +97,6 @@ public:
 private:
   void Connect() {
     const TimeLimit limit(m_timeout, m_shown_timeout);
-    // libdbus would ignore SIGPIPE, which ends a filter; its own sockets raise none.
-    dbus_connection_set_change_sigpipe(FALSE);
     ErrorSlot error;
     m_connection.reset(dbus_bus_get_private(DBUS_BUS_SYSTEM, error.Get()));
     if (m_connection == nullptr) {
