@@ -54,13 +54,17 @@ void ThrowCallFailure(const BusError& error, bool timed_out, const std::string& 
     throw Failure(ExitStatus::DaemonError, error.message);
   }
   const std::string_view name = StandardError(full_name);
-  if (name == "ServiceUnknown" || name == "NameHasNoOwner" || StartsWith(name, "Spawn.")) {
-    throw NotRunning(StartsWith(name, "Spawn.") ? " and cannot be started\n" + error.message : "");
+  if (name == "ServiceUnknown" || name == "NameHasNoOwner") {
+    throw NotRunning("");
+  }
+  // What the bus and systemd answer when they were to start it. The bus's own time-out is no time-out of this call.
+  if (StartsWith(name, "Spawn.") || name == "TimedOut" || StartsWith(full_name, "org.freedesktop.systemd1.")) {
+    throw NotRunning(" and cannot be started\n" + error.message);
   }
   if (name == "AccessDenied") {
     throw Denied();
   }
-  if (name == "NoReply" || name == "Timeout" || name == "TimedOut") {
+  if (name == "NoReply" || name == "Timeout") {
     // The bus says the same when the daemon goes while it is being asked.
     throw timed_out ? Failure(ExitStatus::NoAnswer, NoAnswerText(shown_timeout))
                     : NotRunning(" any more: it ended before it answered");
