@@ -107,7 +107,7 @@ def ledgerctl(request, world):
 
 
 @pytest.fixture
-def make_denying_world(request):
+def make_world_with_bus(request):
     """A function that makes a world whose bus has more lines in its configuration."""
     with contextlib.ExitStack() as stack:
         yield lambda lines: stack.enter_context(
