@@ -2,6 +2,7 @@
 #include "client/editor.h"
 #include "client/failure_report.h"
 #include "client/files.h"
+#include "client/merge_warnings.h"
 #include "client/name_rules.h"
 #include "client/registry_merge.h"
 #include "client/temporary_file.h"

@@ -4,7 +4,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "registry/registry_format.h"
 
@@ -39,14 +38,5 @@ Merge MergeThatReplaces(const RegistrySections& before, const RegistrySections& 
 
 /// What `sections` holds and `existing` does not.
 Merge MergeOfMissing(const RegistrySections& existing, const RegistrySections& sections);
-
-/// One line for each thing in the merge that a restart of the daemon would lose, and for names that fold to the same.
-std::vector<std::string> MergeWarnings(const Merge& merge);
-
-/// The warning that a restart of the daemon loses something.
-std::string LostAtRestart(const std::string& what, const char* why);
-
-/// Moves names that no caller can reach out of `sections` and returns one line for each section or key.
-std::vector<std::string> DropUnreachable(RegistrySections& sections);
 
 }  // namespace ledgerctl

@@ -2,6 +2,7 @@
 #include "client/difference.h"
 #include "client/files.h"
 #include "client/json_text.h"
+#include "client/merge_warnings.h"
 #include "client/registry_merge.h"
 #include "client/verbs.h"
 

@@ -6,8 +6,8 @@
 
 #include "client/files.h"
 #include "client/json_text.h"
+#include "client/merge_warnings.h"
 #include "client/name_rules.h"
-#include "client/registry_merge.h"
 #include "client/text_form.h"
 #include "client/verbs.h"
 #include "lib/platform/posix_helpers.h"

@@ -2,13 +2,11 @@
 
 LEDGERD_TEST_SEED chooses other random registries."""
 
-import itertools
 import json
 import os
 import pty
 import random
 import re
-import select
 import signal
 import subprocess
 import threading
@@ -16,7 +14,7 @@ import threading
 import pytest
 
 import observe
-from harness import PATIENCE, wait_for
+from harness import PATIENCE
 from ledgerctl import fake_daemon
 from model import parse, serialise
 from observe import needs_strace
@@ -186,200 +184,6 @@ def test_closed_streams(ledgerctl, client):
     assert ledgerctl.run("get", "s", "k", wrapper=closing_all)[0] == LOCAL
     assert ledgerctl.run("set", "s", "k", "w", wrapper=closing_all)[0] == 0
     assert client.read("s", "k") == "w"
-
-
-def start_watching(ledgerctl, client):
-    """Returns a client that has seen the last change of key k in section s, and what that key is now."""
-    process = ledgerctl.start("watch", "-i", "0.01")
-    values = (f"change {number}" for number in itertools.count())
-    written = []
-
-    def change_is_seen():
-        written.append(next(values))
-        client.write("s", "k", written[-1])
-        return select.select([process.stdout], [], [], 0)[0]
-
-    wait_for(change_is_seen, "the client watches")
-    while (line := process.stdout.readline()) != f"+ [s] k='{written[-1]}'\n".encode():
-        assert line, process.stderr.read()
-    return process, f"'{written[-1]}'".encode()
-
-
-def test_watch_prints_changes_until_it_is_interrupted(ledgerctl, client):
-    process, value = start_watching(ledgerctl, client)
-    client.write("s", "k", "2")
-    assert process.stdout.readline() == b"- [s] k=" + value + b"\n"
-    assert process.stdout.readline() == b"+ [s] k=2\n"
-    client.delete_section("s")
-    assert process.stdout.readline() == b"- [s] k=2\n"
-    process.send_signal(signal.SIGINT)
-    assert process.communicate(timeout=PATIENCE) == (b"", b"")
-    assert process.returncode == -signal.SIGINT
-
-
-def test_watch_ends_when_nobody_reads(ledgerctl, daemon, client):
-    """Nothing changes meanwhile, so nothing is written that could tell."""
-    process = ledgerctl.start("watch")
-    wait_for(lambda: observe.status(process.pid)["Name"] == "ledgerctl", "the client runs")
-    process.stdout.close()
-    assert process.wait(PATIENCE) == -signal.SIGPIPE
-    assert process.stderr.read() == b""
-    process.stderr.close()
-
-
-def test_watch_ends_with_the_daemon(ledgerctl, daemon, client):
-    process, _ = start_watching(ledgerctl, client)
-    daemon.stop()
-    assert process.communicate(timeout=PATIENCE)[1].startswith(b"ledgerctl: the daemon is not running")
-    assert process.returncode == 6
-
-
-# Waits in the user's editor until it is told to go on.
-WAITING_EDITOR = "f() { echo $$ > '%s'; read line < '%s'; sed -i s/=v/=w/ \"$1\"; }; f"
-
-
-class Editor:
-    def __init__(self, world):
-        self.started = world.path / "editor.pid"
-        self.gate = world.path / "gate"
-        os.mkfifo(self.gate)
-        self.environment = {"EDITOR": WAITING_EDITOR % (self.started, self.gate)}
-
-    def wait_started(self):
-        wait_for(lambda: self.started.exists() and self.started.read_text().endswith("\n"), "the editor runs")
-        return int(self.started.read_text())
-
-    def go_on(self):
-        with open(self.gate, "w", encoding="ascii") as gate:
-            gate.write("\n")
-
-
-@pytest.fixture
-def editor(world):
-    return Editor(world)
-
-
-def test_edit_merges_beside_the_changes_of_others(ledgerctl, client, editor):
-    client.write("s", "k", "v")
-    process = ledgerctl.start("edit", environment=editor.environment)
-    editor.wait_started()
-    client.write("s", "other", "x")
-    editor.go_on()
-    assert process.communicate(timeout=PATIENCE) == (b"- [s] k=v\n+ [s] k=w\n", b"")
-    assert client.key_list("s") == {"k": "w", "other": "x"}
-    assert ledgerctl.left_files() == []
-
-
-def test_edit_refuses_to_overwrite_the_change_of_another(ledgerctl, client, editor):
-    client.write("s", "k", "v")
-    process = ledgerctl.start("edit", environment=editor.environment)
-    editor.wait_started()
-    client.write("s", "k", "x")
-    editor.go_on()
-    output, error = process.communicate(timeout=PATIENCE)
-    assert process.returncode == LOCAL
-    # What the user wrote is not lost.
-    (kept,) = ledgerctl.left_files()
-    assert error == (b"ledgerctl: key 'k' in section 's' has changed meanwhile; nothing changed\n"
-                     b"Your text is kept in %s\n" % os.fsencode(ledgerctl.folder / kept))
-    assert client.read("s", "k") == "x"
-    assert (ledgerctl.folder / kept).read_text().endswith("[s]\nk=w\n")
-
-
-@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP], ids=["SIGTERM", "SIGHUP"])
-def test_edit_that_is_ended_leaves_no_file(ledgerctl, client, editor, number):
-    client.write("s", "k", "v")
-    process = ledgerctl.start("edit", environment=editor.environment)
-    shell = editor.wait_started()
-    assert len(ledgerctl.left_files()) == 1
-    process.send_signal(number)
-    assert process.wait(PATIENCE) == -number
-    assert ledgerctl.left_files() == []
-    # The editor goes its own way.
-    os.kill(shell, signal.SIGKILL)
-    assert process.communicate(timeout=PATIENCE) == (b"", b"")
-    assert client.read("s", "k") == "v"
-
-
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGQUIT], ids=["SIGINT", "SIGQUIT"])
-def test_interrupted_edit_leaves_no_file(ledgerctl, client, editor, number):
-    """The terminal sends its signal to the editor too."""
-    client.write("s", "k", "v")
-    waiting = {"EDITOR": f"f() {{ echo $$ > '{editor.started}'; exec cat '{editor.gate}'; }}; f"}
-    process = ledgerctl.start("edit", environment=waiting, start_new_session=True)
-    shell = editor.wait_started()
-    wait_for(lambda: observe.status(shell)["Name"] == "cat", "the editor waits")
-    os.killpg(process.pid, number)
-    assert process.communicate(timeout=PATIENCE) == (b"", b"")
-    assert process.returncode == -number
-    assert ledgerctl.left_files() == []
-    assert client.read("s", "k") == "v"
-
-
-def test_editor_that_is_killed_leaves_no_file(ledgerctl, client, editor):
-    process = ledgerctl.start("edit", environment={"EDITOR": "kill -KILL $$;"})
-    assert process.communicate(timeout=PATIENCE) == (b"", b"ledgerctl: the editor failed; nothing changed\n")
-    assert process.returncode == LOCAL
-    assert ledgerctl.left_files() == []
-
-
-def test_editor_may_use_ctrl_c_for_itself(ledgerctl, client, editor):
-    client.write("s", "k", "v")
-    process = ledgerctl.start("edit", environment=editor.environment)
-    editor.wait_started()
-    process.send_signal(signal.SIGINT)
-    editor.go_on()
-    assert process.communicate(timeout=PATIENCE) == (b"- [s] k=v\n+ [s] k=w\n", b"")
-    assert process.returncode == 0
-
-
-@needs_strace
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM], ids=["SIGINT", "SIGTERM"])
-def test_dump_that_is_ended_leaves_the_old_file(ledgerctl, world, client, number):
-    """It is ended when the new file is written and not yet in its place."""
-    folder = world.path / "dumps"
-    folder.mkdir()
-    (folder / "file").write_text("old")
-    client.write("s", "k", "v")
-    name = signal.Signals(number).name
-    status, output, _ = ledgerctl.run("dump", str(folder / "file"), wrapper=(
-        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject=fsync:signal={name}:when=1"))
-    assert (status, output) == (-number, b"")
-    assert [path.name for path in folder.iterdir()] == ["file"]
-    assert (folder / "file").read_text() == "old"
-
-
-@needs_strace
-@pytest.mark.parametrize("call, error, text", [("fsync", "EIO", b"Input/output error"),
-                                               ("rename", "EXDEV", b"Invalid cross-device link")])
-def test_dump_that_fails_leaves_the_old_file(ledgerctl, world, client, call, error, text):
-    folder = world.path / "dumps"
-    folder.mkdir()
-    (folder / "file").write_text("old")
-    client.write("s", "k", "v")
-    status, output, message = ledgerctl.run("dump", str(folder / "file"), wrapper=(
-        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject={call}:error={error}:when=1"))
-    assert (status, output) == (LOCAL, b"")
-    assert message.startswith(b"ledgerctl: ") and message.endswith(b": " + text + b"\n"), message
-    assert [path.name for path in folder.iterdir()] == ["file"]
-    assert (folder / "file").read_text() == "old"
-
-
-@needs_strace
-def test_dumped_file_is_synced_before_it_is_renamed(ledgerctl, world, client):
-    file = world.path / "dump.json"
-    log = world.path / "calls"
-    ledgerctl.output("dump", str(file), wrapper=(
-        *observe.without_leak_check(), "strace", "-y", "-o", str(log), "-e", "trace=fsync,rename"))
-    calls = [line.split("(")[0] for line in log.read_text().splitlines() if re.match("fsync|rename", line)]
-    assert calls == ["fsync", "rename", "fsync"], log.read_text()
-    assert file.stat().st_mode & 0o777 == 0o666 & ~current_umask()
-
-
-def current_umask():
-    umask = os.umask(0o77)
-    os.umask(umask)
-    return umask
 
 
 def test_colours_are_for_terminals(ledgerctl, client):
