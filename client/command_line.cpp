@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdint>
+#include <cmath>
 
 #include "client/exit_status.h"
 #include "client/text_form.h"
@@ -83,21 +83,21 @@ void DeclareHelp(CLI::App& app, CommandLine&, RawOptions& raw) { app.add_option(
 
 struct VerbEntry {
   const char* name;
-  Verb verb;
   Declare declare;
+  Verb verb;
   bool takes_nul;
   bool takes_json;
 };
 
 constexpr VerbEntry kVerbs[] = {
-    {"get", Verb::Get, DeclareGet, true, true},           {"set", Verb::Set, DeclareSet, false, false},
-    {"exists", Verb::Exists, DeclareExists, false, true}, {"list", Verb::List, DeclareSection, true, true},
-    {"show", Verb::Show, DeclareSection, false, true},    {"unset", Verb::Unset, DeclareUnset, false, false},
-    {"clear", Verb::Clear, DeclareClear, false, false},   {"flush", Verb::Flush, DeclareFlush, false, false},
-    {"dump", Verb::Dump, DeclareDump, false, false},      {"load", Verb::Load, DeclareLoad, false, false},
-    {"edit", Verb::Edit, DeclareSection, false, false},   {"diff", Verb::Diff, DeclareDiff, false, false},
-    {"watch", Verb::Watch, DeclareWatch, false, false},   {"usage", Verb::Usage, DeclareNothing, false, true},
-    {"help", Verb::Help, DeclareHelp, false, false},
+    {"get", DeclareGet, Verb::Get, true, true},           {"set", DeclareSet, Verb::Set, false, false},
+    {"exists", DeclareExists, Verb::Exists, false, true}, {"list", DeclareSection, Verb::List, true, true},
+    {"show", DeclareSection, Verb::Show, false, true},    {"unset", DeclareUnset, Verb::Unset, false, false},
+    {"clear", DeclareClear, Verb::Clear, false, false},   {"flush", DeclareFlush, Verb::Flush, false, false},
+    {"dump", DeclareDump, Verb::Dump, false, false},      {"load", DeclareLoad, Verb::Load, false, false},
+    {"edit", DeclareSection, Verb::Edit, false, false},   {"diff", DeclareDiff, Verb::Diff, false, false},
+    {"watch", DeclareWatch, Verb::Watch, false, false},   {"usage", DeclareNothing, Verb::Usage, false, true},
+    {"help", DeclareHelp, Verb::Help, false, false},
 };
 
 const VerbEntry* FindVerb(const std::string& name) {
@@ -125,7 +125,7 @@ std::chrono::milliseconds ParseSeconds(const std::string& verb, const char* opti
   if (error != std::errc() || end != text.data() + text.size() || !(seconds >= kShortest && seconds <= kLongest)) {
     ThrowUsage(verb, std::string(option) + ": " + QuoteWord(text) + " is no number of seconds");
   }
-  return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000 + 0.5));
+  return std::chrono::milliseconds(std::lround(seconds * 1000));
 }
 
 // What the library says, in the words of the rest of the program. `left` is what it could make nothing of.
