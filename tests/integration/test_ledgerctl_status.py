@@ -160,6 +160,7 @@ def test_daemon_that_ends_while_it_is_asked(ledgerctl, world, daemon):
         process = ledgerctl.start("get", "s", "k")
         wait_for(calls, "the call is on its way")
         daemon.process.kill()
+        daemon.wait_end()
         output, error = process.communicate(timeout=PATIENCE)
     assert (process.returncode, output, error) == failure(
         NOT_RUNNING, b"the daemon is not running any more: it ended before it answered")
