@@ -4,6 +4,7 @@ import pathlib
 import re
 import shutil
 import signal
+import subprocess
 
 import pytest
 
@@ -42,8 +43,11 @@ class ActivatingMachine(NamespaceWorld):
         self.path.chmod(0o711)
         self.socket = self.path / "run" / "dbus" / "system_bus_socket"
         self.socket.parent.mkdir()
-        self.system_bus = self.spawn("dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog")
-        wait_for(self.socket.exists, "the bus listens")
+        self.system_bus = self.spawn("dbus-daemon", "--system", "--nofork", "--nopidfile", "--nosyslog",
+                                     "--print-address", stdout=subprocess.PIPE)
+        # The address is printed when the bus listens, and everybody may reach it.
+        with self.system_bus.process.stdout as address:
+            assert address.readline(), "the bus did not start"
 
     def daemon(self):
         """The daemon that the bus has started, once it is in the background."""

@@ -11,6 +11,7 @@ import sys
 import pytest
 
 import observe
+from harness import wait_for
 from namespace_world import SERVICE_NAME
 from observe import needs_strace
 
@@ -198,7 +199,7 @@ def test_failed_start_is_told(machine, init):
     machine.bus.close()
     status, printed = init("start")
     assert status == 1 and "failed" in printed
-    assert not daemons(machine)
+    wait_for(lambda: not daemons(machine), "the init has taken the status of what has ended")
     assert "ledgerd caught exception" in machine.take_log()
 
 
