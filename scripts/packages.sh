@@ -11,7 +11,7 @@ test_packages="babeltrace2 bash-completion clang clang-format clang-tidy cppchec
 bench_packages="binutils dconf-service libbenchmark-dev python3 valgrind xfconf"
 fuzz_packages="clang libclang-rt-14-dev llvm"
 page_packages="man-db mandoc scdoc"
-package_packages="debian-archive-keyring mmdebstrap python3 python3-dbus python3-pytest qemu-user-static"
+package_packages="binutils debian-archive-keyring mmdebstrap python3 python3-dbus python3-pytest qemu-user-static"
 
 # quietly COMMAND...: shows what a command printed only if it fails.
 quietly() {
