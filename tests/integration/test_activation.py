@@ -1,4 +1,4 @@
-"""A call starts the daemon: the bus as Debian configures it, without a service manager, by its own setuid helper."""
+"""A call starts the daemon: the bus as Debian configures it, without a service manager, by its own setuid launcher."""
 
 import pathlib
 import re
