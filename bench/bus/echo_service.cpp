@@ -5,18 +5,14 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <string>
+
+#include "bench/bus/connection.h"
 
 namespace {
 
 constexpr char kName[] = "com.example.Echo";
 constexpr char kPath[] = "/com/example/Echo";
-
-struct Unref {
-  void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Message = std::unique_ptr<DBusMessage, Unref>;
 
 const char* LastString(DBusMessage* call) {
   const char* text = "";
