@@ -145,9 +145,9 @@ class World:
         self.bus = make_bus(self.path)
         self.daemons = []
 
-    def start(self, *arguments, wait=True, wrapper=(), **popen_options):
+    def start(self, *arguments, wait=True, wrapper=(), environment=None, **popen_options):
         """Starts a daemon in the foreground, behind `wrapper` if given, and waits until it owns its name."""
-        daemon = Daemon(self, arguments or ("-d",), wrapper, popen_options)
+        daemon = Daemon(self, arguments or ("-d",), wrapper, environment or {}, popen_options)
         self.daemons.append(daemon)
         if wait:
             daemon.wait_ready()
@@ -179,11 +179,10 @@ class World:
 class Daemon:
     """One run of the daemon. What it prints must be taken by the test; see take_stderr."""
 
-    def __init__(self, world, arguments, wrapper, popen_options):
+    def __init__(self, world, arguments, wrapper, environment, popen_options):
         self.world = world
         self.stderr_path = world.path / f"stderr.{len(world.daemons)}"
         self.taken = 0
-        environment = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=world.bus.address)
         unshare = [*DIE_WITH_TEST, "unshare", "--mount", "--propagation", "private"]
         if os.geteuid() != 0:
             unshare.append("--map-root-user")
@@ -194,7 +193,7 @@ class Daemon:
             self.process = subprocess.Popen(
                 [*unshare, "--", "sh", "-c", ENTER_WORLD, "enter-world", str(world.path), *wrapper, str(world.binary),
                  *arguments],
-                env=environment, **popen_options)
+                env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": world.bus.address, **environment}, **popen_options)
 
     @property
     def pid(self):

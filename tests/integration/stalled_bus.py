@@ -1,6 +1,7 @@
-"""A bus that takes connections and does not answer, until it is told to."""
+"""A bus that takes connections and does not answer, until it is told to, or takes what it gets piece by piece."""
 
 import contextlib
+import math
 import socket
 import threading
 
@@ -17,13 +18,14 @@ class StalledBus:
         self.listener = socket.socket(socket.AF_UNIX)
         self.listener.bind(str(self.socket))
         self.listener.listen()
+        self.allowance = Allowance()
         self.ends = []
         self.threads = []
 
     def __enter__(self):
         return self
 
-    def release(self, most=None):
+    def release(self, most=math.inf):
         """Waits for a connection and lets it through to the real bus: for good, or until the client has sent `most`
         bytes."""
         self.listener.settimeout(PATIENCE)
@@ -33,11 +35,26 @@ class StalledBus:
         self.ends += [client, server]
         for end in (client, server):
             end.settimeout(None)
-        for source, sink, most_of_it in ((client, server, most), (server, client, None)):
-            self.threads.append(threading.Thread(target=pump, args=(source, sink, most_of_it), daemon=True))
+        self.allowance.set(most)
+        for source, sink, allowance in ((client, server, self.allowance), (server, client, Allowance(math.inf))):
+            self.threads.append(threading.Thread(target=pump, args=(source, sink, allowance), daemon=True))
             self.threads[-1].start()
 
+    def hold(self):
+        """From now on nothing of what the client sends comes through, but for what is on its way already."""
+        self.allowance.set(0)
+
+    def let_through(self, count):
+        """Waits until so many more bytes of the client have come through."""
+        self.allowance.set(count)
+        self.allowance.wait_until_used()
+
+    def go_on(self):
+        """Ends hold()."""
+        self.allowance.set(math.inf)
+
     def __exit__(self, *_):
+        self.go_on()
         for end in (self.listener, *self.ends):
             with contextlib.suppress(OSError):
                 end.shutdown(socket.SHUT_RDWR)
@@ -47,12 +64,37 @@ class StalledBus:
             end.close()
 
 
-def pump(source, sink, most):
-    sent = 0
+class Allowance:
+    """How many bytes may still go in one direction."""
+
+    def __init__(self, count=0):
+        self.count = count
+        self.changed = threading.Condition()
+
+    def set(self, count):
+        with self.changed:
+            self.count = count
+            self.changed.notify_all()
+
+    def use(self, count):
+        with self.changed:
+            self.count -= count
+            self.changed.notify_all()
+
+    def wait_until_some(self):
+        with self.changed:
+            self.changed.wait_for(lambda: self.count > 0)
+
+    def wait_until_used(self):
+        with self.changed:
+            assert self.changed.wait_for(lambda: self.count <= 0, PATIENCE), "the client sends no more"
+
+
+def pump(source, sink, allowance):
     with contextlib.suppress(OSError):
+        allowance.wait_until_some()
         while data := source.recv(65536):
             sink.sendall(data)
-            sent += len(data)
-            if most is not None and sent >= most:
-                return
+            allowance.use(len(data))
+            allowance.wait_until_some()
         sink.shutdown(socket.SHUT_RDWR)

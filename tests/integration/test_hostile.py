@@ -10,6 +10,7 @@ import pytest
 from harness import CAPACITY, ERROR_PREFIX, PATIENCE, is_sanitized, wait_for
 from observe import cpu_ticks, status
 from raw_client import ERROR, METHOD_RETURN, RawClient, pack_call
+from stalled_bus import StalledBus
 
 INVALID_NAME = (ERROR_PREFIX + "InvalidName", "Invalid Name")
 INVALID_JSON = (ERROR_PREFIX + "InvalidJson", "Invalid Json")
@@ -27,6 +28,9 @@ LONGEST_ERROR = 4000
 
 # A service that keeps some of what it was sent, or of what it answered, keeps it below this.
 MEMORY_GROWTH = 64 * MEGABYTE
+# More of the longest replies that there can be than the daemon may keep.
+LONG_REPLIES = 1000
+LONGEST_REPLY = 2 * CAPACITY
 # The most that a JSON text may cost, in its own lengths.
 JSON_MEMORY_FACTOR = 10
 
@@ -303,3 +307,26 @@ def test_replies_that_nobody_takes_do_not_fill_the_memory(world, daemon, client)
     assert client.read("s", "k") == "v" * 4000
     wait_until_idle(daemon)
     check_memory_growth(daemon, before, MEMORY_GROWTH)
+
+
+# A daemon that read calls while replies wait would make more than had just gone out, each time that some go out.
+@pytest.mark.bus_limits(max_replies_per_connection=2 * LONG_REPLIES)
+def test_replies_that_go_out_slowly_do_not_fill_the_memory(world):
+    with StalledBus(world) as bus:
+        daemon = world.start(wait=False, environment=bus.environment)
+        bus.release()
+        daemon.wait_ready()
+        client = world.client()
+        client.write("s", "k", '"' * (CAPACITY - len("[s]\nk=\n")))
+        before = peak_memory(daemon)
+        bus.hold()
+        hostile = RawClient(world.bus)
+        hostile.socket.sendall(b"".join(pack_call(number, "ReadAllJson") for number in range(2, LONG_REPLIES + 2)))
+        for _ in range(LONG_REPLIES // 4):
+            bus.let_through(LONGEST_REPLY)
+            wait_for(lambda: status(daemon.pid)["State"].startswith("S"), "the daemon waits to write again")
+        check_memory_growth(daemon, before, LONG_REPLIES * LONGEST_REPLY // 4)
+        hostile.close()
+        bus.go_on()
+        assert client.section_list() == ["s"]
+        daemon.stop()
