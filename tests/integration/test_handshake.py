@@ -84,3 +84,16 @@ def test_first_new_task_is_the_daemon(machine):
     assert blocked < order.index(fork)
     assert [call for call in calls_of(daemon.inner_pid) if call.startswith("kill(")] == [
         f"kill({starter}, SIGUSR1) = 0"]
+
+
+@needs_strace
+def test_daemon_is_ready_when_it_has_read_the_registry(machine):
+    trace = observe.Strace(machine, "-e", "trace=openat,kill")
+    daemon = machine.start(wrapper=trace.wrapper)
+
+    def index(call):
+        return next((i for i, line in enumerate(trace.lines()) if re.match(rf"{daemon.inner_pid} +{call}", line)), None)
+
+    report = r"kill\(\d+, SIGUSR1\)"
+    wait_for(lambda: index(report) is not None, "strace has seen the report")
+    assert index(r'openat\(.*/registry"') < index(report)

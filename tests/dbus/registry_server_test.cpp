@@ -1,0 +1,82 @@
+#include "dbus/registry_server.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "dbus/registry_errors.h"
+#include "fuzz/support/peer_bus.h"
+#include "tests/support/stores.h"
+
+namespace {
+
+using test_support::RecordingStore;
+
+constexpr char kBadName[] = "caf\xC3\xA9";
+
+// Called directly: replies over a bus would be the same without what the operations themselves translate.
+class RegistryServerOperation : public testing::Test {
+protected:
+  RegistryServer& Server() { return m_server; }
+
+  // What is written fails as `raise` does.
+  void FailWrites(std::function<void()> raise) {
+    m_server.Write("s", "k", "v");
+    m_store->OnWrite(std::move(raise));
+  }
+
+  void TearDown() override { m_store->OnWrite(nullptr); }
+
+  static void ExpectError(const char* name, const std::string& text, const std::function<void()>& operation) {
+    try {
+      operation();
+      ADD_FAILURE() << "nothing thrown, expected " << name;
+    } catch (const RegistryError& e) {
+      EXPECT_STREQ(e.name(), name);
+      EXPECT_EQ(e.message(), text);
+    }
+  }
+
+private:
+  const std::shared_ptr<RecordingStore> m_store = std::make_shared<RecordingStore>("", 100);
+  RegistryServer m_server{fuzz::PeerBus::Instance().ServedEnd(), m_store};
+};
+
+TEST_F(RegistryServerOperation, ThrowsTheErrorOfAnInvalidName) {
+  const std::vector<std::function<void()>> operations = {
+      [&] { Server().Read(kBadName, "k"); },      [&] { Server().Write("s", kBadName, "v"); },
+      [&] { Server().DeleteKey(kBadName, "k"); }, [&] { Server().DeleteSection(kBadName); },
+      [&] { Server().KeyExists("s", kBadName); }, [&] { Server().SectionExists(kBadName); },
+      [&] { Server().KeyList(kBadName); },        [&] { Server().WriteJson(R"({"caf\u00e9":{"k":"v"}})"); },
+  };
+  for (const std::function<void()>& operation : operations) {
+    ExpectError(RegistryError::kInvalidName, "Invalid Name", operation);
+  }
+}
+
+TEST_F(RegistryServerOperation, ThrowsTheErrorOfJsonOfTheWrongShape) {
+  ExpectError(RegistryError::kInvalidJson, "Invalid Json", [&] { Server().WriteJson("[]"); });
+}
+
+TEST_F(RegistryServerOperation, ThrowsTheErrorOfAFullRegistry) {
+  const std::string value(100, 'v');
+  ExpectError(RegistryError::kFull, "Full", [&] { Server().Write("s", "k", value); });
+  ExpectError(RegistryError::kFull, "Full", [&] { Server().WriteJson(R"({"s":{"k":")" + value + R"("}})"); });
+}
+
+TEST_F(RegistryServerOperation, ThrowsTheTextOfAnotherFailure) {
+  FailWrites([] { throw std::runtime_error("no medium"); });
+  ExpectError(RegistryError::kException, "no medium", [&] { Server().Flush(); });
+}
+
+TEST_F(RegistryServerOperation, ThrowsTheErrorOfAnInvalidNameForWhatIsNoException) {
+  FailWrites([] { throw 1; });
+  ExpectError(RegistryError::kInvalidName, "Unknown exception", [&] { Server().Flush(); });
+}
+
+}  // namespace
