@@ -2,6 +2,7 @@
 
 import collections
 import multiprocessing
+import os
 
 from harness import PATIENCE
 from raw_client import RawClient, pack_call
@@ -61,7 +62,8 @@ def send_long_texts(bus, service):
         yield
 
 
-def run(behaviour, bus, service, begun):
+def run(behaviour, bus, service, niceness, begun):
+    os.nice(niceness)
     for _ in behaviour(bus, service):
         begun.set()
 
@@ -69,10 +71,10 @@ def run(behaviour, bus, service, begun):
 class Neighbour:
     """Behaves like one of these within a `with` block, in which it has begun."""
 
-    def __init__(self, bus, service, behaviour):
+    def __init__(self, bus, service, behaviour, niceness=0):
         context = multiprocessing.get_context("fork")
         self.begun = context.Event()
-        self.process = context.Process(target=run, args=(behaviour, bus, service, self.begun), daemon=True)
+        self.process = context.Process(target=run, args=(behaviour, bus, service, niceness, self.begun), daemon=True)
 
     def __enter__(self):
         self.process.start()

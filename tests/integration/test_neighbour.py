@@ -1,5 +1,4 @@
-"""How long a well-behaved client waits beside one that is not. What the bus and the machine have to do with it is told
-by a control: the same burden on another service, that does next to nothing."""
+"""How long a well-behaved client waits beside one that is not."""
 
 import contextlib
 import subprocess
@@ -52,23 +51,44 @@ def control(world, request):
     process.wait()
 
 
-@pytest.mark.parametrize("behaviour", [never_read, flood, leave_abruptly, send_long_texts])
-def test_hostile_neighbour_delays_others_no_more_than_the_bus_does(world, daemon, client, control, behaviour):
+each_behaviour = pytest.mark.parametrize("behaviour", [never_read, flood, leave_abruptly, send_long_texts])
+
+
+@pytest.fixture
+def good(world, client):
     client.write("s", "k", "v")
-    good = RawClient(world.bus)
-    quiet = Waits(good, BUS_NAME)
-    print(f"{behaviour.__name__}: quiet {quiet}")
+    with contextlib.closing(RawClient(world.bus)) as good:
+        yield good
+    assert client.read("s", "k") == "v"
+
+
+@each_behaviour
+def test_hostile_neighbour_makes_others_wait_little(world, daemon, good, behaviour):
+    """The neighbour has the processor when nobody else wants it: what is left is the wait for the service."""
 
     def others_are_served():
         """Noise of the machine passes; what the daemon does to others stays."""
+        quiet = Waits(good, BUS_NAME)
+        with Neighbour(world.bus, BUS_NAME, behaviour, niceness=19):
+            burdened = Waits(good, BUS_NAME)
+        print(f"{behaviour.__name__}: quiet {quiet}; burdened {burdened}")
+        return burdened.percentile(99) < MOST_TIMES_QUIET * quiet.percentile(50)
+
+    wait_for(others_are_served, "others are served in time", patience=2 * PATIENCE)
+
+
+@each_behaviour
+def test_hostile_neighbour_that_wants_the_processor_delays_others_no_more_than_at_another_service(
+        world, daemon, good, control, behaviour):
+    """With more processes than processors each waits for its turn, at whatever service. What the bus and the machine
+    have to do with it is told by a control, which does next to nothing."""
+
+    def others_are_served():
         with Neighbour(world.bus, BUS_NAME, behaviour):
             burdened = Waits(good, BUS_NAME)
         with Neighbour(world.bus, control, behaviour):
             elsewhere = Waits(good, control)
         print(f"{behaviour.__name__}: burdened {burdened}; control {elsewhere}")
-        return burdened.percentile(99) < max(MOST_TIMES_QUIET * quiet.percentile(50),
-                                             MOST_TIMES_CONTROL * elsewhere.percentile(99))
+        return burdened.percentile(99) < MOST_TIMES_CONTROL * elsewhere.percentile(99)
 
     wait_for(others_are_served, "others are served in time", patience=2 * PATIENCE)
-    good.close()
-    assert client.read("s", "k") == "v"
