@@ -1,6 +1,7 @@
 // A condition variable that waits with any kind of lock, to a deadline on the monotonic clock.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <ctime>
@@ -20,7 +21,10 @@ public:
 
   template <typename Lock>
   void wait_until(Lock& lock, const timespec& deadline) {
-    const auto since_boot = std::chrono::seconds(deadline.tv_sec) + std::chrono::nanoseconds(deadline.tv_nsec);
+    // The steady clock counts nanoseconds in 64 bits, which end after 292 years.
+    constexpr auto kLastSecond = std::chrono::floor<std::chrono::seconds>(std::chrono::nanoseconds::max());
+    const auto seconds = std::min(std::chrono::seconds(deadline.tv_sec), kLastSecond - std::chrono::seconds(1));
+    const auto since_boot = seconds + std::chrono::nanoseconds(deadline.tv_nsec);
     m_condition.wait_until(lock, std::chrono::steady_clock::time_point(since_boot));
   }
 

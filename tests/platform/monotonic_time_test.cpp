@@ -57,6 +57,8 @@ TEST(AddMicroseconds, CarriesIntoTheSeconds) {
       {"whole second", {5, 999999999}, 1000000, {6, 999999999}},
       {"a minute", {5, 7}, 60000000, {65, 7}},
       {"more microseconds than 32 bits hold", {5, 7}, 4295000000, {4300, 7}},
+      {"from before the clock's start", {-5, 7}, 3000000, {-2, 7}},
+      {"from before the clock's start to behind it", {-5, 999999000}, 6000001, {2, 0}},
       {"up to the last second", {5, 7}, 2147483641000000, {2147483646, 7}},
   };
   for (const auto& row : rows) {
