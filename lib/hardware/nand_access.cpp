@@ -1,8 +1,10 @@
 #include "lib/hardware/nand_access.h"
 
+#include <algorithm>
+
 void NandAccess::EraseRange(std::uint32_t offset, std::uint32_t length) {
-  // In 64 bits, so that a range up to the end of the largest device ends.
-  const std::uint64_t end = std::uint64_t{offset} + length;
+  // In 64 bits, so that a range up to the end of the largest device ends, and never goes on at its beginning.
+  const std::uint64_t end = std::min(std::uint64_t{offset} + length, std::uint64_t{1} << 32);
   for (std::uint64_t block = offset; block < end; block += GetEraseSize()) {
     const auto start = static_cast<std::uint32_t>(block);
     if (!IsBadBlock(start)) {

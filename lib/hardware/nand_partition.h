@@ -5,9 +5,9 @@
 #include <string>
 
 struct NandPartition {
-  std::string path;          // of the character device
-  std::uint32_t size;        // bytes; the greatest number for one that does not fit
-  std::uint32_t erase_size;  // bytes, likewise
+  std::string path;              // of the character device
+  std::uint32_t size = 0;        // bytes; the greatest number for one that does not fit
+  std::uint32_t erase_size = 0;  // bytes, likewise
   std::string name;
 };
 

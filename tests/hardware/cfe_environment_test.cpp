@@ -182,12 +182,12 @@ TEST(CfeEnvironment, IsNowhereInAPartitionWithoutBlocks) {
 }
 
 TEST(CfeEnvironment, IsNowhereOnTheLargestDeviceWhenAllBlocksAreBad) {
-  FakeNand nand(0x55555555, 0xFFFFFFFF);
-  for (std::uint32_t block = 0; block < 3; ++block) {
-    nand.MarkBadBlock(block * 0x55555555);
-  }
+  // The offset behind the last block does not fit 32 bits.
+  FakeNand nand(0x80000000, 0xFFFFFFFF);
+  nand.MarkBadBlock(0);
+  nand.MarkBadBlock(0x80000000);
   ExpectRuntimeError("All CFE environment NAND blocks are bad", [&] { ReadCfeEnvironment(nand); });
-  EXPECT_THAT(nand.Calls(), ElementsAre("IsBadBlock 0", "IsBadBlock 1431655765", "IsBadBlock 2863311530"));
+  EXPECT_THAT(nand.Calls(), ElementsAre("IsBadBlock 0", "IsBadBlock 2147483648"));
 }
 
 TEST(CfeEnvironment, HasNoRecordsBehindWhatWasRead) {

@@ -82,6 +82,12 @@ TEST(NandAccess, ErasesUpToTheEndOfTheLargestDevice) {
                                         "EraseBlock 2147483648", "IsBadBlock 3221225472", "EraseBlock 3221225472"));
 }
 
+TEST(NandAccess, ErasesNothingBehindTheLargestDevice) {
+  FakeNand nand(0x40000000, 0xFFFFFFFF);
+  nand.EraseRange(0xC0000000, 0xC0000000);
+  EXPECT_THAT(nand.Calls(), ElementsAre("IsBadBlock 3221225472", "EraseBlock 3221225472"));
+}
+
 TEST(NandAccess, WritesABlockAsItWrites) {
   FakeNand nand(100, 300);
   EXPECT_EQ(nand.WriteBlock(100, "contents", 8), 8U);
