@@ -14,7 +14,9 @@ target_compile_options(ledgerd_options INTERFACE
 target_compile_definitions(ledgerd_options INTERFACE
   _FILE_OFFSET_BITS=64
   # Only header-only parts of Boost's thread library are used.
-  BOOST_ALL_NO_LIB)
+  BOOST_ALL_NO_LIB
+  # Its assertions, such as that of a mutex that cannot be unlocked, do not depend on NDEBUG either: assertion.cpp.
+  BOOST_ENABLE_ASSERT_HANDLER)
 
 if(LEDGERD_SANITIZE)
   # Function pointers come back from C libraries without type information, hence no "vptr" or "function" checks.
@@ -31,3 +33,9 @@ endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
+
+# The build that devices get: figures mean something there, and so do checks of the finished binaries.
+set(LEDGERD_AS_SHIPPED OFF)
+if(CMAKE_BUILD_TYPE STREQUAL MinSizeRel AND NOT LEDGERD_SANITIZE)
+  set(LEDGERD_AS_SHIPPED ON)
+endif()

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <boost/assert.hpp>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -76,6 +77,16 @@ bool ValidatePointer(const void* pointer, std::size_t alignment, const char* ker
 }
 
 }  // namespace bramble
+
+// What Boost's assertions call. Those in use are about mutexes: their creation, unlocking and destruction.
+void boost::assertion_failed(const char* expression, const char* function, const char* file, long line) {
+  bramble::AssertionFailed(file, static_cast<unsigned>(line), function, expression);
+}
+
+void boost::assertion_failed_msg(const char* expression, const char*, const char* function, const char* file,
+                                 long line) {
+  bramble::AssertionFailed(file, static_cast<unsigned>(line), function, expression);
+}
 
 // The C library's assertion entry points. Their names are reserved to the implementation, and taking them over is the
 // purpose: no library's assertion may bypass the kernel log.

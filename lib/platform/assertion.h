@@ -1,6 +1,7 @@
 // The program's assertion path. An impossible state is reported to the kernel log, which outlives the process on a
-// device without a console, and to a tracepoint; then the process aborts. It does not depend on NDEBUG. The C library's
-// own assertion entry points are defined here too, so that assert() in any linked library takes the same path.
+// device without a console, and to a tracepoint; then the process aborts. It does not depend on NDEBUG. The assertion
+// entry points of the C library and of Boost are defined here too, so that assert() in any linked library, and a mutex
+// that fails, take the same path.
 #pragma once
 
 #include <cstddef>
@@ -27,7 +28,7 @@ bool ValidatePointer(const void* pointer, std::size_t alignment, const char* ker
 
 }  // namespace bramble
 
-// Two levels, so that the reported expression has its macros expanded, as the C library's assert shows it.
+// Two levels, so that the reported expression has its macros expanded.
 #define BRAMBLE_ASSERT(expression) BRAMBLE_ASSERT_EXPANDED(expression)
 #define BRAMBLE_ASSERT_EXPANDED(expression) \
   ((expression) ? static_cast<void>(0)      \

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <boost/thread/recursive_mutex.hpp>
 #include <cassert>
 #include <cerrno>
 #include <csignal>
@@ -61,6 +62,9 @@ const Entry kEntries[] = {
     {"__assert_perror_fail", [] { __assert_perror_fail(EACCES, "b.c", 2, "g"); }, "b.c", 2, "g", "Permission denied",
      ""},
     {"__assert", [] { __assert("p != 0", "c.c", 3); }, "c.c", 3, "UNKNOWN", "p != 0", ""},
+    {"Boost's", [] { boost::assertion_failed("m", "int f()", "e.hpp", 5); }, "e.hpp", 5, "int f()", "m", ""},
+    {"Boost's with a message", [] { boost::assertion_failed_msg("m", "why", "f", "e.hpp", 6); }, "e.hpp", 6, "f", "m",
+     ""},
     {"AssertionFailed", [] { bramble::AssertionFailed("d.cpp", 4, "h", "e"); }, "d.cpp", 4, "h", "e", ""},
 };
 
@@ -102,6 +106,14 @@ TEST(Assertion, ReportsToStandardOutputWithoutAKernelLogAndAborts) {
     EXPECT_EQ(ReadTextFile(dir / "stdout"), std::string(entry.announcement) + "\r\nASSERT FAILED: " + entry.expression +
                                                 "\r\n" + Place(entry) + "\r\n\r\n");
   }
+}
+
+TEST(Assertion, IsWhatAMutexThatCannotBeUnlockedFails) {
+  test_support::ClearKernelLog();
+  // A thread sanitizer has something to say about it too.
+  EXPECT_EXIT(boost::recursive_mutex().unlock(), testing::KilledBySignal(SIGABRT), testing::_);
+  EXPECT_THAT(KernelLog(), testing::MatchesRegex("<2>User space assert from process [0-9]+: "
+                                                 "!.*pthread_mutex_unlock\\(&m\\)\nASSERT Executing .*\n"));
 }
 
 TEST(Assertion, EvaluatesAnExpressionThatHoldsOnce) {
