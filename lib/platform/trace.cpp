@@ -2,12 +2,21 @@
 
 #include <termios.h>
 
+#include <csignal>
+
 namespace bramble {
 namespace {
 
 void DrainStandardError() {
   std::fflush(stderr);
+  // Draining the terminal of another process group would stop the process, as it ends, by SIGTTOU.
+  sigset_t stopping;
+  sigset_t before;
+  ::sigemptyset(&stopping);
+  ::sigaddset(&stopping, SIGTTOU);
+  ::pthread_sigmask(SIG_BLOCK, &stopping, &before);
   ::tcdrain(::fileno(stderr));
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 }  // namespace

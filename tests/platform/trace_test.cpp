@@ -3,8 +3,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -102,6 +105,36 @@ TEST(StderrTrace, DestructorWritesAndDrainsStandardError) {
     EXPECT_EQ(err.Written(), "text");
     EXPECT_EQ(ReadTextFile(dir / "drains"), "2");
   });
+}
+
+// A shell with job control puts "ledgerd -d &" into such a group.
+TEST(StderrTrace, IsDrainedFromABackgroundProcessGroupOfItsTerminal) {
+  int terminal = -1;
+  const pid_t shell = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+  ASSERT_GE(shell, 0);
+  if (shell == 0) {
+    const pid_t background = ::fork();
+    if (background == 0) {
+      ::setpgid(0, 0);
+      { StderrTrace().Emit("text"); }
+      ::_exit(0);
+    }
+    ::setpgid(background, background);
+    int status = 0;
+    ::waitpid(background, &status, WUNTRACED);
+    ::kill(background, SIGKILL);
+    ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+  }
+  const FileDescriptor master(terminal);
+  std::string text;
+  // Ends with an error when nobody has the terminal open any more.
+  for (char byte; ::read(master.Get(), &byte, 1) == 1;) {
+    text += byte;
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(shell, &status, 0), shell);
+  EXPECT_EQ(text, "text");
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "stopped instead of draining";
 }
 
 TEST(OptionalTrace, KeepsItsSwitchAndAlwaysWrites) {
