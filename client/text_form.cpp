@@ -183,15 +183,25 @@ private:
 
 }  // namespace
 
-std::string PrintText(const RegistrySections& sections) {
-  std::string text;
+void PrintText(const RegistrySections& sections, const std::function<void(TextPart, const std::string&)>& print) {
+  bool first = true;
   for (const auto& [name, keys] : sections) {
-    text += text.empty() ? "" : "\n";
-    text += "[" + QuoteWord(name) + "]\n";
+    if (!first) {
+      print(TextPart::Other, "\n");
+    }
+    first = false;
+    print(TextPart::SectionName, "[" + QuoteWord(name) + "]");
+    print(TextPart::Other, "\n");
     for (const auto& [key, value] : keys) {
-      text += QuoteWord(key) + "=" + (value.empty() ? "" : QuoteWord(value)) + "\n";
+      print(TextPart::Key, QuoteWord(key));
+      print(TextPart::Other, "=" + (value.empty() ? "" : QuoteWord(value)) + "\n");
     }
   }
+}
+
+std::string PrintText(const RegistrySections& sections) {
+  std::string text;
+  PrintText(sections, [&](TextPart, const std::string& piece) { text += piece; });
   return text;
 }
 

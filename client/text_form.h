@@ -2,6 +2,7 @@
 // them and "edit" takes them.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -20,7 +21,12 @@ bool IsUtf8(std::string_view text);
 std::string ShownSection(std::string_view section);
 std::string ShownKey(std::string_view section, std::string_view key);
 
-/// The text form, ending in a line feed unless it is empty.
+enum class TextPart { SectionName, Key, Other };
+
+/// Hands the text form piece by piece to `print`, which may throw. It ends in a line feed unless it is empty.
+void PrintText(const RegistrySections& sections, const std::function<void(TextPart, const std::string&)>& print);
+
+/// The same in one piece.
 std::string PrintText(const RegistrySections& sections);
 
 /// Reads the text form. Blank lines and lines that begin with "#" are passed over; blanks around names and values

@@ -22,17 +22,18 @@ std::vector<std::string> Names(const CommandLine& command, Registry& registry) {
 }
 
 void PrintSections(const RegistrySections& sections, Output& output) {
-  const char* separator = "";
-  for (const auto& [name, keys] : sections) {
-    output.Write(separator);
-    separator = "\n";
-    output.WriteColoured(Colour::Bold, "[" + QuoteWord(name) + "]");
-    output.Write("\n");
-    for (const auto& [key, value] : keys) {
-      output.WriteColoured(Colour::Blue, QuoteWord(key));
-      output.Write("=" + (value.empty() ? "" : QuoteWord(value)) + "\n");
+  PrintText(sections, [&](TextPart part, const std::string& piece) {
+    switch (part) {
+      case TextPart::SectionName:
+        output.WriteColoured(Colour::Bold, piece);
+        break;
+      case TextPart::Key:
+        output.WriteColoured(Colour::Blue, piece);
+        break;
+      case TextPart::Other:
+        output.Write(piece);
     }
-  }
+  });
 }
 
 // Names can be as long as the registry.
