@@ -85,6 +85,7 @@ ExitStatus Edit(const CommandLine& command, Context& context) {
   TemporaryFile file = TemporaryFile::Private();
   file.WriteAndClose(kIntroduction + PrintText(seen));
   RunEditor(file.Path());
+  file.HoldWork();
   const std::string text = ReadDocument(file.Path());
   try {
     MergeText(command, seen, text, context);
@@ -92,7 +93,7 @@ ExitStatus Edit(const CommandLine& command, Context& context) {
     const Failure failure = CurrentFailure();
     const std::string path = file.Path();
     file.Keep();
-    throw Failure(failure.Status(), failure.what() + ("\nYour text is kept in " + path));
+    throw Failure(failure.Status(), std::string(failure.what()).append("\n").append(kKeptText).append(path));
   }
   return ExitStatus::Success;
 }

@@ -55,9 +55,9 @@ constexpr VerbHelp kVerbs[] = {
      "written but not synced can still be lost in a power cut.\n"
      "\n"
      "  --sync           then sync the file system that the file is on\n"},
-    {"dump", "[FILE]", "print the registry as JSON, or save it",
+    {"dump", "[FILE|-]", "print the registry as JSON, or save it",
      "An indented object of objects of strings. FILE is replaced in one step: it has\n"
-     "the old text or the new one, also after a power cut.\n"},
+     "the old text or the new one, also after a power cut. \"-\" is standard output.\n"},
     {"load", "[FILE|-] [--replace | --missing-only] [--dry-run]", "take in a JSON document",
      "Reads FILE or standard input: an object of objects of strings. A string sets a\n"
      "key, null deletes a key or section, what is not named stays. Either all of it\n"
@@ -70,8 +70,8 @@ constexpr VerbHelp kVerbs[] = {
     {"edit", "[SECTION]", "change the registry in an editor",
      "Opens $VISUAL, $EDITOR or vi on what \"show\" prints. Prints what was changed and\n"
      "changes that and nothing else, in one step, unless somebody else has changed the\n"
-     "same in the meantime. If that or anything else stops it, your text is kept, and\n"
-     "a message says where.\n"},
+     "same in the meantime. If that or anything else behind the editor stops it, your\n"
+     "text is kept, and a message says where.\n"},
     {"diff", "FILE", "compare the registry with a JSON document",
      "Prints what \"load --replace FILE\" would change: lines with \"-\" go, lines with\n"
      "\"+\" come. The exit status is 0 if there is nothing and 1 if there is. \"-\" reads\n"

@@ -18,9 +18,10 @@ namespace {
 
 // Written with the signals blocked that look at it.
 std::array<char, PATH_MAX> g_path;
+volatile std::sig_atomic_t g_holds_work = 0;
 
 extern "C" void OnEndingSignal(int signal) {
-  RemoveTemporaryFileNow();
+  SettleTemporaryFile();
   ::signal(signal, SIG_DFL);
   ::raise(signal);
 }
@@ -42,6 +43,7 @@ void Register(const std::string& path) {
   sigfillset(&all);
   ::sigprocmask(SIG_BLOCK, &all, &before);
   g_path[path.copy(g_path.data(), g_path.size() - 1)] = '\0';
+  g_holds_work = 0;
   ::sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
@@ -57,8 +59,12 @@ void SyncFolderOf(const std::string& path) {
 
 }  // namespace
 
-void RemoveTemporaryFileNow() noexcept {
-  if (g_path[0] != '\0') {
+void SettleTemporaryFile() noexcept {
+  if (g_holds_work != 0) {
+    for (const std::string_view part : {kKeptText, std::string_view(g_path.data()), std::string_view("\n")}) {
+      [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, part.data(), part.size());
+    }
+  } else if (g_path[0] != '\0') {
     ::unlink(g_path.data());
   }
 }
@@ -132,6 +138,8 @@ void TemporaryFile::RenameTo(const std::string& path) {
   Keep();
   SyncFolderOf(path);
 }
+
+void TemporaryFile::HoldWork() { g_holds_work = 1; }
 
 void TemporaryFile::Keep() {
   Register("");

@@ -1,7 +1,9 @@
-// The one temporary file that the program has at a time: removed at the end, and by the signals that end the program.
+// The one temporary file that the program has at a time: removed at the end, and by the signals that end the program
+// unless it holds somebody's work.
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "lib/platform/posix_helpers.h"
 
@@ -28,6 +30,9 @@ public:
   /// Puts the file in the place of `path`, synced. Throws Failure (Local).
   void RenameTo(const std::string& path);
 
+  /// From now on the file holds somebody's work: whatever ends the program leaves it and says where it is.
+  void HoldWork();
+
   /// Leaves the file where it is.
   void Keep();
 
@@ -38,7 +43,10 @@ private:
   bramble::FileDescriptor m_file;
 };
 
-/// For signal handlers.
-void RemoveTemporaryFileNow() noexcept;
+/// For signal handlers that end the program: removes the file or, if it holds somebody's work, says where it is.
+void SettleTemporaryFile() noexcept;
+
+/// Stands before the path.
+inline constexpr std::string_view kKeptText = "Your text is kept in ";
 
 }  // namespace ledgerctl

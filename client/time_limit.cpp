@@ -13,11 +13,11 @@ namespace ledgerctl {
 namespace {
 
 // What the handler prints; it may not allocate.
-std::string g_message;  // NOLINT(cert-err58-cpp)
+std::string g_message;
 
 extern "C" void OnTimeLimit(int) {
-  RemoveTemporaryFileNow();
   [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, g_message.data(), g_message.size());
+  SettleTemporaryFile();
   ::_exit(static_cast<int>(ExitStatus::NoAnswer));
 }
 

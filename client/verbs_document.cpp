@@ -49,7 +49,7 @@ ExitStatus Dump(const CommandLine& command, Context& context) {
   RegistrySections reachable = sections;
   Warn(DropUnreachable(reachable), context.messages);
   const std::string text = PrintIndentedJson(sections);
-  if (command.file) {
+  if (command.file && *command.file != "-") {
     ReplaceDocument(*command.file, text);
   } else {
     context.output.Write(text);

@@ -22,7 +22,8 @@ TEST_F(DocumentVerbs, DumpPrintsOrSaves) {
   const std::string json =
       "{\n  \"a\": {\n    \"k\": \"1\",\n    \"l\": \"2\"\n  },\n  \"b\": {\n    \"k\": \"3\"\n  }\n}\n";
   EXPECT_EQ(Run({"dump"}), Prints(json));
-  EXPECT_EQ(registry.TakeCalls(), (Calls{"ReadAllJson"}));
+  EXPECT_EQ(Run({"dump", "-"}), Prints(json));
+  EXPECT_EQ(registry.TakeCalls(), (Calls{"ReadAllJson", "ReadAllJson"}));
   EXPECT_EQ(Run({"dump", folder / "saved"}), Prints(""));
   EXPECT_EQ(test_support::ReadTextFile(folder / "saved"), json);
 }

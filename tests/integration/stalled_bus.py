@@ -40,9 +40,10 @@ class StalledBus:
             self.threads.append(threading.Thread(target=pump, args=(source, sink, allowance), daemon=True))
             self.threads[-1].start()
 
-    def hold(self):
-        """From now on nothing of what the client sends comes through, but for what is on its way already."""
-        self.allowance.set(0)
+    def hold(self, most=0):
+        """From now on nothing of what the client sends comes through, but for what is on its way already and `most`
+        bytes."""
+        self.allowance.set(most)
 
     def let_through(self, count):
         """Waits until so many more bytes of the client have come through."""

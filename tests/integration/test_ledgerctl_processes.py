@@ -11,7 +11,9 @@ import pytest
 import observe
 from harness import PATIENCE, wait_for
 from observe import needs_strace
+from stalled_bus import StalledBus
 
+NO_ANSWER = 8
 LOCAL = 10
 
 
@@ -106,11 +108,53 @@ def test_edit_refuses_to_overwrite_the_change_of_another(ledgerctl, client, edit
     output, error = process.communicate(timeout=PATIENCE)
     assert process.returncode == LOCAL
     # What the user wrote is not lost.
-    (kept,) = ledgerctl.left_files()
-    assert error == (b"ledgerctl: key 'k' in section 's' has changed meanwhile; nothing changed\n"
-                     b"Your text is kept in %s\n" % os.fsencode(ledgerctl.folder / kept))
+    text, note = kept_text(ledgerctl)
+    assert error == b"ledgerctl: key 'k' in section 's' has changed meanwhile; nothing changed\n" + note
     assert client.read("s", "k") == "x"
-    assert (ledgerctl.folder / kept).read_text().endswith("[s]\nk=w\n")
+    assert text.endswith("[s]\nk=w\n")
+
+
+def kept_text(ledgerctl):
+    """What an edit has left, and what it says of that."""
+    (kept,) = ledgerctl.left_files()
+    path = ledgerctl.folder / kept
+    return path.read_text(), b"Your text is kept in %s\n" % os.fsencode(path)
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT], ids=["SIGTERM", "SIGINT"])
+def test_edit_that_is_ended_behind_the_editor_keeps_the_text(ledgerctl, daemon, client, editor, number):
+    client.write("s", "k", "v")
+    process = ledgerctl.start("edit", environment=editor.environment)
+    editor.wait_started()
+    daemon.signal(signal.SIGSTOP)
+    editor.go_on()
+    assert process.stdout.readline() == b"- [s] k=v\n"
+    process.send_signal(number)
+    _, error = process.communicate(timeout=PATIENCE)
+    daemon.signal(signal.SIGCONT)
+    assert process.returncode == -number
+    text, note = kept_text(ledgerctl)
+    assert text.endswith("[s]\nk=w\n")
+    assert error == note
+
+
+def test_edit_that_the_bus_does_not_take_keeps_the_text(ledgerctl, world, client):
+    """libdbus waits without a bound until such a call is out."""
+    client.write("s", "k", "v")
+    editor = Editor(world)
+    longer = {"EDITOR": editor.environment["EDITOR"].replace("; }", "; head -c 8388608 /dev/zero | tr '\\0' y >> $1; }")}
+    with StalledBus(world) as bus:
+        process = ledgerctl.start("--timeout", "1", "edit", environment={**longer, **bus.environment})
+        bus.release()
+        editor.wait_started()
+        # The look for changes of others comes through.
+        bus.hold(most=1)
+        editor.go_on()
+        _, error = process.communicate(timeout=PATIENCE)
+    assert process.returncode == NO_ANSWER
+    text, note = kept_text(ledgerctl)
+    assert text.endswith("y")
+    assert error == b"ledgerctl: no answer in 1 s\n" + note
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP], ids=["SIGTERM", "SIGHUP"])
