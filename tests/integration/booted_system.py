@@ -54,6 +54,19 @@ def cgroup_of_test():
     return pathlib.Path(folders[0] + own[0]) if folders and own else None
 
 
+def remove_cgroup(path):
+    """Waits until a system has ended, and removes its cgroup: that can go when the last of its processes has."""
+    def removed():
+        try:
+            for folder, _, _ in os.walk(path, topdown=False):
+                os.rmdir(folder)
+        except OSError:
+            return False
+        return True
+
+    wait_for(removed, "the system has ended")
+
+
 def can_boot():
     folder = cgroup_of_test()
     return (os.geteuid() == 0 and folder is not None and os.access(folder, os.W_OK) and
@@ -152,15 +165,6 @@ class BootedSystem:
     def close(self):
         self.outside.kill()
         self.outside.wait()
-        # A cgroup can go when the last of its processes has.
-        wait_for(self.remove_cgroups, "the system has ended")
+        remove_cgroup(self.cgroup)
         self.kernel_log.close()
         self.tree.close()
-
-    def remove_cgroups(self):
-        try:
-            for folder, _, _ in os.walk(self.cgroup, topdown=False):
-                os.rmdir(folder)
-        except OSError:
-            return False
-        return True

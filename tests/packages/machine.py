@@ -175,15 +175,6 @@ class Machine:
         self.tree.close()
 
     def remove_cgroup(self):
-        """A cgroup can go when the last of its processes has."""
-        def removed():
-            try:
-                for folder, _, _ in os.walk(self.cgroup, topdown=False):
-                    os.rmdir(folder)
-            except OSError:
-                return False
-            return True
-
         if self.cgroup is not None:
-            wait_for(removed, "the system has ended")
+            booted_system.remove_cgroup(self.cgroup)
             self.cgroup = None
