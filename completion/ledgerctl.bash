@@ -1,4 +1,4 @@
-# Completion of ledgerctl for bash. Sections and keys are asked of the running daemon; without one there are none.
+# Completion of ledgerctl for bash. Sections and keys are asked of the daemon; the bus may start it for that.
 # shellcheck shell=bash
 
 # _ledgerctl_names [SECTION]: adds the names that begin with the word in hand.

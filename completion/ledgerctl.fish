@@ -1,4 +1,4 @@
-# Completion of ledgerctl for fish. Sections and keys are asked of the running daemon; without one there are none.
+# Completion of ledgerctl for fish. Sections and keys are asked of the daemon; the bus may start it for that.
 
 # The words before the cursor that are no options: the verb, then its arguments.
 function __ledgerctl_words
