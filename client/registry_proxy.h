@@ -11,9 +11,10 @@ namespace ledgerctl {
 
 /// Connects when it is first called; one thread. The bus starts the daemon if it is configured to.
 ///
-/// Operations throw Registry::InvalidName, InvalidJson and Full where the daemon answers so, else Failure: Usage for an
-/// argument that D-Bus cannot carry (a NUL byte, or no UTF-8), NotRunning, Denied, NoAnswer, and DaemonError with the
-/// text of any other error. A daemon or a bus that takes no calls ends the program; see TimeLimit.
+/// Operations throw Registry::Full where the daemon answers so, else Failure: InvalidName and NotADocument for the
+/// daemon's other refusals, Usage for an argument that D-Bus cannot carry (a NUL byte, or no UTF-8), NotRunning,
+/// Denied, NoAnswer, and DaemonError with the text of any other error. A daemon or a bus that takes no calls ends
+/// the program; see TimeLimit.
 class RegistryProxy : public Registry {
 public:
   /// `timeout` holds for each call; `shown_timeout` is how messages name it, in seconds.

@@ -6,9 +6,9 @@
 
 namespace ledgerctl {
 
-/// While it lives the program has that much time, on the wall clock's rate. Then it prints
-/// "ledgerctl: no answer in N s", removes its temporary file unless that holds work, and exits with NoAnswer. libdbus waits without a bound where a bus takes the
-/// connection and then does not read. One object at a time.
+/// While it lives the program has that much time, on the wall clock's rate. Then it prints "ledgerctl: no answer in
+/// N s", removes its temporary file unless that holds work, and exits with NoAnswer. libdbus waits without a bound
+/// where a bus takes the connection and then does not read. One object at a time.
 class TimeLimit {
 public:
   /// `time` is the limit, `shown` the N of the message.

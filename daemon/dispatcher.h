@@ -18,7 +18,8 @@ public:
   /// through.
   void enter() override;
 
-  /// Makes enter() return after the message in hand. Async-signal-safe, any number of times, at any time.
+  /// Makes enter() return after the messages that have been read, some 4 KB at most. Async-signal-safe, any number of
+  /// times, at any time.
   void leave() override;
 
   /// Whether enter() returned because the bus closed the connection.

@@ -14,8 +14,9 @@
 /// Read returns the file's text up to its first NUL byte. A file that is missing reads as the empty text, and so does
 /// one that cannot be read, with a line on standard error; only exceptions that are no ErrnoException leave it.
 ///
-/// Write throws Full, with the file untouched, or bramble::ErrnoException, with the old file in place and no temporary
-/// file left. The new file has the mode given here, not the old file's.
+/// Write throws Full, with the file untouched, or bramble::ErrnoException, with the old file in place and no
+/// temporary file left. The new file has the mode given here, not the old file's; only where a crash has left a
+/// temporary file does it keep that one's.
 class FileStore : public PersistentStore {
 public:
   /// `capacity` is in bytes; `mode` is subject to the umask. The file is not touched. Throws std::bad_alloc.

@@ -45,7 +45,7 @@ public:
     std::size_t key_count;
   };
 
-  /// Throws JsonSyntaxError, std::bad_alloc.
+  /// Throws JsonSyntaxError, std::length_error for a text of some gigabytes, std::bad_alloc.
   static JsonDocument Parse(const std::string& text);
 
   /// Replaces each name by `normalise` of it, which must not be longer, and orders both levels by the new names.
@@ -67,7 +67,7 @@ public:
 private:
   class Reader;
 
-  // Offsets into m_text, which is no longer than the JSON text; half the size of a string view.
+  // Offsets into m_text, which the parser lets grow no further than they reach; half the size of a string view.
   struct Slice {
     std::uint32_t offset = 0;
     std::uint32_t size = 0;

@@ -49,8 +49,9 @@ void write_all_throw(int fd, const void* buffer, std::size_t length);
 std::string ReadFile(const std::string& path);
 
 /// Replaces the file's contents in one step: readers, and a crash of the process, see the old text or the new one.
-/// The text is written to "<path>~~new" with `mode` (subject to the umask) and renamed over `path`. It is not synced: a
-/// power cut can lose it. Throws ErrnoException, after which the old file is still in place and the new one removed.
+/// The text is written to "<path>~~new" and renamed over `path`. A new file has `mode` (subject to the umask); one
+/// that a crash has left keeps its own. It is not synced: a power cut can lose it. Throws ErrnoException, after
+/// which the old file is still in place and the new one removed.
 void ReplaceFile(const std::string& path, const std::string& text, mode_t mode);
 
 }  // namespace bramble

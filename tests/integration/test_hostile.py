@@ -280,6 +280,15 @@ def test_failed_calls_leave_nothing_in_the_memory(world, call):
     raw.close()
 
 
+def test_stray_sections_fail_the_next_change_and_go_with_it(world, daemon, victim):
+    """Deliberately a refused key leaves its new section behind."""
+    for letter in "abc":
+        assert victim.error("Write", letter * CAPACITY, "\u00e9", "v") == INVALID_NAME
+    assert victim.section_exists("a" * CAPACITY)
+    assert victim.error("DeleteKey", "s", "k") == FULL
+    assert victim.section_list() == ["s"]
+
+
 @pytest.mark.bus_limits(max_replies_per_connection=2 * CALLS)
 def test_client_that_never_reads_does_not_keep_others_from_being_served(world, daemon, victim):
     before = peak_memory(daemon)

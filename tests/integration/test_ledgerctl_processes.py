@@ -142,7 +142,8 @@ def test_edit_that_the_bus_does_not_take_keeps_the_text(ledgerctl, world, client
     """libdbus waits without a bound until such a call is out."""
     client.write("s", "k", "v")
     editor = Editor(world)
-    longer = {"EDITOR": editor.environment["EDITOR"].replace("; }", "; head -c 8388608 /dev/zero | tr '\\0' y >> $1; }")}
+    lengthen = "head -c 8388608 /dev/zero | tr '\\0' y >> $1"
+    longer = {"EDITOR": editor.environment["EDITOR"].replace("; }", f"; {lengthen}; }}")}
     with StalledBus(world) as bus:
         process = ledgerctl.start("--timeout", "1", "edit", environment={**longer, **bus.environment})
         bus.release()

@@ -245,8 +245,10 @@ TEST_F(FileStoreWrite, GivesTheNewFileItsOwnMode) {
 
 TEST_F(FileStoreWrite, TakesALeftOverTemporaryFile) {
   WriteTextFile(m_temporary, "left over from a crash, and longer than the new text");
+  std::filesystem::permissions(m_temporary, std::filesystem::perms(0640));
   StoreAt(m_path)->Write("new");
   EXPECT_EQ(ReadTextFile(m_path), "new");
+  EXPECT_EQ(std::filesystem::status(m_path).permissions(), std::filesystem::perms(0640)) << "its own";
   EXPECT_FALSE(Exists(m_temporary));
 }
 

@@ -159,6 +159,7 @@ TEST(JsonDocumentLimits, TakesMemoryOfASmallMultipleOfTheText) {
       {"nested arrays", "", "[", "", 1, 6, "syntax error"},
       {"pairs of arrays at the top", "[0", ",[]", "]", 2, 4, "invalid JSON"},
       {"members in a key", R"({"s":{"k":{"":0)", R"(,"a":{})", "}}}", 1, 4, "invalid JSON"},
+      {"keys with numbers that print longer", R"({"s":{"k":0)", R"(,"":1e14)", "}}", 1, 8, "invalid JSON"},
       {"equal keys", R"({"s":{"k":"v")", R"(,"k":"v")", "}}", 1, 8, "accepted"},
       {"equal sections", R"({"s":{"k":"v"})", R"(,"s":{})", "}", 1, 8, "accepted"},
       {"different keys", R"({"s":{"k":"v")", R"(,"#":"v")", "}}", 1, 8, "full"},
