@@ -34,7 +34,7 @@ _ledgerctl() {
       skip=0
     elif [[ $word == --timeout || $word == --default || $word == -i ]]; then
       skip=1
-    elif [[ $word == -?* && $verb$word != *-- ]]; then
+    elif [[ $word == -?* && $word != -- ]]; then
       :
     elif [[ $word == -- ]]; then
       :

@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "lib/platform/posix_helpers.h"
+#include "tests/platform/bounded_wait.h"
+#include "tests/platform/threads.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -79,7 +81,10 @@ TEST_F(DispatcherTest, LeaveAnyNumberOfTimesNeitherBlocksNorThrows) {
 }
 
 TEST_F(DispatcherTest, LeaveFromAnotherThreadWakesTheLoop) {
-  std::thread leaver([this] { m_dispatcher.leave(); });
+  std::thread leaver([this, looping = ::gettid()] {
+    EXPECT_TRUE(test_platform::WaitUntil([looping] { return test_platform::Sleeps(looping); }));
+    m_dispatcher.leave();
+  });
   m_dispatcher.enter();
   leaver.join();
 }
@@ -87,8 +92,10 @@ TEST_F(DispatcherTest, LeaveFromAnotherThreadWakesTheLoop) {
 TEST_F(DispatcherTest, LeaveFromASignalHandlerWakesTheLoop) {
   g_dispatcher_for_signals = &m_dispatcher;
   const auto old_handler = std::signal(SIGUSR1, [](int) { g_dispatcher_for_signals->leave(); });
-  const pthread_t looping = ::pthread_self();
-  std::thread sender([&] { ::pthread_kill(looping, SIGUSR1); });
+  std::thread sender([looping = ::pthread_self(), task = ::gettid()] {
+    EXPECT_TRUE(test_platform::WaitUntil([task] { return test_platform::Sleeps(task); }));
+    ::pthread_kill(looping, SIGUSR1);
+  });
   m_dispatcher.enter();
   sender.join();
   std::signal(SIGUSR1, old_handler);

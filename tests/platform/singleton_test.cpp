@@ -76,6 +76,14 @@ TEST(Singleton, EndsTheProcessWhenThereIsNone) {
   EXPECT_ASSERTION(Thing::GetInstance(), "ValidatePointer(sm_instance, kAlignment)", kFile, kGetInstance);
 }
 
+TEST(Singleton, IsMissedInTwoRecordsOfTheKernelLog) {
+  test_support::LastingKernelLog log;
+  EXPECT_EXIT(Thing::GetInstance(), testing::KilledBySignal(SIGABRT), "");
+  EXPECT_THAT(log.Take(), testing::MatchesRegex("<2>Pointer validation failed for \\(nil\\)\n"
+                                                "<2>User space assert from process [0-9]+: [^\n]*\n"
+                                                "ASSERT Executing [^\n]*\n"));
+}
+
 TEST(Singleton, EndsTheProcessWhenThereIsASecond) {
   const Thing thing;
   EXPECT_ASSERTION(Thing(), "sm_instance == __null", kFile, kConstructor);

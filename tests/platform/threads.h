@@ -1,5 +1,7 @@
-// The names of the process's threads, as the kernel knows them.
+// The names and states of the process's threads, as the kernel knows them.
 #pragma once
+
+#include <sys/types.h>
 
 #include <filesystem>
 #include <fstream>
@@ -27,6 +29,15 @@ inline bool HasThreadNamed(const std::string& name) {
     }
   }
   return false;
+}
+
+/// Whether a thread of this process waits for something.
+inline bool Sleeps(pid_t thread) {
+  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string stat;
+  std::getline(file, stat);
+  const std::size_t end_of_name = stat.rfind(')');
+  return end_of_name != std::string::npos && stat.compare(end_of_name, 3, ") S") == 0;
 }
 
 }  // namespace test_platform
