@@ -3,11 +3,9 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 

@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cmath>
 

@@ -1,7 +1,5 @@
 #include "client/help.h"
 
-#include <string_view>
-
 namespace ledgerctl {
 namespace {
 

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <limits>
 #include <nlohmann/json.hpp>
-#include <utility>
 
 #include "lib/platform/escape.h"
 #include "lib/platform/string_operations.h"

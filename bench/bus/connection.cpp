@@ -1,6 +1,7 @@
 #include "bench/bus/connection.h"
 
 #include <stdexcept>
+#include <string>
 
 Message NewCall(const char* service, const char* path, const char* interface, const char* member) {
   return Message(dbus_message_new_method_call(service, path, interface, member));

@@ -5,7 +5,6 @@
 #include <dbus/dbus.h>
 
 #include <memory>
-#include <string>
 
 struct MessageUnref {
   void operator()(DBusMessage* message) const { dbus_message_unref(message); }

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <stdexcept>
-#include <utility>
 
 namespace fuzz {
 namespace {

@@ -1,7 +1,6 @@
 // The features that the bits of the hardware flags grant, and the devices that they stand for.
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 /// The number of a bit in the hardware flags, 0 the least significant. The bits from NoDecode4K to DisablePacketCapture

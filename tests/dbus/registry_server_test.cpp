@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <memory>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>

@@ -2,7 +2,6 @@
 // others erased when it starts.
 #include <cstdio>
 #include <exception>
-#include <string>
 #include <vector>
 
 #include "lib/hardware/nand_access.h"

@@ -1,7 +1,6 @@
 // The bootloader environment as it lies in flash.
 #pragma once
 
-#include <cstddef>
 #include <string>
 
 #include "lib/hardware/cfe_environment.h"

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "lib/hardware/hardware_config.h"
 #include "tests/hardware/cfe_block.h"

@@ -6,7 +6,6 @@
 #include <array>
 #include <boost/thread/exceptions.hpp>
 #include <cerrno>
-#include <csignal>
 #include <cstdint>
 #include <new>
 #include <stdexcept>

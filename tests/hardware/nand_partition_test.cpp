@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 
 #include "tests/support/bound_over.h"

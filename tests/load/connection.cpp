@@ -1,5 +1,7 @@
 #include "tests/load/connection.h"
 
+#include <memory>
+
 namespace {
 
 constexpr char kName[] = "com.tavimesh.Registry";

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <memory>
 #include <stdexcept>
 #include <string>
 

@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <limits>
-#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>

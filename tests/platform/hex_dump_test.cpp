@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "tests/platform/recording_trace.h"
 

@@ -7,7 +7,6 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
-#include <string>
 
 #include "lib/platform/errno_exception.h"
 #include "lib/platform/lazy_persistent_store.h"

@@ -10,7 +10,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 
 #include "lib/platform/lazy_persistent_store.h"
 #include "tests/platform/bounded_wait.h"

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstdarg>
-#include <cstdint>
 #include <string>
 #include <thread>
 #include <vector>

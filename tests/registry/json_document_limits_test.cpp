@@ -3,7 +3,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "registry/json_document.h"
 #include "tests/registry/back_end_fixture.h"

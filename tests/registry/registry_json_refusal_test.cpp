@@ -1,10 +1,8 @@
 // The imports that are refused, which must change nothing; and the one failure that leaves the merge standing.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "lib/platform/errno_exception.h"
 #include "tests/registry/back_end_fixture.h"

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <functional>
 #include <new>
-#include <stdexcept>
 #include <string>
 #include <vector>
 

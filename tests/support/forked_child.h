@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdint>
 #include <exception>
 #include <functional>
 #include <string>
