@@ -1,6 +1,7 @@
 #include "lib/platform/condition_variable.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <boost/thread/recursive_mutex.hpp>
 #include <cstdint>
@@ -11,6 +12,7 @@
 
 #include "lib/platform/monotonic_time.h"
 #include "tests/platform/bounded_wait.h"
+#include "tests/platform/threads.h"
 
 using bramble::AddMicroseconds;
 using bramble::get_monotonic_time;
@@ -106,7 +108,8 @@ TYPED_TEST(ConditionVariable, WakesEveryWaiter) {
 TYPED_TEST(ConditionVariable, WaitsForADeadlineThatNeverComesUntilItIsNotified) {
   const timespec deadline = AddMicroseconds(get_monotonic_time(), std::numeric_limits<std::uint64_t>::max());
   typename TestFixture::Lock lock(this->m_mutex);
-  std::thread notifier([this] {
+  std::thread notifier([this, waiting = ::gettid()] {
+    EXPECT_TRUE(test_platform::WaitUntil([waiting] { return test_platform::Sleeps(waiting); }));
     const typename TestFixture::Lock notifier_lock(this->m_mutex);
     this->m_flag = true;
     this->m_condition.notify_all();
