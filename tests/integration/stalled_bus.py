@@ -41,7 +41,7 @@ class StalledBus:
             self.threads[-1].start()
 
     def hold(self, most=0):
-        """From now on nothing of what the client sends comes through, but for what is on its way already and `most`
+        """From now on nothing of what the client sends comes through, but for the piece that holds its next `most`
         bytes."""
         self.allowance.set(most)
 
@@ -93,9 +93,8 @@ class Allowance:
 
 def pump(source, sink, allowance):
     with contextlib.suppress(OSError):
-        allowance.wait_until_some()
         while data := source.recv(65536):
+            allowance.wait_until_some()
             sink.sendall(data)
             allowance.use(len(data))
-            allowance.wait_until_some()
         sink.shutdown(socket.SHUT_RDWR)
