@@ -34,9 +34,7 @@ _ledgerctl() {
       skip=0
     elif [[ $word == --timeout || $word == --default || $word == -i ]]; then
       skip=1
-    elif [[ $word == -?* && $word != -- ]]; then
-      :
-    elif [[ $word == -- ]]; then
+    elif [[ $word == -?* ]]; then
       :
     elif [ -z "$verb" ]; then
       verb=$word

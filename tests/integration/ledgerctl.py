@@ -8,6 +8,9 @@ import threading
 from harness import BUS_NAME, DIE_WITH_TEST, ENTER_WORLD, PATIENCE
 from raw_client import ERROR, ERROR_NAME_FIELD, METHOD_CALL, METHOD_RETURN, REPLY_SERIAL_FIELD, RawClient, pack_call
 
+# Exit statuses.
+MISSING, USAGE, INVALID_NAME, NO_DOCUMENT, FULL, NOT_RUNNING, DENIED, NO_ANSWER, DAEMON_ERROR, LOCAL = range(1, 11)
+
 
 class Ledgerctl:
     """`environment` is added to the test's own; `folder` is where the client makes its temporary files."""

@@ -15,7 +15,7 @@ import pytest
 
 import observe
 from harness import PATIENCE
-from ledgerctl import fake_daemon
+from ledgerctl import LOCAL, fake_daemon
 from model import parse, serialise
 from observe import needs_strace
 from raw_client import MEMBER_FIELD
@@ -23,7 +23,6 @@ from raw_client import MEMBER_FIELD
 SEED = int(os.environ.get("LEDGERD_TEST_SEED", "20240811"))
 ALPHABET = "abcz019 =%[]\r\n\t\"\\'$#./-\x00\x01\x1b\x7f"
 MORE_IN_VALUES = "AZ\u00e9\u20ac\U0001f3b5"
-LOCAL = 10
 
 
 def random_text(source, alphabet):

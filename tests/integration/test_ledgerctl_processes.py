@@ -10,11 +10,9 @@ import pytest
 
 import observe
 from harness import PATIENCE, wait_for
+from ledgerctl import LOCAL, NO_ANSWER
 from observe import needs_strace
 from stalled_bus import StalledBus
-
-NO_ANSWER = 8
-LOCAL = 10
 
 
 def start_watching(ledgerctl, client):

@@ -10,12 +10,11 @@ import pytest
 
 import observe
 from harness import BUS_NAME, ERROR_PREFIX, PATIENCE, wait_for
-from ledgerctl import Ledgerctl, fake_daemon
+from ledgerctl import (DAEMON_ERROR, DENIED, FULL, INVALID_NAME, LOCAL, MISSING, NO_ANSWER, NO_DOCUMENT, NOT_RUNNING,
+                       USAGE, Ledgerctl, fake_daemon)
 from namespace_world import as_user, needs_root, NOBODY_ELSE
 from observe import needs_strace
 from stalled_bus import StalledBus
-
-MISSING, USAGE, INVALID_NAME, NO_DOCUMENT, FULL, NOT_RUNNING, DENIED, NO_ANSWER, DAEMON_ERROR, LOCAL = range(1, 11)
 
 REFUSED = '  <policy context="default"><deny send_destination="com.tavimesh.Registry"/></policy>\n'
 FULL_TEXT = b"registry full (16383 bytes); nothing changed"

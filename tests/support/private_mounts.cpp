@@ -80,27 +80,6 @@ std::string KernelLog() {
 
 void ClearKernelLog() { std::ofstream(kKernelLog, std::ios::trunc); }
 
-LastingKernelLog::LastingKernelLog() : m_fifo(g_stand_in + ".fifo") {
-  if (::mkfifo(m_fifo.c_str(), 0600) != 0) {
-    Die(m_fifo.c_str());
-  }
-  m_reader = ::open(m_fifo.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  BindOver(m_fifo, kKernelLog);
-}
-
-LastingKernelLog::~LastingKernelLog() {
-  ::umount2(kKernelLog, MNT_DETACH);
-  ::close(m_reader);
-  ::unlink(m_fifo.c_str());
-}
-
-std::string LastingKernelLog::Take() {
-  std::string text(4096, '\0');
-  const ssize_t length = ::read(m_reader, text.data(), text.size());
-  text.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-  return text;
-}
-
 UnopenableKernelLog::UnopenableKernelLog() : m_socket(g_stand_in + ".socket") {
   if (::mknod(m_socket.c_str(), S_IFSOCK | 0600, 0) != 0) {
     Die(m_socket.c_str());

@@ -16,22 +16,6 @@ void LeavePrivateMounts();
 std::string KernelLog();
 void ClearKernelLog();
 
-/// While it lives, /dev/kmsg keeps all that is written to it, as the kernel's does: a FIFO lies over it.
-class LastingKernelLog {
-public:
-  LastingKernelLog();
-  ~LastingKernelLog();
-  LastingKernelLog(const LastingKernelLog&) = delete;
-  LastingKernelLog& operator=(const LastingKernelLog&) = delete;
-
-  /// What was written since the last call.
-  std::string Take();
-
-private:
-  std::string m_fifo;
-  int m_reader;
-};
-
 /// While it lives, /dev/kmsg cannot be opened: a socket lies over it.
 class UnopenableKernelLog {
 public:
