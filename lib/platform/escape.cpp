@@ -4,6 +4,8 @@
 #include <cstddef>
 
 #include "lib/platform/assertion.h"
+#include "lib/platform/hex_text.h"
+#include "lib/platform/string_operations.h"
 
 namespace escape {
 namespace {
@@ -19,6 +21,9 @@ void AppendEscapedByte(std::string& output, char byte) {
 constexpr ByteSet kNotPrintable =
     ByteSet::Where([](unsigned char byte) { return byte < 0x20 || byte > 0x7E || byte == '%'; });
 
+constexpr ByteSet kOctal =
+    ByteSet::Where([](unsigned char byte) { return byte < 0x20 || byte > 0x7E || byte == '\\'; });
+
 constexpr ByteSet kNotAscii = ByteSet::Where([](unsigned char byte) { return byte >= 0x80; });
 
 std::string EscapeCopy(const std::string& input, const ByteSet& set) {
@@ -28,17 +33,25 @@ std::string EscapeCopy(const std::string& input, const ByteSet& set) {
   return output;
 }
 
-unsigned HexDigitValue(char digit) {
-  if (digit >= '0' && digit <= '9') {
-    return static_cast<unsigned>(digit - '0');
+// A byte that is no digit counts as 0.
+int DigitOrZero(char digit) { return std::max(bramble::HexDigitValue(digit), 0); }
+
+// Null for a byte that XML text holds as it is.
+const char* XmlEntity(char byte) {
+  switch (byte) {
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '&':
+      return "&amp;";
+    case '\'':
+      return "&apos;";
+    case '"':
+      return "&quot;";
+    default:
+      return nullptr;
   }
-  if (digit >= 'a' && digit <= 'f') {
-    return static_cast<unsigned>(digit - 'a' + 10);
-  }
-  if (digit >= 'A' && digit <= 'F') {
-    return static_cast<unsigned>(digit - 'A' + 10);
-  }
-  return 0;
 }
 
 }  // namespace
@@ -79,7 +92,7 @@ std::string UnescapeCopy(const std::string& input) {
     if (next + 2 >= input.size()) {
       position = next + 1;
     } else {
-      output += static_cast<char>(HexDigitValue(input[next + 1]) << 4 | HexDigitValue(input[next + 2]));
+      output += static_cast<char>(DigitOrZero(input[next + 1]) << 4 | DigitOrZero(input[next + 2]));
       position = next + 3;
     }
   }
@@ -88,5 +101,31 @@ std::string UnescapeCopy(const std::string& input) {
 std::string PrintableCopy(const std::string& input) { return EscapeCopy(input, kNotPrintable); }
 
 std::string AsciiCopy(const std::string& input) { return EscapeCopy(input, kNotAscii); }
+
+std::string XmlCopy(const std::string& input) {
+  std::string output;
+  output.reserve(input.size());
+  for (const char byte : input) {
+    if (const char* const entity = XmlEntity(byte)) {
+      output += entity;
+    } else {
+      output += byte;
+    }
+  }
+  return output;
+}
+
+std::string OctalCopy(const std::string& input) {
+  std::string output;
+  output.reserve(input.size());
+  for (const char byte : input) {
+    if (kOctal.Contains(byte)) {
+      output += bramble::strprintf("\\%03o", static_cast<unsigned char>(byte));
+    } else {
+      output += byte;
+    }
+  }
+  return output;
+}
 
 }  // namespace escape

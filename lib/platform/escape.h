@@ -1,4 +1,5 @@
-// Percent escaping of chosen bytes, its inverse, and two forms of it that make any bytes safe to show.
+// Percent escaping of chosen bytes, its inverse, and two forms of it that make any bytes safe to show; XML and octal
+// escaping.
 #pragma once
 
 #include <array>
@@ -55,5 +56,13 @@ std::string PrintableCopy(const std::string& input);
 /// Returns `input` with every byte of 0x80 or above percent-escaped and all others as they are: always valid UTF-8, and
 /// unchanged for ASCII text, but not reversible. Throws std::bad_alloc.
 std::string AsciiCopy(const std::string& input);
+
+/// Returns `input` with the five characters that XML reserves written as "&lt;", "&gt;", "&amp;", "&apos;" and
+/// "&quot;": fit for XML text and attribute values if its other characters are. Throws std::bad_alloc.
+std::string XmlCopy(const std::string& input);
+
+/// Returns `input` with the backslash and every byte but printable ASCII written as a backslash and three octal digits.
+/// Throws std::bad_alloc.
+std::string OctalCopy(const std::string& input);
 
 }  // namespace escape

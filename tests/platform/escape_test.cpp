@@ -8,8 +8,10 @@ using escape::AppendEscaped;
 using escape::AsciiCopy;
 using escape::ByteSet;
 using escape::EscapeCopy;
+using escape::OctalCopy;
 using escape::PrintableCopy;
 using escape::UnescapeCopy;
+using escape::XmlCopy;
 using namespace std::string_literals;
 
 namespace {
@@ -166,4 +168,43 @@ TEST(AsciiCopy, EscapesTheHighHalfOnly) {
     EXPECT_EQ(AsciiCopy(row.input), row.output);
   }
   EXPECT_EQ(AsciiCopy(AllBytes().substr(0, 128)), AllBytes().substr(0, 128));
+}
+
+TEST(XmlCopy, EscapesTheFiveReservedCharactersOnly) {
+  const struct {
+    const char* name;
+    std::string input;
+    std::string output;
+  } rows[] = {
+      {"all five", "<>&'\"", "&lt;&gt;&amp;&apos;&quot;"},
+      {"element", "<a b=\"c\">it's</a>", "&lt;a b=&quot;c&quot;&gt;it&apos;s&lt;/a&gt;"},
+      {"entity is not recognised", "&lt;", "&amp;lt;"},
+      {"NUL, control characters, UTF-8", "\0\n\x7f\xc3\xa4"s, "\0\n\x7f\xc3\xa4"s},
+      {"empty", "", ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(XmlCopy(row.input), row.output);
+  }
+}
+
+TEST(OctalCopy, LeavesOnlyPrintableAsciiWithoutTheBackslash) {
+  const struct {
+    const char* name;
+    std::string input;
+    std::string output;
+  } rows[] = {
+      {"limits of printable ASCII", "\x1f ~\x7f", "\\037 ~\\177"},
+      {"backslash", "a\\n", "a\\134n"},
+      {"its neighbours", "[]", "[]"},
+      {"digit after it", "\n7", "\\0127"},
+      {"limits of all bytes", "\0\xff"s, "\\000\\377"},
+      {"UTF-8", "\xc3\xa4", "\\303\\244"},
+      {"conversions", "%s", "%s"},
+      {"empty", "", ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(OctalCopy(row.input), row.output);
+  }
 }
