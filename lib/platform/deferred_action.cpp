@@ -60,8 +60,9 @@ void DeferredAction::Run(const std::string& thread_name) {
     } else {
       m_wake.wait(lock);
     }
-    // The deadline counts as passed strictly after it.
-    if (!m_stop && m_scheduled && IsBefore(m_deadline, get_monotonic_time())) {
+    // The deadline counts as passed strictly after it. An action that is due runs also when the destructor has already
+    // asked the worker to stop.
+    if (m_scheduled && IsBefore(m_deadline, get_monotonic_time())) {
       m_scheduled = false;
       m_action();
     }

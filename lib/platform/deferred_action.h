@@ -20,8 +20,8 @@ public:
   /// not be held by a caller of the destructor. Throws std::system_error if no thread can be started.
   DeferredAction(boost::recursive_mutex& owner_lock, boost::function<void()> action, const std::string& name);
 
-  /// Stops and joins the worker; an armed deadline is dropped. Waits for an action that is running. The worker itself
-  /// must not destroy the object.
+  /// Stops and joins the worker. Waits for an action that is running, and for one whose deadline has passed while the
+  /// worker waited for it. A deadline that has not passed is dropped. The worker itself must not destroy the object.
   ~DeferredAction();
 
   DeferredAction(const DeferredAction&) = delete;

@@ -263,6 +263,34 @@ TEST(DeferredAction, DestructorEndsTheWorkerAndDropsTheDeadline) {
   lock.unlock();
 }
 
+TEST(DeferredAction, DestructorRunsAnActionThatIsDue) {
+  const timespec now = bramble::get_monotonic_time();
+  FakeClock clock(now);
+  boost::recursive_mutex lock;
+  EventLog runs;
+  std::optional<DeferredAction> action;
+  action.emplace(
+      lock,
+      [&] {
+        // The worker goes from here into its wait, without another look at the clock.
+        if (runs.Count() == 0) {
+          action->Schedule(kNever);
+        }
+        runs.Record();
+      },
+      "Test");
+  action->Schedule(0);
+  clock.Set(AddMicroseconds(now, 1));
+  ASSERT_TRUE(runs.WaitFor(1));
+  {
+    // Free only while the worker waits; in real time it would wait for the whole hour.
+    const boost::unique_lock<boost::recursive_mutex> guard(lock);
+    clock.Set(AddMicroseconds(now, 2 * kNever));
+  }
+  action.reset();
+  EXPECT_EQ(runs.Count(), 2U);
+}
+
 TEST(DeferredAction, DestructorWaitsForARunningAction) {
   boost::recursive_mutex lock;
   EventLog entered;
