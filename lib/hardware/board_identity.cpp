@@ -1,20 +1,20 @@
 #include "lib/hardware/board_identity.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <limits>
 #include <sstream>
 
+#include "lib/hardware/automatic_base.h"
 #include "lib/platform/errno_exception.h"
 #include "lib/platform/posix_helpers.h"
 
 namespace {
 
-// An unsigned number as the device's 32-bit strtoul reads it, on any machine: automatic base, trailing junk ignored,
-// and the greatest number for one that does not fit.
+// An unsigned number as a 32-bit strtoul reads it, on any machine: automatic base, trailing junk ignored, a minus sign
+// negates modulo 2^32, and a magnitude of 2^32 or more gives the greatest number whatever the sign.
 std::uint32_t ParseNumber(const std::string& value) {
   constexpr unsigned long long kGreatest = std::numeric_limits<std::uint32_t>::max();
-  const unsigned long long number = std::strtoull(value.c_str(), nullptr, 0);
+  const unsigned long long number = ParseUnsigned(value);
   const unsigned long long magnitude = value.front() == '-' ? 0 - number : number;
   return static_cast<std::uint32_t>(magnitude > kGreatest ? kGreatest : number);
 }

@@ -1,8 +1,8 @@
 #include "lib/hardware/hardware_config.h"
 
 #include <cstdio>
-#include <cstdlib>
 
+#include "lib/hardware/automatic_base.h"
 #include "lib/platform/safe_print.h"
 
 namespace {
@@ -22,7 +22,7 @@ std::string Variable(const CfeEnvironment& environment, const char* name) {
 // A variable that is absent grants every feature, one that is present but empty grants none: deliberate.
 std::uint64_t ParseHardwareFlags(const CfeEnvironment& environment) {
   const auto found = environment.find("PW_HWFLAGS");
-  return found == environment.end() ? ~std::uint64_t{0} : std::strtoull(found->second.c_str(), nullptr, 0);
+  return found == environment.end() ? ~std::uint64_t{0} : ParseUnsigned(found->second);
 }
 
 }  // namespace
@@ -34,7 +34,9 @@ HardwareConfig::HardwareConfig(const char* board_identity_path, const std::funct
   ApplyEnvironment(environment());
 }
 
-bool HardwareConfig::HasFeature(HardwareFeature feature) const { return (m_hardware_flags & Bit(feature)) != 0; }
+bool HardwareConfig::HasFeature(HardwareFeature feature) const {
+  return static_cast<unsigned>(feature) < kHardwareFlagBits && (m_hardware_flags & Bit(feature)) != 0;
+}
 
 std::string HardwareConfig::GetRegistryPath() const { return kRegistryPath; }
 

@@ -35,6 +35,7 @@ public:
   bool HasSecureBoot() const { return m_secure_boot; }
   std::string GetSecureId() const { return m_secure_id; }
 
+  /// False for a bit that the flags do not have (64 and above).
   bool HasFeature(HardwareFeature feature) const;
 
   /// Where the registry is stored; the same on every board.

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr unsigned kFlagBits = 64;
-
 // In the order of the bits.
 constexpr const char* kNames[] = {
     "HDMI",
@@ -56,5 +54,5 @@ std::string HardwareFeatureName(unsigned bit) {
   if (bit < std::size(kNames)) {
     return kNames[bit];
   }
-  return bit < kFlagBits ? bramble::strprintf("Unknown bit %u", bit) : "Unknown feature";
+  return bit < kHardwareFlagBits ? bramble::strprintf("Unknown bit %u", bit) : "Unknown feature";
 }

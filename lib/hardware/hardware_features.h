@@ -3,6 +3,8 @@
 
 #include <string>
 
+constexpr unsigned kHardwareFlagBits = 64;
+
 /// The number of a bit in the hardware flags, 0 the least significant. The bits from NoDecode4K to DisablePacketCapture
 /// are negative: a set bit removes or restricts something.
 enum class HardwareFeature : unsigned {

@@ -188,6 +188,7 @@ TEST(BoardIdentity, ParsesNumbersOfAnyBase) {
       {"upper case", "0X2A", 42},
       {"octal", "052", 42},
       {"not octal", "08", 0},
+      {"not binary", "0b11", 0},
       {"prefix alone", "0x", 0},
       {"trailing junk", "42nd", 42},
       {"junk", "junk", 0},
@@ -198,6 +199,9 @@ TEST(BoardIdentity, ParsesNumbersOfAnyBase) {
       {"above the greatest signed", "2147483648", INT32_MIN},
       {"greatest", "4294967295", -1},
       {"greatest in hexadecimal", "0xFFFFFFFF", -1},
+      {"negative of the greatest signed", "-2147483647", -2147483647},
+      {"negative above it", "-2147483648", INT32_MIN},
+      {"negative of the greatest", "-4294967295", 1},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -209,7 +213,10 @@ TEST(BoardIdentity, ParsesNumbersOfAnyBase) {
 }
 
 TEST(BoardIdentity, TakesANumberThatDoesNotFitForTheGreatest) {
-  for (const std::string value : {"4294967296", "0x100000000", "99999999999999999999999"}) {
+  // As a strtoul of 32 bits does; one of 64 bits would negate the first four of the negative ones.
+  for (const std::string value :
+       {"4294967296", "0x100000000", "99999999999999999999999", "-4294967296", "-4294967297", "-8589934592",
+        "-18446744073709551615", "-18446744073709551616", "-99999999999999999999999"}) {
     SCOPED_TRACE(value);
     EXPECT_EQ(ParseBoardIdentity("ID: " + value).board_id, -1);
     EXPECT_TRUE(ParseBoardIdentity("Secure-keys: " + value).secure_keys);

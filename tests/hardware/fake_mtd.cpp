@@ -61,7 +61,7 @@ int FakeMtd::Answer(int fd, unsigned long request, void* argument) {
     }
     case MEMGETBADBLOCK:
       m_requests.push_back(Describe("MEMGETBADBLOCK", {Offset(argument)}));
-      return bad_blocks.count(Offset(argument)) != 0 ? 1 : 0;
+      return bad_blocks.count(Offset(argument)) != 0 ? bad_block_answer : 0;
     case MEMSETBADBLOCK:
       m_requests.push_back(Describe("MEMSETBADBLOCK", {Offset(argument)}));
       bad_blocks.insert(Offset(argument));
@@ -86,8 +86,16 @@ int FakeMtd::Answer(int fd, unsigned long request, void* argument) {
 
 }  // namespace test_hardware
 
-// The linker's names for the double and for the function behind it.
+// The linker's names for the doubles and for the functions that they replace.
 extern "C" {
+
+ssize_t __real_read(int fd, void* buffer, std::size_t length);
+
+ssize_t __wrap_read(int fd, void* buffer, std::size_t length);
+ssize_t __wrap_read(int fd, void* buffer, std::size_t length) {
+  using test_hardware::g_fake_mtd;
+  return __real_read(fd, buffer, g_fake_mtd != nullptr ? std::min(length, g_fake_mtd->longest_read) : length);
+}
 
 int __real_ioctl(int fd, unsigned long request, void* argument);
 

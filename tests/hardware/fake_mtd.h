@@ -1,6 +1,7 @@
 // Answers the control requests of NAND devices, so that an ordinary file can stand in for one.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <set>
@@ -10,7 +11,7 @@
 namespace test_hardware {
 
 /// While it lives, ioctl on any descriptor goes to it; the linker puts it in front of the C library's. Reading, writing
-/// and seeking are the file's own.
+/// and seeking are the file's own, but reads may be short.
 class FakeMtd {
 public:
   struct Geometry {
@@ -27,6 +28,10 @@ public:
 
   /// Blocks, by their first byte, that are bad.
   std::set<std::uint64_t> bad_blocks;
+  /// The answer to the question about one of them.
+  int bad_block_answer = 1;
+  /// The most bytes that a read of any file delivers at once.
+  std::size_t longest_read = SIZE_MAX;
   /// What the spare area of every page holds.
   std::vector<unsigned char> spare;
   /// Called at the beginning of each request, if set, on the thread that makes it.

@@ -150,42 +150,6 @@ TEST(HardwareConfigEnvironment, NamesTheModelWithTheConnectorExactly) {
   }
 }
 
-TEST(HardwareConfigEnvironment, ParsesFlagsOfAnyBase) {
-  const struct {
-    const char* name;
-    const char* value;
-    std::uint64_t flags;
-  } rows[] = {
-      {"hexadecimal", "0x31", 0x31},
-      {"octal", "061", 0x31},
-      {"decimal", "49", 0x31},
-      {"upper case", "0XAB", 0xAB},
-      {"trailing junk", "49zzz", 49},
-      {"plus", "+49", 49},
-      {"blank in front", " 49", 49},
-      {"negative", "-1", kAll},
-      {"above 32 bits", "0x3F00000000", 0x3F00000000},
-      {"highest bit", "0x8000000000000000", 0x8000000000000000},
-      {"greatest", "18446744073709551615", kAll},
-      {"too great", "18446744073709551616", kAll},
-      {"far too great", "0xFFFFFFFFFFFFFFFFFFFF", kAll},
-  };
-  const CapturedStderr silent;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(Flags({{"PW_FORMAT", "1"}, {"PW_HWFLAGS", row.value}}), row.flags);
-  }
-}
-
-TEST(HardwareConfigEnvironment, TakesFlagsThatCannotBeParsedForZero) {
-  for (const char* value : {"junk", "0", "0x", "00", "08", "-", "zero", "=1", " "}) {
-    SCOPED_TRACE(value);
-    CapturedStderr captured;
-    EXPECT_EQ(Flags({{"PW_FORMAT", "1"}, {"PW_HWFLAGS", value}}), 0U);
-    EXPECT_EQ(captured.Take(), kZero);
-  }
-}
-
 TEST(HardwareConfigEnvironment, IsNotValidInAnotherFormat) {
   for (const char* format : {"", "0", "01", "1 ", " 1", "2", "11", "1\n", "0x1"}) {
     SCOPED_TRACE(format);
