@@ -8,8 +8,7 @@
 #include "lib/hardware/nand_access.h"
 
 /// Opens the MTD device at `path` for reading and synchronous writing. The usable size is the device's, or `size` if
-/// that is less; it must be a whole number of erase blocks, anything else is an assertion
-/// failure. The device is closed
+/// that is less; it must be a whole number of erase blocks, anything else is an assertion failure. The device is closed
 /// with the last owner. Throws bramble::ErrnoException (with the path if it cannot be opened).
 ///
 /// Read and Write throw bramble::ErrnoException with the contexts "NandBlockAccess::Read", "NandBlockAccess::Write"

@@ -3,8 +3,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <mtd/mtd-user.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -29,6 +32,14 @@ using test_support::TempDir;
 using test_support::WriteTextFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+// The numbers of the requests are the kernel's interface. Only MEMREADOOB has a pointer in its argument, and so another
+// number where pointers have 64 bits.
+static_assert(MEMGETINFO == 0x80204D01);
+static_assert(MEMERASE == 0x40084D02);
+static_assert(MEMREADOOB == (sizeof(void*) == 4 ? 0xC00C4D04 : 0xC0104D04));
+static_assert(MEMGETBADBLOCK == 0x40084D0B);
+static_assert(MEMSETBADBLOCK == 0x40084D0C);
 
 namespace {
 
@@ -75,6 +86,7 @@ TEST_F(LinuxNandAccessTest, UsesTheSmallerOfTheDevicesSizeAndTheGiven) {
       {"larger", kSize + kBlock, kSize},
       {"larger by no whole block", kSize + 1, kSize},
       {"greatest", SIZE_MAX, kSize},
+      {"the greatest power of two", SIZE_MAX - SIZE_MAX / 2, kSize},
       {"smaller", kSize - kBlock, kSize - kBlock},
       {"one block", kBlock, kBlock},
       {"none", 0, 0},
@@ -93,6 +105,16 @@ TEST_F(LinuxNandAccessTest, AsksWhetherABlockIsBad) {
   EXPECT_TRUE(nand->IsBadBlock(kFarBlock));
   EXPECT_THAT(m_mtd.TakeRequests(),
               ElementsAre("MEMGETBADBLOCK 0", "MEMGETBADBLOCK 4096", "MEMGETBADBLOCK 4294963200"));
+}
+
+TEST_F(LinuxNandAccessTest, TakesAnyAnswerButZeroForABadBlock) {
+  const auto nand = Open();
+  m_mtd.bad_blocks = {0};
+  for (const int answer : {1, 2, 256, 65536, INT_MAX}) {
+    SCOPED_TRACE(answer);
+    m_mtd.bad_block_answer = answer;
+    EXPECT_TRUE(nand->IsBadBlock(0));
+  }
 }
 
 TEST_F(LinuxNandAccessTest, MarksABlockBad) {
@@ -174,6 +196,13 @@ TEST_F(LinuxNandAccessTest, Reads) {
     EXPECT_EQ(buffer.substr(row.read), std::string(buffer.size() - row.read, '?'));
   }
   EXPECT_THAT(m_mtd.TakeRequests(), IsEmpty());
+}
+
+TEST_F(LinuxNandAccessTest, GoesOnAfterAShortRead) {
+  const auto nand = Open();
+  m_mtd.longest_read = 3;
+  EXPECT_EQ(ReadText(*nand, kBlock, 10), Contents().substr(kBlock, 10));
+  EXPECT_EQ(ReadText(*nand, kSize - 10, kBlock), Contents().substr(kSize - 10)) << "up to the end";
 }
 
 TEST_F(LinuxNandAccessTest, Writes) {
