@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <boost/thread/mutex.hpp>
 #include <boost/thread/recursive_mutex.hpp>
 #include <cassert>
 #include <cerrno>
@@ -83,7 +84,25 @@ void ExpectAbort(const Entry& entry, const TempDir& dir) {
       testing::KilledBySignal(SIGABRT), test_support::PrintsExactly(""));
 }
 
+// What the tracepoint was fired with, and what the kernel log held by then; null while nobody asks.
+std::string* g_fired = nullptr;
+
 }  // namespace
+
+// The linker's names for the double and for the tracepoint's function, bramble::FireTracepoint(const char*, int).
+extern "C" {
+
+void __real__ZN7bramble14FireTracepointEPKci(const char* desc, int value) noexcept;
+
+void __wrap__ZN7bramble14FireTracepointEPKci(const char* desc, int value) noexcept;
+void __wrap__ZN7bramble14FireTracepointEPKci(const char* desc, int value) noexcept {
+  if (g_fired != nullptr) {
+    *g_fired += std::string(desc) + " " + std::to_string(value) + ", log '" + KernelLog() + "'";
+  }
+  __real__ZN7bramble14FireTracepointEPKci(desc, value);
+}
+
+}  // extern "C"
 
 TEST(Assertion, ReportsToTheKernelLogAndAborts) {
   for (const Entry& entry : kEntries) {
@@ -108,12 +127,24 @@ TEST(Assertion, ReportsToStandardOutputWithoutAKernelLogAndAborts) {
   }
 }
 
-TEST(Assertion, IsWhatAMutexThatCannotBeUnlockedFails) {
-  test_support::ClearKernelLog();
-  // A thread sanitizer has something to say about it too.
-  EXPECT_EXIT(boost::recursive_mutex().unlock(), testing::KilledBySignal(SIGABRT), testing::_);
-  EXPECT_THAT(KernelLog(), testing::MatchesRegex("<2>User space assert from process [0-9]+: "
-                                                 "!.*pthread_mutex_unlock\\(&m\\)\nASSERT Executing .*\n"));
+TEST(Assertion, IsWhatAMisusedMutexFails) {
+  const struct {
+    const char* name;
+    void (*misuse)();
+    const char* call;
+  } rows[] = {
+      {"unlocked though not locked", [] { boost::recursive_mutex().unlock(); }, "unlock"},
+      {"destroyed while locked", [] { boost::mutex().lock(); }, "destroy"},
+      {"recursive, destroyed while locked", [] { boost::recursive_mutex().lock(); }, "destroy"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    test_support::ClearKernelLog();
+    // A thread sanitizer has something to say about it too.
+    EXPECT_EXIT(row.misuse(), testing::KilledBySignal(SIGABRT), testing::_);
+    EXPECT_THAT(KernelLog(), testing::MatchesRegex("<2>User space assert from process [0-9]+: !.*pthread_mutex_" +
+                                                   std::string(row.call) + "\\(&m\\)\nASSERT Executing .*\n"));
+  }
 }
 
 TEST(Assertion, EvaluatesAnExpressionThatHoldsOnce) {
@@ -134,6 +165,25 @@ TEST(ReportAssertion, WritesToTheGivenLogAndReturns) {
                                            ": x %s\nASSERT Executing a.cpp:12:f\n");
   EXPECT_EQ(KernelLog(), "");
   EXPECT_EQ(test_platform::CountDescriptors(), descriptors);
+}
+
+TEST(ReportAssertion, FiresTheTracepointFirstInBothForms) {
+  const struct {
+    const char* name;
+    void (*report)();
+  } rows[] = {
+      {"plain", [] { bramble::ReportAssertion("a.cpp", 12, "f", "x"); }},
+      {"with a message", [] { bramble::ReportAssertionWithMessage("a.cpp", 12, "f", "x", "m"); }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    test_support::ClearKernelLog();
+    std::string fired;
+    g_fired = &fired;
+    row.report();
+    g_fired = nullptr;
+    EXPECT_EQ(fired, "ASRT 12, log ''");
+  }
 }
 
 TEST(ReportAssertion, WritesToTheKernelLogByDefault) {

@@ -1,15 +1,23 @@
 #include "lib/platform/memory_trace.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
+#include <boost/thread/exceptions.hpp>
+#include <cerrno>
+#include <csignal>
 #include <cstdarg>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/platform/bounded_wait.h"
 #include "tests/support/aborts.h"
+#include "tests/support/emulation.h"
+#include "tests/support/private_mounts.h"
 #include "tests/support/wrapped_calls.h"
 
 using bramble::MemoryTrace;
@@ -27,7 +35,29 @@ constexpr timespec kNow{5, 678999999};
   va_end(args);
 }
 
+// What locking and unlocking a mutex gives on this thread, 0 for what it really gives.
+thread_local int t_lock_error = 0;
+thread_local int t_unlock_error = 0;
+
 }  // namespace
+
+// The linker's names for the doubles and for the functions that they replace.
+extern "C" {
+
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  return t_lock_error != 0 ? t_lock_error : __real_pthread_mutex_lock(mutex);
+}
+
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+  return t_unlock_error != 0 ? t_unlock_error : __real_pthread_mutex_unlock(mutex);
+}
+
+}  // extern "C"
 
 TEST(MemoryTrace, IsEmptyBeforeTheFirstText) { EXPECT_EQ(MemoryTrace(16).Contents(), ""); }
 
@@ -144,6 +174,41 @@ TEST(MemoryTrace, KeepsTextsOfSeveralThreadsWhole) {
       ASSERT_NE(position, std::string::npos) << text;
     }
   }
+}
+
+TEST(MemoryTrace, ThrowsWhenItsMutexCannotBeLocked) {
+  MemoryTrace trace(16);
+  const struct {
+    const char* name;
+    std::function<void()> call;
+  } rows[] = {{"Emit", [&] { trace.Emit("x"); }}, {"Contents", [&] { trace.Contents(); }}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    int error_number = 0;
+    t_lock_error = EINVAL;
+    try {
+      row.call();
+    } catch (const boost::lock_error& e) {
+      error_number = e.native_error();
+    }
+    t_lock_error = 0;
+    EXPECT_EQ(error_number, EINVAL);
+  }
+  EXPECT_EQ(trace.Contents(), "");
+}
+
+TEST(MemoryTrace, AbortsWhenItsMutexCannotBeUnlocked) {
+  test_support::ClearKernelLog();
+  EXPECT_EXIT(
+      {
+        MemoryTrace trace(16);
+        t_unlock_error = EPERM;
+        trace.Emit("x");
+      },
+      testing::KilledBySignal(SIGABRT), test_support::PrintsExactly(""));
+  EXPECT_THAT(test_support::KernelLog(),
+              testing::MatchesRegex("<2>User space assert from process [0-9]+: !.*pthread_mutex_unlock\\(&m\\)\n"
+                                    "ASSERT Executing .*\n"));
 }
 
 TEST(MemoryTrace, AbortsWithoutMemoryForTheRing) {
