@@ -30,8 +30,6 @@ protected:
   }
 
   int m_meanings = 0;
-
-private:
   ReplyCheck m_check;
 };
 
@@ -57,10 +55,23 @@ TEST_F(ReplyCheckTest, RefusesANulByteInsteadOfCuttingThere) {
   EXPECT_EQ(ErrorOf(std::string("\0", 1)), "D-Bus cannot carry the value of key 'k': it holds a NUL byte");
 }
 
+// A reply of many short strings is mostly lengths, terminators and padding: 16 bytes for each string.
 TEST_F(ReplyCheckTest, RefusesAReplyThatTheBusWouldDisconnectUsFor) {
-  EXPECT_EQ(ErrorOf(std::string(31 * kMiB, 'x')), "");
-  EXPECT_EQ(ErrorOf(std::string(1 * kMiB, 'x')),
-            "D-Bus cannot carry the value of key 'k': it makes the reply too long");
+  constexpr std::size_t kRoom = 32 * kMiB - 64 * 1024;
+  const struct {
+    const char* name;
+    std::size_t text;
+    std::size_t others;  // strings of one byte that fit before it
+  } rows[] = {{"alone", kRoom - 16, 0}, {"after a short one", kRoom - 16 - 17, 1}, {"after many", 1, kRoom / 17 - 1}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    m_check = ReplyCheck();
+    for (std::size_t i = 0; i < row.others; ++i) {
+      Check("x");
+    }
+    EXPECT_EQ(ErrorOf(std::string(row.text, 'x')), "");
+    EXPECT_EQ(ErrorOf("x"), "D-Bus cannot carry the value of key 'k': it makes the reply too long");
+  }
 }
 
 }  // namespace

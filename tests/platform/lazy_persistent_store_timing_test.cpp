@@ -178,6 +178,7 @@ TEST_F(LazyStoreTiming, KeepsTheDeadlineWhenAFlushFails) {
   });
   LazyPersistentStore lazy(m_announced.store, kMinute);
   lazy.Write("pending");
+  clock.Set(30);  // a deadline made anew would be at 90 s
   EXPECT_THROW(lazy.Flush(), std::runtime_error);
   lazy.Capacity();  // orders the worker's later look at `fails` after this thread's change by the store's lock
   fails = false;
