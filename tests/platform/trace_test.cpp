@@ -88,6 +88,9 @@ TEST(StderrTrace, FlushWritesAndDrainsStandardError) {
     trace.Flush();
     EXPECT_EQ(err.Written(), "text");
     EXPECT_EQ(ReadTextFile(dir / "drains"), "2");
+    sigset_t blocked;
+    ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    EXPECT_EQ(::sigismember(&blocked, SIGTTOU), 0) << "stays blocked after the drain";
   });
 }
 
