@@ -8,7 +8,8 @@
 #include <atomic>
 #include <vector>
 
-/// One object, static, used by the main thread; only leave() may be called from anywhere. It serves one connection.
+/// One object, static, used by the main thread; only leave() and IsLeaving() may be called from anywhere. It serves one
+/// connection.
 class Dispatcher final : public DBus::BusDispatcher {
 public:
   /// Throws bramble::ErrnoException if there is no descriptor for its pipe.
@@ -21,6 +22,9 @@ public:
   /// Makes enter() return after the messages that have been read, some 4 KB at most. Async-signal-safe, any number of
   /// times, at any time.
   void leave() override;
+
+  /// Whether leave() has been called. Any thread may ask, at any time.
+  bool IsLeaving() const { return m_leave; }
 
   /// Whether enter() returned because the bus closed the connection.
   bool LostConnection() const { return m_lost_connection; }

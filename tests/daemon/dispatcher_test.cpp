@@ -65,7 +65,9 @@ protected:
 Dispatcher* g_dispatcher_for_signals = nullptr;
 
 TEST_F(DispatcherTest, LeaveBeforeEnterIsHonoured) {
+  EXPECT_FALSE(m_dispatcher.IsLeaving());
   m_dispatcher.leave();
+  EXPECT_TRUE(m_dispatcher.IsLeaving());
   m_dispatcher.enter();
   EXPECT_FALSE(m_dispatcher.LostConnection());
 }
@@ -105,6 +107,7 @@ TEST_F(DispatcherTest, LostConnectionEndsTheLoop) {
   m_peer.HangUp();
   m_dispatcher.enter();
   EXPECT_TRUE(m_dispatcher.LostConnection());
+  EXPECT_FALSE(m_dispatcher.IsLeaving());
 }
 
 // Hands the time-outs of a libdbus connection to the dispatcher, as the library's own connections do; those cannot make
