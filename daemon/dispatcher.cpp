@@ -7,15 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 
 #include "lib/platform/errno_exception.h"
-#include "lib/platform/monotonic_time.h"
 #include "lib/platform/posix_helpers.h"
 
 namespace {
-
-constexpr std::uint64_t kMicrosecondsPerMillisecond = 1000;
 
 // A duplicate that is none of the standard streams, even in a process that was started with those closed.
 int DuplicateAboveStandardStreams(int fd) {
@@ -38,7 +34,7 @@ void Remove(std::vector<T*>& all, const void* one) {
 
 }  // namespace
 
-// Both are asked for their state before each wait, so a toggle needs no action of a watch.
+// Asked for its state before each wait, so a toggle needs no action.
 class Dispatcher::Watch final : public DBus::Watch {
 public:
   using DBus::Watch::Watch;
@@ -58,22 +54,11 @@ public:
 
 class Dispatcher::Timeout final : public DBus::Timeout {
 public:
-  explicit Timeout(Internal* internal) : DBus::Timeout(internal) { Restart(); }
-  void toggle() override { Restart(); }
-
-  timespec Deadline() const { return m_deadline; }
-
-  // A time-out repeats until libdbus disables or removes it.
-  void Restart() {
-    m_deadline = bramble::AddMicroseconds(bramble::get_monotonic_time(),
-                                          static_cast<std::uint64_t>(interval()) * kMicrosecondsPerMillisecond);
-  }
-
-private:
-  timespec m_deadline{};
+  using DBus::Timeout::Timeout;
+  void toggle() override {}
 };
 
-Dispatcher::Dispatcher() {
+Dispatcher::Dispatcher() try {
   // The base class has opened a pipe of its own, unused here, and in a process that was started with its standard
   // streams closed on their descriptors.
   bramble::FileDescriptor unused[] = {bramble::FileDescriptor(_fdunlock[0]), bramble::FileDescriptor(_fdunlock[1])};
@@ -83,6 +68,9 @@ Dispatcher::Dispatcher() {
   if (::fcntl(m_wake_writer, F_SETFL, O_NONBLOCK) != 0) {
     throw bramble::ErrnoException(errno, "dispatcher pipe");
   }
+} catch (const DBus::Error&) {
+  // The base class has no descriptors for its pipe; the text in its exception does not live long enough to be printed.
+  throw bramble::ErrnoException(errno, "dispatcher pipe");
 }
 
 void Dispatcher::enter() {
@@ -103,7 +91,6 @@ void Dispatcher::do_iteration() {
   m_lost_connection = m_watches.empty();
   if (!m_leave && !m_lost_connection) {
     WaitForEvents();
-    HandleExpiredTimeouts();
   }
 }
 
@@ -122,7 +109,11 @@ void Dispatcher::WaitForEvents() {
   }
   m_descriptors.push_back({m_wake_reader, POLLIN, 0});
 
-  if (::poll(m_descriptors.data(), m_descriptors.size(), PollTimeout()) <= 0) {
+  if (::poll(m_descriptors.data(), m_descriptors.size(), -1) < 0) {
+    if (errno != EINTR) {
+      // The next attempt would fail as well.
+      throw bramble::ErrnoException(errno, "poll");
+    }
     return;
   }
   for (std::size_t i = 0; i < m_polled.size(); ++i) {
@@ -133,44 +124,11 @@ void Dispatcher::WaitForEvents() {
   }
 }
 
-// Milliseconds until the first deadline, rounded up; -1 for none, so that an idle process sleeps until something
-// happens.
-int Dispatcher::PollTimeout() const {
-  int shortest = -1;
-  for (const Timeout* timeout : m_timeouts) {
-    if (timeout->enabled()) {
-      const timespec now = bramble::get_monotonic_time();
-      const timespec deadline = timeout->Deadline();
-      const long long milliseconds = (static_cast<long long>(deadline.tv_sec) - now.tv_sec) * 1000 +
-                                     (deadline.tv_nsec - now.tv_nsec) / 1000000 + 1;
-      const int bounded = static_cast<int>(std::clamp(milliseconds, 0LL, 3600000LL));
-      shortest = shortest < 0 ? bounded : std::min(shortest, bounded);
-    }
-  }
-  return shortest;
-}
+// No wait of the loop has a limit. libdbus makes a time-out for each call with a reply, and the program's only such
+// calls are the blocking ones at start-up, whose time-outs libdbus waits for itself and removes before they return.
+DBus::Timeout* Dispatcher::add_timeout(DBus::Timeout::Internal* internal) { return new Timeout(internal); }
 
-void Dispatcher::HandleExpiredTimeouts() {
-  const std::vector<Timeout*> all = m_timeouts;
-  for (Timeout* timeout : all) {
-    // Handling one time-out can remove another.
-    if (Contains(m_timeouts, timeout) && timeout->enabled() &&
-        bramble::IsBefore(timeout->Deadline(), bramble::get_monotonic_time())) {
-      timeout->Restart();
-      timeout->handle();
-    }
-  }
-}
-
-DBus::Timeout* Dispatcher::add_timeout(DBus::Timeout::Internal* internal) {
-  m_timeouts.push_back(new Timeout(internal));
-  return m_timeouts.back();
-}
-
-void Dispatcher::rem_timeout(DBus::Timeout* timeout) {
-  Remove(m_timeouts, static_cast<Timeout*>(timeout));
-  delete timeout;
-}
+void Dispatcher::rem_timeout(DBus::Timeout* timeout) { delete timeout; }
 
 DBus::Watch* Dispatcher::add_watch(DBus::Watch::Internal* internal) {
   m_watches.push_back(new Watch(internal));

@@ -8,15 +8,15 @@
 #include <atomic>
 #include <vector>
 
-/// One object, static, used by the main thread; only leave() and IsLeaving() may be called from anywhere. It serves one
-/// connection.
+/// One object, never destroyed, used by the main thread; only leave() and IsLeaving() may be called from anywhere. It
+/// serves one connection.
 class Dispatcher final : public DBus::BusDispatcher {
 public:
   /// Throws bramble::ErrnoException if there is no descriptor for its pipe.
   Dispatcher();
 
   /// Runs until leave() is called, before or during the run, or the connection is lost. What handlers throw passes
-  /// through.
+  /// through. Throws bramble::ErrnoException if the wait for events fails.
   void enter() override;
 
   /// Makes enter() return after the messages that have been read, some 4 KB at most. Async-signal-safe, any number of
@@ -42,16 +42,13 @@ private:
   class Timeout;
 
   void WaitForEvents();
-  int PollTimeout() const;
-  void HandleExpiredTimeouts();
 
   std::atomic<bool> m_leave{false};
   bool m_lost_connection = false;
   // Never closed: a signal can come when everything else is gone.
   int m_wake_reader = -1;
   int m_wake_writer = -1;
-  std::vector<Watch*> m_watches;     // owned by libdbus's watches, which end in rem_watch
-  std::vector<Timeout*> m_timeouts;  // likewise
+  std::vector<Watch*> m_watches;  // owned by libdbus's watches, which end in rem_watch
   // What the wait in hand is for; here so that not every wait takes memory anew.
   std::vector<Watch*> m_polled;
   std::vector<pollfd> m_descriptors;

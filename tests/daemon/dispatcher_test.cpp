@@ -1,14 +1,14 @@
 #include "daemon/dispatcher.h"
 
-#include <dbus/dbus.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <cerrno>
 #include <csignal>
 #include <memory>
 #include <string>
@@ -18,12 +18,11 @@
 #include "lib/platform/posix_helpers.h"
 #include "tests/platform/bounded_wait.h"
 #include "tests/platform/threads.h"
+#include "tests/support/forked_child.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/throws.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
 
 // The other end of a connection: accepts it and never says a word.
 class SilentPeer {
@@ -110,48 +109,13 @@ TEST_F(DispatcherTest, LostConnectionEndsTheLoop) {
   EXPECT_FALSE(m_dispatcher.IsLeaving());
 }
 
-// Hands the time-outs of a libdbus connection to the dispatcher, as the library's own connections do; those cannot make
-// a call with a time-out and survive its expiry.
-void HandTimeoutsTo(Dispatcher& dispatcher, DBusConnection* connection) {
-  dbus_connection_set_timeout_functions(
-      connection,
-      [](DBusTimeout* timeout, void* data) -> dbus_bool_t {
-        static_cast<Dispatcher*>(data)->add_timeout(reinterpret_cast<DBus::Timeout::Internal*>(timeout));
-        return true;
-      },
-      [](DBusTimeout* timeout, void* data) {
-        static_cast<Dispatcher*>(data)->rem_timeout(static_cast<DBus::Timeout*>(dbus_timeout_get_data(timeout)));
-      },
-      [](DBusTimeout* timeout, void*) { static_cast<DBus::Timeout*>(dbus_timeout_get_data(timeout))->toggle(); },
-      &dispatcher, nullptr);
-}
-
-TEST_F(DispatcherTest, TimeoutsExpireInTheirOrderAndNotEarly) {
-  SilentPeer peer;
-  DBusConnection* const connection = dbus_connection_open_private(peer.Address().c_str(), nullptr);
-  ASSERT_NE(connection, nullptr);
-  HandTimeoutsTo(m_dispatcher, connection);
-  const int delays[] = {100, 50};
-  DBusPendingCall* pending[2];
-  const Clock::time_point start = Clock::now();
-  for (int i = 0; i < 2; ++i) {
-    DBusMessage* const call = dbus_message_new_method_call("com.example", "/", "com.example", "Nothing");
-    ASSERT_TRUE(dbus_connection_send_with_reply(connection, call, &pending[i], delays[i]));
-    dbus_message_unref(call);
-  }
-  for (const int i : {1, 0}) {
-    // An expired time-out is a message to dispatch.
-    while (!dbus_pending_call_get_completed(pending[i])) {
-      m_dispatcher.do_iteration();
-      while (dbus_connection_dispatch(connection) == DBUS_DISPATCH_DATA_REMAINS) {
-      }
-    }
-    EXPECT_GE(Clock::now() - start, milliseconds(delays[i]));
-    EXPECT_EQ(dbus_pending_call_get_completed(pending[0]), i == 0);
-    dbus_pending_call_unref(pending[i]);
-  }
-  dbus_connection_close(connection);
-  dbus_connection_unref(connection);
+TEST_F(DispatcherTest, WaitThatFailsIsThrown) {
+  rlimit old{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &old), 0);
+  // Fewer than poll is asked for.
+  ASSERT_TRUE(test_support::LimitResource(RLIMIT_NOFILE, 1));
+  test_platform::ExpectErrno(EINVAL, "poll: Invalid argument (22)", [this] { m_dispatcher.do_iteration(); });
+  ASSERT_TRUE(test_support::LimitResource(RLIMIT_NOFILE, old.rlim_cur));
 }
 
 TEST(Dispatcher, ItsPipeIsClosedOnExecAndNoStandardStream) {

@@ -1,6 +1,7 @@
-"""A bus that goes away, or hangs."""
+"""A bus that goes away, hangs, or cannot be waited for."""
 
 import re
+import resource
 import signal
 import time
 
@@ -62,6 +63,15 @@ def test_signal_and_lost_bus_at_the_same_time_end_the_daemon(world):
     assert daemon.wait_end() == 0
     assert daemon.take_stderr() in ("", LOST)
     assert world.registry_bytes() == b"[net]\nip=1\n"
+
+
+def test_wait_that_fails_ends_the_daemon(world, daemon, client):
+    """The kernel refuses to wait for more descriptors than a process may have."""
+    resource.prlimit(daemon.pid, resource.RLIMIT_NOFILE, (1, 1))
+    # A wait that has begun goes on until there is something to do.
+    ask_for_all(client.connection, 1)
+    assert daemon.wait_end() == 0
+    assert daemon.take_stderr() == "ledgerd caught exception: poll: Invalid argument (22)\n"
 
 
 def test_signal_ends_the_daemon_while_the_bus_hangs(world):
