@@ -1,4 +1,5 @@
 // The process entry: what runs, in which order, and how it ends.
+#include <pthread.h>
 #include <sys/prctl.h>
 
 #include <cerrno>
@@ -31,19 +32,30 @@ constexpr mode_t kRegistryMode = 0600;
 const boost::posix_time::seconds kStartTimeout(5);
 const boost::posix_time::seconds kStopTimeout(2);
 
-// Never destroyed: a signal may come after main has returned.
-Dispatcher& g_dispatcher = *new Dispatcher;
+// Set once, before the handler that uses it is installed. Never destroyed: a signal may come after main has returned.
+Dispatcher* g_dispatcher = nullptr;
 
 extern "C" void OnTerminationSignal(int) {
   const int saved_errno = errno;
-  g_dispatcher.leave();
+  g_dispatcher->leave();
   errno = saved_errno;
 }
 
+// The starter's mask and dispositions do not matter: a signal that it blocked must not make "-k" end in SIGKILL.
 void InstallSignalHandler() {
+  sigset_t signals;
+  ::sigemptyset(&signals);
   for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
     std::signal(signal, OnTerminationSignal);
+    ::sigaddset(&signals, signal);
   }
+  ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+// A broken pipe and a file that is too long are then failed writes like any other.
+void IgnoreSignalsOfFailedWrites() {
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
 }
 
 // Closes the connection when it goes out of scope. The library's own destructor would first wait for the bus to answer
@@ -68,8 +80,9 @@ std::shared_ptr<PersistentStore> CreateRegistryStore() {
 void Serve(bramble::Daemonise* daemonise) {
   const HardwareConfig hardware;
   const std::shared_ptr<PersistentStore> store = CreateRegistryStore();
+  g_dispatcher = new Dispatcher;
   InstallSignalHandler();
-  DBus::default_dispatcher = &g_dispatcher;
+  DBus::default_dispatcher = g_dispatcher;
   DBus::Connection connection = DBus::Connection::SystemBus();
   const DisconnectOnExit disconnect(connection);
   connection.request_name(kBusName, 0);
@@ -77,8 +90,8 @@ void Serve(bramble::Daemonise* daemonise) {
   if (daemonise != nullptr) {
     daemonise->Signal();
   }
-  g_dispatcher.enter();
-  if (g_dispatcher.LostConnection()) {
+  g_dispatcher->enter();
+  if (g_dispatcher->LostConnection()) {
     bramble::SafePrint(stderr, "ledgerd lost its connection to the bus.\n");
   }
 }
@@ -103,6 +116,7 @@ void Run(const char* argument) {
 }  // namespace
 
 int main(int, char** argv) {
+  IgnoreSignalsOfFailedWrites();
   bramble::OpenClosedStandardStreams();
   try {
     Run(argv[1]);

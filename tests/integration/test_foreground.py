@@ -5,14 +5,16 @@ import itertools
 import os
 import random
 import re
+import resource
 import signal
 import time
 
 import pytest
 
 import observe
-from harness import BUS_NAME, INTERFACE, OBJECT_PATH, World, wait_for
+from harness import BUS_NAME, ERROR_PREFIX, INTERFACE, MISSING_HARDWARE, OBJECT_PATH, World, wait_for
 from observe import needs_strace
+from test_kill import NO_PID_FILE
 
 ALL_CLOSED_STREAMS = [closed for n in (1, 2, 3) for closed in itertools.combinations((0, 1, 2), n)]
 
@@ -46,8 +48,10 @@ def test_foreground_neither_forks_nor_writes_a_pid_file(world, daemon):
 
 
 @pytest.mark.parametrize("name", observe.TERMINATION_SIGNALS)
-def test_signal_ends_the_daemon_with_status_0_and_the_pending_text_written(world, name):
-    daemon = world.start()
+@pytest.mark.parametrize("wrapper", [(), ("env", "--ignore-signal"), ("env", "--block-signal")],
+                         ids=["usual", "ignored by the starter", "blocked by the starter"])
+def test_signal_ends_the_daemon_with_status_0_and_the_pending_text_written(world, wrapper, name):
+    daemon = world.start(wrapper=wrapper)
     client = daemon.client()
     client.write("net", "ip", "10.0.0.1")
     assert not world.registry.exists()
@@ -111,6 +115,53 @@ def test_second_instance_waits_for_the_name_and_takes_it_over(world, daemon):
     connection.close()
     second.stop()
     assert world.registry_bytes() == b"[net]\nip=second\n"
+
+
+NO_DESCRIPTORS = "ledgerd caught exception: dispatcher pipe: Too many open files (24)\n"
+DIED_EARLY = "ledgd: Child died early\nledgerd caught exception: ledgd: Child died early\n"
+
+
+@pytest.mark.parametrize("arguments, printed, logged", [
+    (["-d"], MISSING_HARDWARE + NO_DESCRIPTORS, ""),
+    ([], DIED_EARLY, NO_DESCRIPTORS),
+    (["-k"], NO_PID_FILE, ""),
+], ids=["foreground", "daemon", "stop"])
+@pytest.mark.parametrize("limit", [4, 5, 6])
+def test_too_few_descriptors_are_reported_and_the_status_is_0(machine, limit, arguments, printed, logged):
+    command = machine.run(*arguments, wrapper=("prlimit", f"--nofile={limit}"))
+    assert (command.status, command.take_stderr()) == (0, printed)
+    assert machine.take_log() == logged
+
+
+def test_seven_descriptors_are_enough(world):
+    daemon = world.start(wrapper=("prlimit", "--nofile=7"))
+    client = daemon.client()
+    client.write("net", "ip", "10.0.0.1")
+    client.flush()
+    client.close()
+
+
+def test_file_size_limit_fails_the_flush_and_the_text_stays_pending(world, daemon, client):
+    client.write("net", "ip", "x" * 2000)
+    resource.prlimit(daemon.pid, resource.RLIMIT_FSIZE, (1000, resource.RLIM_INFINITY))
+    assert client.error("Flush") == (ERROR_PREFIX + "Exception", "File too large (27)")
+    assert os.listdir(world.registry.parent) == []
+    resource.prlimit(daemon.pid, resource.RLIMIT_FSIZE, (resource.RLIM_INFINITY, resource.RLIM_INFINITY))
+    client.flush()
+    assert world.registry_bytes() == b"[net]\nip=" + b"x" * 2000 + b"\n"
+
+
+def test_broken_standard_error_changes_nothing_else(world):
+    reader, writer = os.pipe()
+    os.close(reader)
+    # It prints its first lines before it serves.
+    daemon = world.start(stderr=writer)
+    os.close(writer)
+    client = daemon.client()
+    client.write("net", "ip", "10.0.0.1")
+    client.close()
+    daemon.stop()
+    assert world.registry_bytes() == b"[net]\nip=10.0.0.1\n"
 
 
 @pytest.mark.parametrize("closed", ALL_CLOSED_STREAMS, ids=lambda closed: "closed" + "".join(map(str, closed)))
@@ -193,7 +244,6 @@ def test_file_of_random_bytes_is_loaded(world):
         client.close()
         daemon.stop()
         assert world.registry_bytes() == b"[net]\nip=10.0.0.1\n", f"seed {seed}"
-
 
 
 @needs_strace
