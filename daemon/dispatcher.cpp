@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <stdexcept>
 
 #include "lib/platform/errno_exception.h"
 #include "lib/platform/posix_helpers.h"
@@ -42,13 +43,14 @@ public:
 
   bool Wants(int flag) const { return enabled() && (flags() & flag) != 0; }
 
-  void Handle(short events) {
+  // False if libdbus had no memory for it.
+  bool Handle(short events) {
     int flags = 0;
     flags |= (events & POLLIN) != 0 ? DBUS_WATCH_READABLE : 0;
     flags |= (events & POLLOUT) != 0 ? DBUS_WATCH_WRITABLE : 0;
     flags |= (events & POLLHUP) != 0 ? DBUS_WATCH_HANGUP : 0;
     flags |= (events & (POLLERR | POLLNVAL)) != 0 ? DBUS_WATCH_ERROR : 0;
-    handle(flags);
+    return handle(flags);
   }
 };
 
@@ -118,8 +120,11 @@ void Dispatcher::WaitForEvents() {
   }
   for (std::size_t i = 0; i < m_polled.size(); ++i) {
     // Handling one watch can remove another.
-    if (m_descriptors[i].revents != 0 && Contains(m_watches, m_polled[i])) {
-      m_polled[i]->Handle(m_descriptors[i].revents);
+    if (m_descriptors[i].revents != 0 && Contains(m_watches, m_polled[i]) &&
+        !m_polled[i]->Handle(m_descriptors[i].revents)) {
+      // libdbus keeps what has arrived of a message and needs room for the rest, or for a copy of the whole, before it
+      // hands over any later one. No caller would be answered again.
+      throw std::runtime_error("not enough memory for a message");
     }
   }
 }

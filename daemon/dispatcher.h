@@ -16,7 +16,8 @@ public:
   Dispatcher();
 
   /// Runs until leave() is called, before or during the run, or the connection is lost. What handlers throw passes
-  /// through. Throws bramble::ErrnoException if the wait for events fails.
+  /// through. Throws bramble::ErrnoException if the wait for events fails, std::runtime_error if libdbus has no
+  /// memory for a message.
   void enter() override;
 
   /// Makes enter() return after the messages that have been read, some 4 KB at most. Async-signal-safe, any number of

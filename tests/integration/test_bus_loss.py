@@ -1,4 +1,4 @@
-"""A bus that goes away, hangs, or cannot be waited for."""
+"""A bus that goes away, hangs, cannot be waited for, or sends more than the memory holds."""
 
 import re
 import resource
@@ -9,7 +9,7 @@ import dbus.lowlevel
 import pytest
 
 import observe
-from harness import BUS_NAME, INTERFACE, OBJECT_PATH, PATIENCE, wait_for
+from harness import BUS_NAME, INTERFACE, OBJECT_PATH, PATIENCE, is_sanitized, wait_for
 from observe import needs_strace
 
 BOUND_OF_THE_END = 1.0
@@ -72,6 +72,23 @@ def test_wait_that_fails_ends_the_daemon(world, daemon, client):
     ask_for_all(client.connection, 1)
     assert daemon.wait_end() == 0
     assert daemon.take_stderr() == "ledgerd caught exception: poll: Invalid argument (22)\n"
+
+
+# Megabytes: too few to receive the message, and enough for that, but not for its copy.
+@pytest.mark.parametrize("room", [16, 48])
+def test_message_that_does_not_fit_into_memory_ends_the_daemon_with_a_flush(world, room):
+    if is_sanitized(world):
+        pytest.skip("a sanitizer ends the process if there is no memory")
+    daemon = world.start()
+    client = daemon.client()
+    client.write("net", "ip", "1")
+    limit = int(observe.status(daemon.pid)["VmSize"].split()[0]) * 1024 + room * 2**20
+    resource.prlimit(daemon.pid, resource.RLIMIT_AS, (limit, limit))
+    assert client.error("WriteJson", "x" * 30000000)[0] == "org.freedesktop.DBus.Error.NoReply"
+    client.close()
+    assert daemon.wait_end() == 0
+    assert daemon.take_stderr() == "ledgerd caught exception: not enough memory for a message\n"
+    assert world.registry_bytes() == b"[net]\nip=1\n"
 
 
 def test_signal_ends_the_daemon_while_the_bus_hangs(world):
