@@ -62,10 +62,9 @@ int RunShell(const std::string& script, const std::string& argument) {
     throw LocalFailure("/bin/sh", error);
   }
   int status = 0;
-  while (::waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) {
-      throw LocalFailure("waitpid", errno);
-    }
+  // Not interrupted: the program's handlers end the program.
+  if (::waitpid(child, &status, 0) < 0) {
+    throw LocalFailure("waitpid", errno);
   }
   return status;
 }

@@ -14,14 +14,14 @@ namespace {
 constexpr std::size_t kLargestPending = std::size_t{64} * 1024;
 constexpr std::size_t kUsualColumns = 80;
 
-// Returns 0 or the error's number.
+// Returns 0 or the error's number. No signal interrupts it: the program's handlers end the program.
 int WriteAll(int fd, std::string_view text) {
   while (!text.empty()) {
     const ssize_t n = ::write(fd, text.data(), text.size());
-    if (n < 0 && errno != EINTR) {
+    if (n < 0) {
       return errno;
     }
-    text.remove_prefix(n < 0 ? 0 : static_cast<std::size_t>(n));
+    text.remove_prefix(static_cast<std::size_t>(n));
   }
   return 0;
 }
