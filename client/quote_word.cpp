@@ -70,11 +70,9 @@ std::string QuoteWithEscapes(std::string_view text) {
   while (!text.empty()) {
     const Character character = FirstCharacter(text);
     if (character.length == 0 || HarmsTerminal(character.code)) {
-      const std::size_t length = character.length == 0 ? 1 : character.length;
-      for (const char c : text.substr(0, length)) {
-        AppendEscaped(word, c);
-      }
-      text.remove_prefix(length);
+      // What follows in the character is none of UTF-8 alone, so it is escaped too.
+      AppendEscaped(word, text.front());
+      text.remove_prefix(1);
       continue;
     }
     if (text.front() == '\'' || text.front() == '\\') {

@@ -39,16 +39,52 @@ TEST(QuoteWord, QuotesWhatAShellWouldTake) {
       {"control character of two bytes", "\xc2\x85", "$'\\xc2\\x85'"},
       {"turns the direction", "\xe2\x80\xae", "$'\\xe2\\x80\\xae'"},
       {"lone continuation", "a\x80", "$'a\\x80'"},
-      {"cut character", "\xe2\x82", "$'\\xe2\\x82'"},
-      {"too long a form", "\xc0\xaf", "$'\\xc0\\xaf'"},
-      {"surrogate", "\xed\xa0\x80", "$'\\xed\\xa0\\x80'"},
-      {"beyond the last character", "\xf4\x90\x80\x80", "$'\\xf4\\x90\\x80\\x80'"},
       {"character behind a byte that is none", "\xff\xc3\xb6", "$'\\xff\xc3\xb6'"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(QuoteWord(row.text), row.word);
     EXPECT_EQ(ParseText("[s]\nk=" + row.word + "\n")["s"]["k"], row.text);
+  }
+}
+
+TEST(QuoteWord, EscapesWhatHarmsATerminal) {
+  // The first and the last of each range, then their neighbours.
+  for (const char* text : {"\x01", "\x1f", "\x7f", "\u0080", "\u009f", "\u200e", "\u200f", "\u2028", "\u202e", "\u2066",
+                           "\u2069", "\ufeff"}) {
+    EXPECT_EQ(QuoteWord(text).substr(0, 4), "$'\\x") << QuoteWord(text);
+    EXPECT_TRUE(IsUtf8(text)) << QuoteWord(text);
+  }
+  for (const std::string text :
+       {" ", "~", "\u00a0", "\u200d", "\u2010", "\u2027", "\u202f", "\u2065", "\u206a", "\ufefe", "\uff00", "\u07ff",
+        "\u0800", "\ud7ff", "\ue000", "\uffff", "\U00010000", "\U0010ffff"}) {
+    EXPECT_EQ(QuoteWord(text), "'" + text + "'");
+    EXPECT_TRUE(IsUtf8(text)) << text;
+  }
+}
+
+TEST(QuoteWord, EscapesWhatIsNotUtf8) {
+  struct Row {
+    const char* name;
+    const char* text;
+    const char* word;
+  };
+  const Row rows[] = {
+      {"continuations alone", "\xbf\xbf", "$'\\xbf\\xbf'"},
+      {"cut character", "\xe2\x82", "$'\\xe2\\x82'"},
+      {"character that another one cuts", "\xe2\x82\xc3", "$'\\xe2\\x82\\xc3'"},
+      {"two bytes for one", "\xc1\xbf", "$'\\xc1\\xbf'"},
+      {"three bytes for two", "\xe0\x9f\xbf", "$'\\xe0\\x9f\\xbf'"},
+      {"four bytes for three", "\xf0\x8f\xbf\xbf", "$'\\xf0\\x8f\\xbf\\xbf'"},
+      {"first surrogate", "\xed\xa0\x80", "$'\\xed\\xa0\\x80'"},
+      {"last surrogate", "\xed\xbf\xbf", "$'\\xed\\xbf\\xbf'"},
+      {"beyond the last character", "\xf4\x90\x80\x80", "$'\\xf4\\x90\\x80\\x80'"},
+      {"lead of five bytes", "\xf8\x90\x80\x80", "$'\\xf8\\x90\\x80\\x80'"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(QuoteWord(row.text), row.word);
+    EXPECT_FALSE(IsUtf8(row.text));
   }
 }
 
@@ -77,7 +113,9 @@ TEST(TextForm, IsReadAsPeopleWriteIt) {
       {"blanks around", " [ s ] \n k = v \n", {{"s", {{"k", "v"}}}}},
       {"blanks within", "[a b]\nc d=e  f\n", {{"a b", {{"c d", "e  f"}}}}},
       {"quoted blanks", "[s]\nk=' v '\n", {{"s", {{"k", " v "}}}}},
-      {"quotes of both kinds", "[s]\nk=a'b\"'\"c'\\$\\\"\"\n", {{"s", {{"k", "ab\"c'$\""}}}}},
+      {"quotes of both kinds", "[s]\nk=a'b\"'\"c'\\$\\\"\\`\\n\"\n", {{"s", {{"k", "ab\"c'$\"`\\n"}}}}},
+      {"escapes", "[s]\nk=$'\\xC3\\xb6\\\"'\n", {{"s", {{"k", "\xc3\xb6\""}}}}},
+      {"backslash at the end of a line", "[s]\nk=a\\\nl=b\n", {{"s", {{"k", "a\\"}, {"l", "b"}}}}},
       {"backslash", "[s]\nk=\\'\\ \n", {{"s", {{"k", "' "}}}}},
       {"equals in a value", "[s]\nk=a=b\n", {{"s", {{"k", "a=b"}}}}},
       {"no equals", "[s]\nk\n", {{"s", {{"k", ""}}}}},
@@ -108,7 +146,8 @@ TEST(TextForm, NamesTheLineThatIsWrong) {
       {"open double quote", "[s]\nk=\"v", "line 2: a quote is not closed"},
       {"open escapes", "[s]\nk=$'v\\", "line 2: a quote is not closed"},
       {"unknown escape", "[s]\nk=$'\\q'\n", "line 2: \\q means nothing"},
-      {"no hexadecimal digits", "[s]\nk=$'\\x4g'\n", "line 2: \\x needs two hexadecimal digits"},
+      {"no hexadecimal digit", "[s]\nk=$'\\x4g'\n", "line 2: \\x needs two hexadecimal digits"},
+      {"no capital hexadecimal digit", "[s]\nk=$'\\xG4'\n", "line 2: \\x needs two hexadecimal digits"},
       {"after a value of two lines", "[s]\nk='\n'\nk=1\n", "line 4: key 'k' in section 's' is there twice"},
   };
   for (const Row& row : rows) {
