@@ -119,23 +119,26 @@ inline std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
                 << "'";
 }
 
+/// Runs a command line on any registry.
+inline int RunOn(Registry& registry, const std::vector<std::string>& arguments, int output, int error) {
+  const std::shared_ptr<Registry> not_owned(std::shared_ptr<void>(), &registry);
+  return ledgerctl::RunProgram(
+      arguments, [&](const ledgerctl::CommandLine&) { return not_owned; }, output, error);
+}
+
+inline Outcome RunOn(Registry& registry, const std::vector<std::string>& arguments) {
+  const MemoryFile output;
+  const MemoryFile error;
+  const int status = RunOn(registry, arguments, output.Fd(), error.Fd());
+  return {status, output.Text(), error.Text()};
+}
+
 class ClientTest : public testing::Test {
 protected:
   explicit ClientTest(const std::string& text = "", std::uint32_t capacity = 16383)
       : back_end(text, capacity), registry(*back_end.registry) {}
 
-  Outcome Run(const std::vector<std::string>& arguments) {
-    const MemoryFile output;
-    const MemoryFile error;
-    const int status = RunOn(arguments, output.Fd(), error.Fd());
-    return {status, output.Text(), error.Text()};
-  }
-
-  int RunOn(const std::vector<std::string>& arguments, int output, int error) {
-    const std::shared_ptr<Registry> not_owned(std::shared_ptr<void>(), &registry);
-    return ledgerctl::RunProgram(
-        arguments, [&](const ledgerctl::CommandLine&) { return not_owned; }, output, error);
-  }
+  Outcome Run(const std::vector<std::string>& arguments) { return RunOn(registry, arguments); }
 
   BackEnd back_end;
   RecordingRegistry registry;

@@ -61,10 +61,25 @@ TEST_F(EditVerb, DeletesASectionWithItsHeader) {
   EXPECT_EQ(back_end.store->Text(), "");
 }
 
-TEST_F(EditVerb, PrefersVisual) {
-  ::setenv("VISUAL", "sed -i s/1/visual/", 1);
-  EXPECT_EQ(EditWith("false"), Prints("- [a] k=1\n+ [a] k=visual\n"));
+TEST_F(EditVerb, RunsVisualThenEditorThenVi) {
+  const test_support::TempDir programs;
+  test_support::WriteTextFile(programs / "vi", "#!/bin/sh\nexec sed -i s/1/vi/ \"$1\"\n");
+  std::filesystem::permissions(programs / "vi", std::filesystem::perms(0755));
+  const std::string path = std::getenv("PATH");
+  ::setenv("PATH", (programs.Path() + ":" + path).c_str(), 1);
+  // An empty variable counts as none.
+  const char* const rows[][3] = {
+      {"sed -i s/1/visual/", "false", "visual"}, {"", "sed -i s/1/editor/", "editor"}, {"", "", "vi"}};
+  for (const auto& [visual, editor, value] : rows) {
+    back_end->Write("a", "k", "1");
+    ::setenv("VISUAL", visual, 1);
+    EXPECT_EQ(EditWith(editor), Prints(std::string("- [a] k=1\n+ [a] k=") + value + "\n"));
+  }
   ::unsetenv("VISUAL");
+  ::unsetenv("EDITOR");
+  back_end->Write("a", "k", "1");
+  EXPECT_EQ(Run({"edit"}), Prints("- [a] k=1\n+ [a] k=vi\n"));
+  ::setenv("PATH", path.c_str(), 1);
 }
 
 TEST_F(EditVerb, RefusesToOverwriteWhatOthersChanged) {
@@ -144,17 +159,11 @@ TEST_F(EditVerb, GivesUpWhenTheEditorFails) {
 }
 
 TEST_F(EditVerb, WarnsOfNamesThatNobodyCanReach) {
-  back_end.registry.reset();
   BackEnd edited("[Net]\nk=1\n[s]\nk=1\n");
-  RecordingRegistry edited_registry(*edited.registry);
-  const std::shared_ptr<Registry> not_owned(std::shared_ptr<void>(), &edited_registry);
   ::setenv("EDITOR", "sed -i s/1/2/", 1);
-  const MemoryFile output;
-  const MemoryFile error;
-  EXPECT_EQ(ledgerctl::RunProgram(
-                {"edit"}, [&](const auto&) { return not_owned; }, output.Fd(), error.Fd()),
-            0);
-  EXPECT_EQ(output.Text(), "- [s] k=1\n+ [s] k=2\n");
+  const std::string warning = "ledgerctl: warning: out of reach, not lower-case ASCII: section 'Net'\n";
+  // Edit looks at the registry before and after the editor.
+  EXPECT_EQ(RunOn(*edited.registry, {"edit"}), (Outcome{0, "- [s] k=1\n+ [s] k=2\n", warning + warning}));
   EXPECT_EQ(edited.FlushedText(), "[Net]\nk=1\n[s]\nk=2\n");
 }
 

@@ -66,6 +66,14 @@ TEST_F(Files, AreMadeWhereThereAreNone) {
   EXPECT_EQ(ReadTextFile(folder / "f"), "");
 }
 
+// A process that had the same number was killed.
+TEST_F(Files, AreReplacedWhereAnOldTemporaryFileIsInTheWay) {
+  WriteTextFile(folder / ("f." + std::to_string(::getpid()) + "~"), "left");
+  ReplaceDocument(folder / "f", "new");
+  EXPECT_EQ(ReadTextFile(folder / "f"), "new");
+  EXPECT_EQ(Others("f"), std::vector<std::string>());
+}
+
 TEST_F(Files, AreReplacedBehindALink) {
   WriteTextFile(folder / "f", "old");
   ASSERT_EQ(::symlink("f", (folder / "link").c_str()), 0);

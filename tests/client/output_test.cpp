@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <utility>
 
 #include "client/exit_status.h"
 #include "lib/platform/posix_helpers.h"
@@ -34,11 +35,15 @@ public:
 
   int Fd() const { return m_writer; }
 
-  /// What is waiting; at least one byte must be.
-  std::string Take() const {
+  /// All that was written. Hangs up.
+  std::string Take() {
+    ::close(std::exchange(m_writer, -1));
+    std::string text;
     char buffer[4096];
-    const ssize_t n = ::read(m_reader, buffer, sizeof buffer);
-    return std::string(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
+    for (ssize_t n; (n = ::read(m_reader, buffer, sizeof buffer)) > 0;) {
+      text.append(buffer, static_cast<std::size_t>(n));
+    }
+    return text;
   }
 
 private:
@@ -59,26 +64,25 @@ TEST(Output, CollectsUntilItIsFlushed) {
 }
 
 TEST(Output, HasColoursOnATerminalThatKnowsThem) {
-  const Terminal terminal(132);
-  Output output(terminal.Fd());
-  EXPECT_TRUE(output.IsTerminal());
-  EXPECT_EQ(output.Columns(), 132u);
-  output.WriteColoured(Colour::Green, "a");
-  output.Flush();
-  EXPECT_EQ(terminal.Take(), "\033[32ma\033[0m");
-
-  ::setenv("NO_COLOR", "1", 1);
-  Output plain(terminal.Fd());
-  plain.WriteColoured(Colour::Green, "a");
-  plain.Flush();
-  EXPECT_EQ(terminal.Take(), "a");
+  struct Row {
+    const char* terminal;  // null if TERM is not set
+    const char* no_colour;
+    const char* text;
+  };
+  const Row rows[] = {
+      {"xterm", nullptr, "\033[32ma\033[0m"}, {"xterm", "1", "a"}, {"dumb", nullptr, "a"}, {nullptr, nullptr, "a"}};
+  for (const Row& row : rows) {
+    Terminal terminal(132);
+    row.terminal != nullptr ? ::setenv("TERM", row.terminal, 1) : ::unsetenv("TERM");
+    row.no_colour != nullptr ? ::setenv("NO_COLOR", row.no_colour, 1) : ::unsetenv("NO_COLOR");
+    Output output(terminal.Fd());
+    EXPECT_TRUE(output.IsTerminal());
+    EXPECT_EQ(output.Columns(), 132u);
+    output.WriteColoured(Colour::Green, "a");
+    output.Flush();
+    EXPECT_EQ(terminal.Take(), row.text);
+  }
   ::unsetenv("NO_COLOR");
-
-  ::setenv("TERM", "dumb", 1);
-  Output dumb(terminal.Fd());
-  dumb.WriteColoured(Colour::Green, "a");
-  dumb.Flush();
-  EXPECT_EQ(terminal.Take(), "a");
 }
 
 TEST(Output, TakesUnknownWidthsAs80) {
@@ -120,10 +124,10 @@ TEST(Messages, AreSilencedButForErrors) {
 
 class TerminalTest : public test_client::ClientTest {
 protected:
-  std::string Shown(const std::vector<std::string>& arguments) {
-    const Terminal terminal(80);
+  std::string Shown(const std::vector<std::string>& arguments, int status = 0) {
+    Terminal terminal(80);
     const MemoryFile error;
-    EXPECT_EQ(RunOn(arguments, terminal.Fd(), error.Fd()), 0) << error.Text();
+    EXPECT_EQ(test_client::RunOn(registry, arguments, terminal.Fd(), error.Fd()), status) << error.Text();
     return terminal.Take();
   }
 };
@@ -134,9 +138,11 @@ TEST_F(TerminalTest, GetsNoNameThatCouldTakeItOver) {
   EXPECT_EQ(Shown({"list"}), "$'a\\x1b[2jb'\r\nplain\r\n");
 }
 
-TEST_F(TerminalTest, ShowsHeadersAndKeysInColours) {
+TEST_F(TerminalTest, ShowsPartsInColours) {
   back_end->Write("s", "k", "v");
   EXPECT_EQ(Shown({"show"}), "\033[1m[s]\033[0m\r\n\033[34mk\033[0m=v\r\n");
+  const test_client::StandardInput input(R"({"s":{"k":"w"}})");
+  EXPECT_EQ(Shown({"diff", "-"}, 1), "\033[31m- [s] k=v\033[0m\r\n\033[32m+ [s] k=w\033[0m\r\n");
 }
 
 }  // namespace

@@ -63,15 +63,10 @@ TEST(RoundTrip, GivesTheSameFileByteForByte) {
   RandomRegistry random(kSeed);
   BackEnd back_end;
   RegistryBackEnd& daemon = *back_end.registry;
-  const std::shared_ptr<Registry> registry(std::shared_ptr<void>(), &daemon);
   const auto run = [&](const std::vector<std::string>& arguments) {
-    const MemoryFile output;
-    const MemoryFile error;
-    EXPECT_EQ(ledgerctl::RunProgram(
-                  arguments, [&](const auto&) { return registry; }, output.Fd(), error.Fd()),
-              0)
-        << error.Text() << output.Text();
-    return output.Text();
+    const Outcome outcome = RunOn(daemon, arguments);
+    EXPECT_EQ(outcome, Prints(outcome.output));
+    return outcome.output;
   };
   for (int round = 0; round < kRounds; ++round) {
     SCOPED_TRACE("round " + std::to_string(round) + " of seed " + std::to_string(kSeed));
@@ -109,14 +104,8 @@ TEST(RoundTrip, GivesTheSameFileByteForByte) {
 // A hand has written into the file what JSON cannot carry.
 TEST(RoundTrip, SaysWhatCannotBeDumped) {
   BackEnd daemon("[s]\nk=\xff\n");
-  const std::shared_ptr<Registry> registry(std::shared_ptr<void>(), &*daemon.registry);
-  const MemoryFile output;
-  const MemoryFile error;
-  EXPECT_NE(ledgerctl::RunProgram(
-                {"dump"}, [&](const auto&) { return registry; }, output.Fd(), error.Fd()),
-            0);
-  EXPECT_EQ(output.Text(), "");
-  EXPECT_EQ(error.Text(), "ledgerctl: No JSON: value of key 'k' in section 's' is not UTF-8\n");
+  EXPECT_EQ(RunOn(*daemon.registry, {"dump"}),
+            (Outcome{10, "", "ledgerctl: No JSON: value of key 'k' in section 's' is not UTF-8\n"}));
 }
 
 }  // namespace

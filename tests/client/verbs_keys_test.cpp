@@ -121,7 +121,7 @@ TEST_F(KeyVerbs, FailWhenNobodyGetsTheResult) {
   back_end->Write("s", "k", "v");
   const bramble::FileDescriptor full = bramble::Open("/dev/full", O_WRONLY);
   const MemoryFile error;
-  EXPECT_EQ(RunOn({"get", "s", "k"}, full.Get(), error.Fd()), 10);
+  EXPECT_EQ(RunOn(registry, {"get", "s", "k"}, full.Get(), error.Fd()), 10);
   EXPECT_EQ(error.Text(), "ledgerctl: standard output: No space left on device\n");
 }
 

@@ -1,4 +1,6 @@
 // "watch", ended by a registry that goes away.
+#include <chrono>
+
 #include "client/exit_status.h"
 #include "tests/client/client_fixture.h"
 
@@ -21,9 +23,11 @@ protected:
       }
       ++looks;
     });
-    arguments.insert(arguments.begin(), {"watch", "-i", "0.001"});
+    arguments.insert(arguments.begin(), {"watch", "-i", interval});
     return Run(arguments);
   }
+
+  std::string interval = "0.001";
 };
 
 TEST_F(WatchVerb, PrintsWhatGoesAndComes) {
@@ -38,6 +42,13 @@ TEST_F(WatchVerb, LooksAtOneSection) {
 TEST_F(WatchVerb, LooksAtOneKeyThatMayCome) {
   EXPECT_EQ(Watch({"b", "M"}, {R"({"b":{"n":"1"}})", R"({"b":{"m":"2"}})", R"({"b":null})"}),
             (Outcome{6, "+ [b] m=2\n- [b] m=2\n", "ledgerctl: gone\n"}));
+}
+
+TEST_F(WatchVerb, WaitsBetweenTwoLooks) {
+  interval = "0.05";
+  const auto start = std::chrono::steady_clock::now();
+  Watch({}, {"{}"});
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
 }
 
 }  // namespace
