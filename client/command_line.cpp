@@ -11,6 +11,8 @@
 namespace ledgerctl {
 namespace {
 
+bool BeginsWithDash(const std::string& word) { return word.rfind('-', 0) == 0; }
+
 [[noreturn]] void ThrowUsage(const std::string& verb, const std::string& reason) {
   throw Failure(ExitStatus::Usage, (verb.empty() ? "" : verb + ": ") + reason + "\nTry \"ledgerctl help" +
                                        (verb.empty() ? "" : " " + verb) + "\".");
@@ -119,9 +121,10 @@ std::chrono::milliseconds ParseSeconds(const std::string& verb, const char* opti
   // libdbus waits six hours at most.
   constexpr double kLongest = 6 * 3600;
   constexpr double kShortest = 0.001;
+  // Stays 0 if the text begins with no number, or with one that is out of range.
   double seconds = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-  if (error != std::errc() || end != text.data() + text.size() || !(seconds >= kShortest && seconds <= kLongest)) {
+  const char* const end = text.data() + text.size();
+  if (std::from_chars(text.data(), end, seconds).ptr != end || !(seconds >= kShortest && seconds <= kLongest)) {
     ThrowUsage(verb, std::string(option) + ": " + QuoteWord(text) + " is no number of seconds");
   }
   return std::chrono::milliseconds(std::lround(seconds * 1000));
@@ -136,7 +139,7 @@ std::string ReasonOf(const CLI::ParseError& error, const std::vector<std::string
     reason.resize(std::min(reason.find(": "), reason.size()));
     reason += " needs a value";
   }
-  const bool is_option = !left.empty() && !left.front().empty() && left.front().front() == '-';
+  const bool is_option = !left.empty() && BeginsWithDash(left.front());
   return reason + (is_option ? "\nNames and values that begin with \"-\" go behind \"--\"." : "");
 }
 
@@ -204,7 +207,7 @@ CommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     }
     const VerbEntry* const entry = FindVerb(rest.front());
     if (entry == nullptr) {
-      ThrowUsage("", (rest.front().front() == '-' ? "unknown option " : "unknown verb ") + QuoteWord(rest.front()));
+      ThrowUsage("", (BeginsWithDash(rest.front()) ? "unknown option " : "unknown verb ") + QuoteWord(rest.front()));
     }
     verb = entry->name;
     command.verb = entry->verb;

@@ -120,9 +120,6 @@ TEST(CommandLine, SaysWhatIsWrong) {
       {{"clear"}, "clear: this deletes the whole registry; confirm it with --yes\nTry \"ledgerctl help clear\"."},
       {{"load", "--replace", "--missing-only"},
        "load: --replace and --missing-only exclude each other\nTry \"ledgerctl help load\"."},
-      {{"-0", "show"}, "show: -0 goes with get and list only\nTry \"ledgerctl help show\"."},
-      {{"--json", "dump"},
-       "dump: --json goes with get, exists, list, show and usage only\nTry \"ledgerctl help dump\"."},
       {{"-0", "--json", "list"}, "list: -0 and --json exclude each other\nTry \"ledgerctl help list\"."},
       {{"list", "--json", "-0"}, "list: -0 and --json exclude each other\nTry \"ledgerctl help list\"."},
       {{"watch", "-i", "x"}, "watch: -i: x is no number of seconds\nTry \"ledgerctl help watch\"."},
@@ -133,11 +130,47 @@ TEST(CommandLine, SaysWhatIsWrong) {
   }
 }
 
+TEST(CommandLine, TakesFormsOfOutputWithTheirVerbsOnly) {
+  struct Row {
+    Words words;
+    bool nul;
+    bool json;
+  };
+  const Row rows[] = {
+      {{"get", "s", "k"}, true, true},
+      {{"set", "s", "k", "v"}, false, false},
+      {{"exists", "s"}, false, true},
+      {{"list"}, true, true},
+      {{"show"}, false, true},
+      {{"unset", "s", "k"}, false, false},
+      {{"clear", "--yes"}, false, false},
+      {{"flush"}, false, false},
+      {{"dump"}, false, false},
+      {{"load"}, false, false},
+      {{"edit"}, false, false},
+      {{"diff", "f"}, false, false},
+      {{"watch"}, false, false},
+      {{"usage"}, false, true},
+      {{"help"}, false, false},
+  };
+  for (Row row : rows) {
+    const std::string verb = row.words.front();
+    const std::string hint = " only\nTry \"ledgerctl help " + verb + "\".";
+    row.words.emplace_back("-0");
+    EXPECT_EQ(UsageError(row.words), row.nul ? "accepted" : verb + ": -0 goes with get and list" + hint);
+    row.words.back() = "--json";
+    EXPECT_EQ(UsageError(row.words),
+              row.json ? "accepted" : verb + ": --json goes with get, exists, list, show and usage" + hint);
+  }
+}
+
 TEST(CommandLine, TakesSensibleTimesOnly) {
-  for (const char* time : {"", "0", "-1", "1s", "nan", "inf", "1e9", "0x10", " 1", "0.0001"}) {
+  for (const char* time : {"", "0", "-1", "1s", "nan", "inf", "1e999", "0x10", " 1", "0.0009", "21600.001"}) {
     EXPECT_NE(UsageError({"list", "--timeout", time}), "accepted") << time;
   }
-  EXPECT_EQ(ParseCommandLine({"list", "--timeout", "1e2"}).timeout.count(), 100000);
+  EXPECT_EQ(ParseCommandLine({"list", "--timeout", "0.001"}).timeout.count(), 1);
+  EXPECT_EQ(ParseCommandLine({"list", "--timeout", "0.0016"}).timeout.count(), 2);
+  EXPECT_EQ(ParseCommandLine({"list", "--timeout", "21.6e3"}).timeout.count(), 21600000);
   EXPECT_EQ(ParseCommandLine({"list"}).timeout.count(), 25000);
 }
 
