@@ -81,9 +81,7 @@ TemporaryFile TemporaryFile::Beside(const std::string& path) {
   ::unlink(temporary.c_str());
   bramble::FileDescriptor file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (!file.IsOpen()) {
-    const int error = errno;
-    Register("");
-    throw LocalFailure(path, error);
+    throw LocalFailure(path, errno);
   }
   return {temporary, std::move(file)};
 }

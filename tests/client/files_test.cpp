@@ -62,8 +62,12 @@ TEST_F(Files, AreReplacedByANewFileOfTheUsualMode) {
 }
 
 TEST_F(Files, AreMadeWhereThereAreNone) {
-  ReplaceDocument(folder / "f", "");
-  EXPECT_EQ(ReadTextFile(folder / "f"), "");
+  EXPECT_EQ(test_support::RunInChild([this] {
+              std::filesystem::current_path(folder.Path());
+              ReplaceDocument("f", "new");
+              return ReadTextFile("f");
+            }),
+            "new");
 }
 
 // A process that had the same number was killed.

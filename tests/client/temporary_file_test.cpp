@@ -18,5 +18,12 @@ TEST(TemporaryFile, LeavesIgnoredSignalsIgnored) {
             "lives");
 }
 
+TEST(TemporaryFile, IsInTmpWithoutTmpdir) {
+  ::setenv("TMPDIR", "", 1);
+  EXPECT_EQ(TemporaryFile::Private().Path().find("/tmp/ledgerctl-"), 0u);
+  ::unsetenv("TMPDIR");
+  EXPECT_EQ(TemporaryFile::Private().Path().find("/tmp/ledgerctl-"), 0u);
+}
+
 }  // namespace
 }  // namespace ledgerctl
