@@ -13,7 +13,8 @@ namespace {
 class EditVerb : public ClientTest {
 protected:
   EditVerb() : ClientTest("[a]\nk=1\nl=2\n[b]\nk=3\n") {
-    ::setenv("TMPDIR", folder.Path().c_str(), 1);
+    std::filesystem::create_directory(temporary);
+    ::setenv("TMPDIR", temporary.c_str(), 1);
     ::unsetenv("VISUAL");
   }
 
@@ -26,13 +27,14 @@ protected:
 
   std::vector<std::string> LeftFiles() const {
     std::vector<std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+    for (const auto& entry : std::filesystem::directory_iterator(temporary)) {
       files.push_back(entry.path());
     }
     return files;
   }
 
   test_support::TempDir folder;
+  const std::string temporary = folder / "a b";
 };
 
 TEST_F(EditVerb, MergesWhatTheUserChanged) {
@@ -156,6 +158,12 @@ TEST_F(EditVerb, GivesUpWhenTheEditorFails) {
     EXPECT_EQ(outcome, (Outcome{10, "", "ledgerctl: the editor failed; nothing changed\n"}));
     EXPECT_TRUE(LeftFiles().empty());
   }
+}
+
+TEST_F(EditVerb, WarnsOfWhatARestartLoses) {
+  EXPECT_EQ(EditWith("sed -i s/^k=3/\"'[k'=3\"/"),
+            (Outcome{0, "+ [b] '[k'=3\n- [b] k=3\n",
+                     "ledgerctl: warning: lost at a restart: key '[k' in section 'b' (begins with \"[\")\n"}));
 }
 
 TEST_F(EditVerb, WarnsOfNamesThatNobodyCanReach) {

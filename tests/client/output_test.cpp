@@ -10,6 +10,7 @@
 #include "client/exit_status.h"
 #include "lib/platform/posix_helpers.h"
 #include "tests/client/client_fixture.h"
+#include "tests/support/forked_child.h"
 
 namespace ledgerctl {
 namespace {
@@ -106,6 +107,19 @@ TEST(Output, TellsOfAFullDisk) {
   EXPECT_NO_THROW(output.Flush());
 }
 
+TEST(Output, WritesTheRestOrFails) {
+  EXPECT_EQ(test_support::RunInChild([]() -> std::string {
+              const MemoryFile file;
+              ::signal(SIGXFSZ, SIG_IGN);
+              test_support::LimitResource(RLIMIT_FSIZE, 1);
+              Output output(file.Fd());
+              output.Write("ab");
+              output.Flush();
+              return "written";
+            }),
+            "threw: standard output: File too large");
+}
+
 TEST(Messages, AreSilencedButForErrors) {
   const MemoryFile file;
   const Messages messages(file.Fd(), false);
@@ -125,7 +139,7 @@ TEST(Messages, AreSilencedButForErrors) {
 class TerminalTest : public test_client::ClientTest {
 protected:
   std::string Shown(const std::vector<std::string>& arguments, int status = 0) {
-    Terminal terminal(80);
+    Terminal terminal(20);
     const MemoryFile error;
     EXPECT_EQ(test_client::RunOn(registry, arguments, terminal.Fd(), error.Fd()), status) << error.Text();
     return terminal.Take();
@@ -136,6 +150,12 @@ TEST_F(TerminalTest, GetsNoNameThatCouldTakeItOver) {
   back_end->Write("a\033[2Jb", "k", "v");
   back_end->Write("plain", "k", "v");
   EXPECT_EQ(Shown({"list"}), "$'a\\x1b[2jb'\r\nplain\r\n");
+  EXPECT_EQ(Shown({"-0", "list"}), std::string("a\033[2jb\0plain\0", 13));
+}
+
+TEST_F(TerminalTest, ShowsBarsThatAreNotTooShort) {
+  back_end->Write("a", "k", std::string(16383 - 7, 'x'));
+  EXPECT_EQ(Shown({"usage"}), "16383 of 16383 bytes used (100 %), 0 free\r\n 16383  a  \033[32m##########\033[0m\r\n");
 }
 
 TEST_F(TerminalTest, ShowsPartsInColours) {

@@ -114,10 +114,10 @@ TEST(MergeThatReplaces, LeavesNothingElseBehind) {
     const RegistrySections after = RandomSections(random);
     BackEnd daemon(SerialiseRegistry(before));
     // Somebody has changed what is to be replaced.
-    if (!before.empty() && round % 2 == 0) {
-      const std::string section = before.begin()->first;
-      before.begin()->second.empty() ? daemon->DeleteSection(section)
-                                     : daemon->Write(section, before.begin()->second.begin()->first, "changed");
+    if (!before.empty() && round % 3 != 0) {
+      const auto& [section, keys] = *before.begin();
+      round % 3 == 1 || keys.empty() ? daemon->DeleteSection(section)
+                                     : daemon->Write(section, keys.begin()->first, "changed");
     }
     daemon->WriteJson(PrintMerge(MergeThatReplaces(before, after)));
     ASSERT_EQ(daemon.FlushedText(), SerialiseRegistry(after)) << "round " << round << " of seed 7";

@@ -28,11 +28,13 @@ TEST_F(DocumentVerbs, DumpPrintsOrSaves) {
   EXPECT_EQ(test_support::ReadTextFile(folder / "saved"), json);
 }
 
-TEST_F(DocumentVerbs, DumpWarnsOfNamesThatLoadWouldFold) {
+TEST_F(DocumentVerbs, WarnOfNamesThatLoadWouldFold) {
   BackEnd edited("[Net]\nk=1\n");
-  EXPECT_EQ(RunOn(*edited.registry, {"dump"}),
-            (Outcome{0, "{\n  \"Net\": {\n    \"k\": \"1\"\n  }\n}\n",
-                     "ledgerctl: warning: out of reach, not lower-case ASCII: section 'Net'\n"}));
+  const std::string warning = "ledgerctl: warning: out of reach, not lower-case ASCII: section 'Net'\n";
+  EXPECT_EQ(RunOn(*edited.registry, {"dump"}), (Outcome{0, "{\n  \"Net\": {\n    \"k\": \"1\"\n  }\n}\n", warning}));
+  EXPECT_EQ(RunOn(*edited.registry, {"load", "--replace", File("{}")}), (Outcome{0, "", warning}));
+  EXPECT_EQ(RunOn(*edited.registry, {"load", "--missing-only", File("{}")}), Prints(""));
+  EXPECT_EQ(edited.FlushedText(), "[Net]\nk=1\n");
 }
 
 TEST_F(DocumentVerbs, LoadMergesInOneCall) {

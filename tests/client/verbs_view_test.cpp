@@ -63,18 +63,32 @@ TEST_F(ViewVerbs, UsageIsOfAnEmptyRegistryToo) {
 }
 
 TEST_F(ViewVerbs, UsageShowsTheLargestFirstWithin80Columns) {
-  back_end->Write("small", "k", "v");
+  back_end->Write(std::string(30, 's'), "k", "v");
   back_end->Write("half", "k", std::string(8000, 'x'));
   back_end->Write(std::string(100, 'n'), "k", std::string(1000, 'x'));
-  EXPECT_EQ(Run({"usage"}), Prints("9128 of 16383 bytes used (56 %), 7255 free\n"
+  EXPECT_EQ(Run({"usage"}), Prints("9153 of 16383 bytes used (56 %), 7230 free\n"
                                    "  8010  half                            ###################\n"
                                    "  1106  nnnnnnnnnnnnnnnnnnnnnnnnnnn...  ###\n"
-                                   "    12  small\n"));
+                                   "    37  ssssssssssssssssssssssssssssss\n"));
   back_end->DeleteAll();
   back_end->Write("a", "k", std::string(16383 - 7, 'x'));
   const Outcome full = Run({"usage"});
   EXPECT_EQ(full.output.substr(0, full.output.find('\n')), "16383 of 16383 bytes used (100 %), 0 free");
   EXPECT_LE(full.output.size() - full.output.find('\n') - 2, 80u) << full.output;
+}
+
+// Too large, and with a name that is not to be cut within a character.
+TEST_F(ViewVerbs, UsageIsOfAFileThatWasEditedByHandToo) {
+  const auto letters = [](int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) {
+      text += "\xc3\xb6";
+    }
+    return text;
+  };
+  BackEnd edited("[a" + letters(14) + "]\nk=" + std::string(19965, 'x') + "\n", 30000);
+  EXPECT_EQ(RunOn(*edited.registry, {"usage"}), Prints("20000 of 16383 bytes used (122 %), 0 free\n 20000  'a" +
+                                                       letters(12) + "...  " + std::string(40, '#') + "\n"));
 }
 
 }  // namespace
