@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
+#include "tests/support/captured_stderr.h"
 #include "tests/support/forked_child.h"
 
 namespace ledgerctl {
@@ -16,6 +19,18 @@ TEST(TemporaryFile, LeavesIgnoredSignalsIgnored) {
               return "lives";
             }),
             "lives");
+}
+
+// A signal that comes later neither removes a file nor speaks of one.
+TEST(TemporaryFile, IsForgottenWhenItIsGoneOrKept) {
+  const test_support::CapturedStderr nothing;
+  TemporaryFile::Private().HoldWork();
+  SettleTemporaryFile();
+  TemporaryFile kept = TemporaryFile::Private();
+  const std::string path = kept.Path();
+  kept.Keep();
+  SettleTemporaryFile();
+  EXPECT_TRUE(std::filesystem::remove(path));
 }
 
 TEST(TemporaryFile, IsInTmpWithoutTmpdir) {

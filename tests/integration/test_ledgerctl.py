@@ -146,6 +146,14 @@ def test_flush_syncs_the_file_system_of_the_store(ledgerctl, world, client):
     assert world.registry_bytes() == b"[s]\nk=v\n"
 
 
+@needs_strace
+def test_flush_says_that_it_cannot_sync(ledgerctl, client):
+    assert ledgerctl.run("flush", "--sync", wrapper=(
+        *ledgerctl.in_world(), *observe.without_leak_check(), "strace", "-o", os.devnull, "-e",
+        "inject=syncfs:error=EIO")) == (
+            LOCAL, b"", b"ledgerctl: written, but not synced: /var/lib/plinthware: Input/output error\n")
+
+
 def test_flush_says_that_there_is_nothing_to_sync(ledgerctl, world, client):
     world.registry.parent.rename(world.path / "elsewhere")
     try:

@@ -193,11 +193,12 @@ def test_editor_that_is_killed_leaves_no_file(ledgerctl, client, editor):
     assert ledgerctl.left_files() == []
 
 
-def test_editor_may_use_ctrl_c_for_itself(ledgerctl, client, editor):
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGQUIT], ids=["SIGINT", "SIGQUIT"])
+def test_editor_may_use_ctrl_c_for_itself(ledgerctl, client, editor, number):
     client.write("s", "k", "v")
     process = ledgerctl.start("edit", environment=editor.environment)
     editor.wait_started()
-    process.send_signal(signal.SIGINT)
+    process.send_signal(number)
     editor.go_on()
     assert process.communicate(timeout=PATIENCE) == (b"- [s] k=v\n+ [s] k=w\n", b"")
     assert process.returncode == 0
@@ -233,6 +234,18 @@ def test_dump_that_fails_leaves_the_old_file(ledgerctl, world, client, call, err
     assert message.startswith(b"ledgerctl: ") and message.endswith(b": " + text + b"\n"), message
     assert [path.name for path in folder.iterdir()] == ["file"]
     assert (folder / "file").read_text() == "old"
+
+
+@needs_strace
+@pytest.mark.parametrize("error, status, text", [("EIO", LOCAL, "ledgerctl: {}/: Input/output error\n"),
+                                                 ("EINVAL", 0, "")])
+def test_dump_into_a_directory_that_cannot_be_synced(ledgerctl, client, error, status, text):
+    """EINVAL is the answer of file systems that have nothing to sync there."""
+    file = ledgerctl.folder / "file"
+    assert ledgerctl.run("dump", str(file), wrapper=(
+        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject=fsync:error={error}:when=2"
+    )) == (status, b"", text.format(ledgerctl.folder).encode())
+    assert file.read_text() == "{}\n"
 
 
 @needs_strace
