@@ -89,14 +89,18 @@ TEST_F(EditVerb, RefusesToOverwriteWhatOthersChanged) {
     const char* name;
     const char* editor;
     const char* others;
-    const char* culprit;  // null if both changes stand
+    const char* output;
+    const char* culprit;  // null if both changes are kept
   };
+  const char* const changed = "- [a] k=1\n+ [a] k=x\n";
   const Row rows[] = {
-      {"another key", "sed -i s/=1/=x/", R"({"a":{"l":"other"}})", nullptr},
-      {"the same key", "sed -i s/=1/=x/", R"({"a":{"k":"other"}})", "key 'k' in section 'a'"},
-      {"a key that is gone", "sed -i s/=1/=x/", R"({"a":{"k":null}})", "key 'k' in section 'a'"},
-      {"a key that came", "sed -i s/^l=2/new=x/", R"({"a":{"new":"other"}})", "key 'new' in section 'a'"},
-      {"a deleted section", "sed -i -e '/.b./d' -e /k=3/d", R"({"b":{"new":"1"}})", "key 'new' in section 'b'"},
+      {"another key", "sed -i s/=1/=x/", R"({"a":{"l":"other"}})", changed, nullptr},
+      {"the same key", "sed -i s/=1/=x/", R"({"a":{"k":"other"}})", changed, "key 'k' in section 'a'"},
+      {"a key that is gone", "sed -i s/=1/=x/", R"({"a":{"k":null}})", changed, "key 'k' in section 'a'"},
+      {"a key that came", "sed -i s/^l=2/new=x/", R"({"a":{"new":"other"}})", "- [a] l=2\n+ [a] new=x\n",
+       "key 'new' in section 'a'"},
+      {"a deleted section", "sed -i -e '/.b./d' -e /k=3/d", R"({"b":{"new":"1"}})", "- [b] k=3\n",
+       "key 'new' in section 'b'"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -111,15 +115,16 @@ TEST_F(EditVerb, RefusesToOverwriteWhatOthersChanged) {
     const Outcome outcome = EditWith(row.editor);
     registry.OnCall({});
     if (row.culprit == nullptr) {
-      EXPECT_EQ(outcome.status, 0) << outcome;
+      EXPECT_EQ(outcome, Prints(row.output));
       EXPECT_EQ(back_end.store->Text(), "[a]\nk=x\nl=other\n[b]\nk=3\n");
       continue;
     }
-    EXPECT_EQ(outcome.status, 10);
     const std::vector<std::string> kept = LeftFiles();
     ASSERT_EQ(kept.size(), 1u);
-    EXPECT_EQ(outcome.error, std::string("ledgerctl: ") + row.culprit +
-                                 " has changed meanwhile; nothing changed\nYour text is kept in " + kept[0] + "\n");
+    EXPECT_EQ(outcome,
+              (Outcome{10, row.output,
+                       std::string("ledgerctl: ") + row.culprit +
+                           " has changed meanwhile; nothing changed\nYour text is kept in " + kept[0] + "\n"}));
     std::filesystem::remove(kept[0]);
     EXPECT_EQ(back_end.store->Text().find('x'), std::string::npos);
   }
@@ -130,21 +135,22 @@ TEST_F(EditVerb, KeepsATextThatItCannotTake) {
     const char* editor;
     int status;
     const char* reason;
+    std::string output;
   };
   const Row rows[] = {
-      {"sed -i \"s/=1/='/\"", 4, "line 11: a quote is not closed"},
-      {"sed -i s/^k/gr\xc3\xb6n/", 3, "invalid name 'gr\xc3\xb6n': only ASCII is allowed"},
+      {"sed -i \"s/=1/='/\"", 4, "line 11: a quote is not closed", ""},
+      {"sed -i s/^k/gr\xc3\xb6n/", 3, "invalid name 'gr\xc3\xb6n': only ASCII is allowed", ""},
       {"f() { sed -i s/=1/=$(head -c 17000 /dev/zero | tr '\\0' x)/ \"$1\"; }; f", 5,
-       "registry full (16383 bytes); nothing changed"},
-      {"sed -i s/=1/=\\\\xff/", 4, "the value of key 'k' in section 'a' is not UTF-8"},
+       "registry full (16383 bytes); nothing changed", "- [a] k=1\n+ [a] k=" + std::string(17000, 'x') + "\n"},
+      {"sed -i s/=1/=\\\\xff/", 4, "the value of key 'k' in section 'a' is not UTF-8", ""},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.reason);
     const Outcome outcome = EditWith(row.editor);
-    EXPECT_EQ(outcome.status, row.status);
     const std::vector<std::string> kept = LeftFiles();
     ASSERT_EQ(kept.size(), 1u);
-    EXPECT_EQ(outcome.error, std::string("ledgerctl: ") + row.reason + "\nYour text is kept in " + kept[0] + "\n");
+    EXPECT_EQ(outcome, (Outcome{row.status, row.output,
+                                std::string("ledgerctl: ") + row.reason + "\nYour text is kept in " + kept[0] + "\n"}));
     EXPECT_EQ(std::filesystem::status(kept[0]).permissions(), std::filesystem::perms(0600));
     std::filesystem::remove(kept[0]);
     EXPECT_EQ(back_end.FlushedText(), "[a]\nk=1\nl=2\n[b]\nk=3\n");

@@ -116,7 +116,10 @@ TEST_F(DocumentVerbs, LoadIsAllOrNothing) {
       if (*mode != '\0') {
         command.emplace_back(mode);
       }
-      EXPECT_EQ(Run(command).status, row.status);
+      const Outcome outcome = Run(command);
+      EXPECT_EQ(outcome.status, row.status);
+      EXPECT_EQ(outcome.output, "");
+      EXPECT_EQ(outcome.error.find("ledgerctl: "), 0u) << outcome;
       EXPECT_EQ(back_end.FlushedText(), before);
     }
   }

@@ -14,7 +14,11 @@ protected:
   /// Watches while each of `changes` is made between two looks, then the daemon goes.
   Outcome Watch(std::vector<std::string> arguments, const std::vector<std::string>& changes) {
     std::size_t looks = 0;
+    const MemoryFile output;
+    const MemoryFile error;
+    std::string seen;
     registry.OnCall([&](const std::string&) {
+      seen = output.Text();
       if (looks > changes.size()) {
         throw ledgerctl::Failure(ledgerctl::ExitStatus::NotRunning, "gone");
       }
@@ -24,7 +28,9 @@ protected:
       ++looks;
     });
     arguments.insert(arguments.begin(), {"watch", "-i", interval});
-    return Run(arguments);
+    const int status = RunOn(registry, arguments, output.Fd(), error.Fd());
+    EXPECT_EQ(seen, output.Text()) << "printed late";
+    return {status, seen, error.Text()};
   }
 
   std::string interval = "0.001";

@@ -75,6 +75,11 @@ def test_answer_of_a_running_daemon(ledgerctl, client, command, expected):
     assert client.read_all_json() == '{"s":{"k":"v"}}'
 
 
+def test_value_that_no_message_can_hold(ledgerctl, client):
+    """The bus would close the connection."""
+    assert ledgerctl.run("set", "s", "k", "-", input=b"x" * (32 << 20)) == failure(FULL, FULL_TEXT)
+
+
 @pytest.mark.parametrize("document, status, text", [
     (b"[]", NO_DOCUMENT, b"not a registry document: no JSON object of objects"),
     (b'{"s":1}', NO_DOCUMENT, b"not a registry document: section 's' is neither an object nor null"),
