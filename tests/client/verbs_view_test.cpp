@@ -28,6 +28,7 @@ TEST_F(ViewVerbs, TellAnEmptySectionFromNone) {
   EXPECT_EQ(Run({"list", "--json", "s"}), Prints("[]\n"));
   EXPECT_EQ(Run({"show", "s"}), Prints("[s]\n"));
   EXPECT_EQ(Run({"show", "--json", "s"}), Prints("{}\n"));
+  EXPECT_EQ(Run({"show", "--json"}), Prints("{\n  \"s\": {}\n}\n"));
   for (const char* verb : {"list", "show"}) {
     EXPECT_EQ(Run({verb, "t"}), (Outcome{1, "", "ledgerctl: no section 't'\n"}));
   }
