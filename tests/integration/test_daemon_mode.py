@@ -14,7 +14,7 @@ from observe import needs_strace
 from stalled_bus import StalledBus
 from test_foreground import ALL_CLOSED_STREAMS, without_streams
 
-IGNORED = {signal.SIGTSTP, signal.SIGTTOU, signal.SIGTTIN, signal.SIGUSR1}
+IGNORED = {signal.SIGTSTP, signal.SIGTTOU, signal.SIGTTIN, signal.SIGUSR1, signal.SIGPIPE, signal.SIGXFSZ}
 TERMINATION = {getattr(signal, name) for name in observe.TERMINATION_SIGNALS}
 # A sanitizer reports these itself.
 FAULTS = {signal.SIGSEGV, signal.SIGBUS, signal.SIGFPE, signal.SIGILL, signal.SIGTRAP, signal.SIGABRT}
@@ -172,7 +172,8 @@ def test_signal_dispositions_of_a_ready_daemon(machine):
     ["--ignore-signal=HUP,TERM,INT,QUIT"],
     ["--ignore-signal=USR1", "--block-signal=USR1,CHLD"],
     ["--ignore-signal=CHLD"],
-], ids=["termination ignored", "hand-shake blocked", "children ignored"])
+    ["--block-signal=HUP,TERM,INT,QUIT"],
+], ids=["termination ignored", "hand-shake blocked", "children ignored", "termination blocked"])
 def test_signal_dispositions_do_not_depend_on_the_starting_program(machine, options):
     daemon = machine.start(wrapper=("env", *options))
     assert signals(daemon.pid, "SigIgn") == IGNORED
