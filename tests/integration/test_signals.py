@@ -15,11 +15,16 @@ from harness import BUS_NAME, INTERFACE, OBJECT_PATH, wait_for
 from observe import Strace, needs_strace
 
 SIGNALS = [getattr(signal, name) for name in observe.TERMINATION_SIGNALS]
-ROUNDS = 500
 # How far the random moments reach beyond what an undisturbed start and end take.
 MARGIN = 1.5
-BOUND_OF_THE_END = 1.0
+# The library's own end would wait up to 25 s for a bus that hangs.
+BOUND_OF_THE_END = 5.0
 MOST_CALLS = 200  # of one kind in a short run
+# What the main thread calls after it has its handlers, in every run: calls that wait, change the file, make the worker or
+# end it, and ioctl, the last one. Not what comes by chance: memory for the allocator, and the calls that the kernel makes
+# where a signal or the tracer interrupted another one.
+DISTURBED_CALLS = ("socket", "connect", "poll", "sendto", "read", "sendmsg", "recvmsg", "clone3", "futex", "access",
+                   "openat", "write", "close", "rename", "ioctl")
 
 
 def text_with(value):
@@ -58,24 +63,22 @@ def undisturbed_times(world):
 
 
 def end_by_signals(daemon, choice, longest_teardown):
-    """Sends one or several signals and waits for the end; returns the exit status and the time it took."""
+    """Sends one or several signals and waits for the end; returns the exit status."""
     numbers = choice.sample(SIGNALS, choice.choice((1, 1, 2, 3, 4)))
-    began = time.monotonic()
     for i, number in enumerate(numbers):
         if i:
             spend(choice.uniform(0, longest_teardown))
         # A process that has ended is a zombie, which takes signals too, until its status is asked for.
         daemon.signal(number)
-    status = daemon.wait_end()
-    return status, time.monotonic() - began
+    return daemon.wait_end(BOUND_OF_THE_END)
 
 
-def test_signals_at_random_moments_end_the_daemon_with_a_whole_file(world):
+def test_signals_at_random_moments_end_the_daemon_with_a_whole_file(world, request):
     seed = random.SystemRandom().randrange(2**32)
     choice = random.Random(seed)
     start, teardown = undisturbed_times(world)
     connection = world.bus.connect()
-    for i in range(ROUNDS):
+    for i in range(request.config.getoption("--rounds")):
         context = f"seed {seed}, round {i}"
         old = text_with(f"old{i}")
         world.registry.write_bytes(old)
@@ -93,9 +96,7 @@ def test_signals_at_random_moments_end_the_daemon_with_a_whole_file(world):
             spend(choice.uniform(0, 0.002))
         else:
             spend(choice.uniform(0, MARGIN * start))
-        status, took = end_by_signals(daemon, choice, MARGIN * teardown)
-        assert status == 0, context
-        assert took < BOUND_OF_THE_END, context
+        assert end_by_signals(daemon, choice, MARGIN * teardown) == 0, context
         assert daemon.take_stderr() == "", context
         accepted = [old, *map(text_with, values)][acknowledged:]
         assert world.registry_bytes() in accepted, context
@@ -115,7 +116,7 @@ def test_signal_that_the_worker_thread_takes_wakes_the_main_thread(world):
         client.close()
         worker = wait_for(lambda: observe.thread_named(daemon.pid, observe.WORKER_NAME), "the worker has its name")
         assert libc.tgkill(daemon.pid, worker, number) == 0
-        assert daemon.wait_end(patience=5) == 0
+        assert daemon.wait_end(BOUND_OF_THE_END) == 0
         assert world.registry_bytes() == text_with(number)
 
 
@@ -167,9 +168,8 @@ def test_signal_at_each_system_call_ends_the_daemon_with_a_whole_file(world):
     lines, acknowledged = run_with_a_write(world)
     assert acknowledged
     first = calls_after_the_handlers(lines)
-    assert {"connect", "poll", "sendmsg", "recvmsg", "futex", "openat", "write", "rename", "close"} <= set(first)
-    # A handler's own calls, and one that a signal cannot be delivered after.
-    for name in set(first) - {"rt_sigreturn", "exit_group", "exit"}:
+    for name in DISTURBED_CALLS:
+        assert name in first
         ordinal = first[name] + 1
         last = ordinal + MOST_CALLS
         while True:
@@ -208,9 +208,7 @@ def test_storm_of_signals_during_a_flush_is_survived(world, call, requested):
     assert daemon.process.poll() is None
     for i in range(200):
         daemon.signal(SIGNALS[i % len(SIGNALS)])
-    began = time.monotonic()
-    assert daemon.wait_end() == 0
-    assert time.monotonic() - began < BOUND_OF_THE_END
+    assert daemon.wait_end(BOUND_OF_THE_END) == 0
     connection.close()
     client.close()
     assert world.registry_bytes() == text_with(value)
