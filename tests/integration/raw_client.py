@@ -18,7 +18,7 @@ BUS_DAEMON = "org.freedesktop.DBus"
 BUS_DAEMON_PATH = "/org/freedesktop/DBus"
 
 PATH_FIELD, INTERFACE_FIELD, MEMBER_FIELD, ERROR_NAME_FIELD, REPLY_SERIAL_FIELD = 1, 2, 3, 4, 5
-DESTINATION_FIELD, SENDER_FIELD, SIGNATURE_FIELD = 6, 7, 8
+DESTINATION_FIELD, SENDER_FIELD, SIGNATURE_FIELD, UNIX_FDS_FIELD = 6, 7, 8, 9
 
 FIXED_HEADER = struct.Struct("<4sIII")
 
@@ -148,6 +148,8 @@ class RawClient:
         identity = str(os.geteuid()).encode().hex().encode()
         self.socket.sendall(b"\0AUTH EXTERNAL " + identity + b"\r\n")
         assert self._receive_line().startswith(b"OK "), "the bus refused the client"
+        self.socket.sendall(b"NEGOTIATE_UNIX_FD\r\n")
+        assert self._receive_line() == b"AGREE_UNIX_FD"
         self.socket.sendall(b"BEGIN\r\n")
         self.name = self.call_bus("Hello").string()
 
@@ -184,10 +186,14 @@ class RawClient:
         fields = self._take(fields_length + -fields_length % 8)[:fields_length]
         return Message(start[1], serial, read_header_fields(fields), self._take(body_length))
 
-    def send(self, member, *arguments, **options):
-        """Sends a call and returns its serial; nothing is read."""
+    def send(self, member, *arguments, descriptors=(), more_fields=(), **options):
+        """Sends a call and returns its serial; nothing is read. `descriptors` go with it."""
         self.serial += 1
-        self.socket.sendall(pack_call(self.serial, member, *arguments, **options))
+        if descriptors:
+            more_fields = [*more_fields, (UNIX_FDS_FIELD, "u", len(descriptors))]
+        message = pack_call(self.serial, member, *arguments, more_fields=more_fields, **options)
+        sent = socket.send_fds(self.socket, [message], descriptors) if descriptors else 0
+        self.socket.sendall(message[sent:])
         return self.serial
 
     def call(self, member, *arguments, **options):

@@ -2,11 +2,15 @@
 
 import os
 import re
+import signal
+import socket
 import stat
+import struct
+import threading
 
 import pytest
 
-from harness import BUS_NAME, INTERFACE, OBJECT_PATH
+from harness import BUS_NAME, INTERFACE, OBJECT_PATH, PATIENCE, wait_for
 from namespace_world import as_user, needs_root
 from raw_client import (BUS_DAEMON, ERROR, ERROR_NAME_FIELD, METHOD_CALL, METHOD_RETURN, NO_REPLY_EXPECTED,
                         REPLY_SERIAL_FIELD, SIGNAL, RawClient)
@@ -156,6 +160,46 @@ def test_call_that_wants_no_reply_is_dropped(served, people):
     assert served.call("ReadAllJson").string() == '{"s":{"k":"v"}}'
 
 
+@users(ALLOWED)
+def test_call_with_descriptors_is_refused(served, people, user):
+    client = people(user)
+    with open(os.devnull, "rb") as file:
+        for number in (1, 2, 14):
+            for member, (arguments, _) in METHODS.items():
+                reply = client.call(member, *arguments, descriptors=[file.fileno()] * number)
+                assert outcome(reply) == ACCESS_DENIED, (member, number)
+    assert client.call("Read", "s", "k").string() == "v"
+
+
+@pytest.fixture
+def lingering():
+    """The descriptor, to be closed, of a socket whose last close waits longer than any test, since its peer never reads."""
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        sender = socket.create_connection(server.getsockname())
+        receiver, _ = server.accept()
+    sender.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, int(3 * PATIENCE)))
+    sender.setblocking(False)
+    with pytest.raises(BlockingIOError):
+        while True:
+            sender.send(bytes(1 << 16))
+    yield sender.detach()
+    # Ends the wait.
+    receiver.close()
+
+
+def test_descriptor_that_does_not_close_cannot_freeze_the_daemon(served, daemon, people, lingering):
+    client = people(MEMBER)
+    # If the daemon gets a copy, it shall be the last one.
+    daemon.signal(signal.SIGSTOP)
+    client.send("Read", "s", "k", descriptors=[lingering])
+    client.send("GetId", interface=BUS_DAEMON, path="/", destination=BUS_DAEMON)
+    client.receive()
+    threading.Thread(target=os.close, args=[lingering], daemon=True).start()
+    wait_for(lambda: not os.path.exists(f"/proc/self/fd/{lingering}"), "the test's own copy is gone")
+    daemon.signal(signal.SIGCONT)
+    assert served.call("Read", "s", "k").string() == "v"
+
+
 @users((MEMBER, FIRST_GROUP_MEMBER, *REFUSED))
 def test_name_is_for_root_alone(world, people, user):
     client = people(user)
@@ -183,9 +227,11 @@ def test_running_daemon_keeps_its_name(served, people):
 def test_stray_messages_of_others_do_not_arrive(world, people, kind, fields):
     service = people(ROOT)
     assert outcome(service.call_bus("RequestName", BUS_NAME, 0)) is None
-    client = people(STRANGER)
-    assert outcome(client.call("Changed", kind=kind, more_fields=fields)) == ACCESS_DENIED
     member = people(MEMBER)
+    with open(os.devnull, "rb") as file:
+        for client, number in [(people(STRANGER), 0), (people(STRANGER), 1), (member, 1), (people(ROOT), 1)]:
+            reply = client.call("Changed", kind=kind, more_fields=fields, descriptors=[file.fileno()] * number)
+            assert outcome(reply) == ACCESS_DENIED
     member.send("Read", "s", "k")
     message = service.receive_any()
     while message.sender == BUS_DAEMON:
