@@ -8,7 +8,8 @@ namespace bramble {
 void FireTracepoint(const char* desc, int value) noexcept;
 
 /// Loads the event's probes, a shared object of this program's, which in turn loads LTTng and starts its threads: so it
-/// must not run before a fork. Missing probes or a missing LTTng are passed over in silence. Call it once.
+/// must not run before a fork. Does nothing if root's session daemon of LTTng is not running. Missing probes or a
+/// missing LTTng are passed over in silence. Call it once.
 void LoadTracepointProbes() noexcept;
 
 }  // namespace bramble

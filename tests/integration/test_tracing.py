@@ -4,7 +4,7 @@ import os
 import pathlib
 import re
 import signal
-import statistics
+import socket
 import subprocess
 import time
 
@@ -12,7 +12,7 @@ import pytest
 
 import observe
 from harness import MISSING_HARDWARE, wait_for
-from namespace_world import NamespaceWorld, SERVICE_NAME, needs_one_thread
+from namespace_world import NOBODY_ELSE, SERVICE_NAME, needs_one_thread, needs_root
 from observe import needs_strace
 from stalled_bus import StalledBus
 from tracer import EVENT, needs_tracer
@@ -21,7 +21,6 @@ from tracer import EVENT, needs_tracer
 TRACER_PATIENCE = 3
 # With this the daemon starts only when the session daemon has taken it up, so that nothing goes unrecorded.
 WAIT_FOR_TRACER = {"LTTNG_UST_REGISTER_TIMEOUT": "-1"}
-STARTS = 10
 
 
 class Tracer:
@@ -105,10 +104,51 @@ def traced(machine, request):
     return machine
 
 
+def maps(pid):
+    with open(f"/proc/{pid}/maps", encoding="utf-8") as file:
+        return file.read()
+
+
 def is_traceable(pid):
     """Whether the process has loaded the tracer."""
-    with open(f"/proc/{pid}/maps", encoding="utf-8") as file:
-        return "/liblttng-ust.so" in file.read()
+    return "/liblttng-ust.so" in maps(pid)
+
+
+def session_daemon_socket(machine):
+    """Where the daemon looks for a session daemon; in a directory of its own."""
+    path = machine.path / "run" / "lttng" / "lttng-ust-sock-8"
+    path.parent.mkdir()
+    return path
+
+
+def leave_socket(machine):
+    """As a session daemon that was killed leaves it."""
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(str(session_daemon_socket(machine)))
+
+
+def leave_socket_of_another_user(machine):
+    leave_socket(machine)
+    os.chown(machine.path / "run" / "lttng" / "lttng-ust-sock-8", NOBODY_ELSE, NOBODY_ELSE)
+
+
+def leave_file(machine):
+    session_daemon_socket(machine).touch()
+
+
+@needs_tracer
+@pytest.mark.parametrize("prepare, traceable", [
+    (lambda machine: None, False),
+    (leave_file, False),
+    pytest.param(leave_socket_of_another_user, False, marks=needs_root),
+    (leave_socket, True),
+], ids=["nothing", "file", "socket of another user", "socket of root"])
+def test_tracer_is_loaded_only_where_root_has_a_session_daemon(traced, prepare, traceable):
+    prepare(traced)
+    daemon = traced.start()
+    assert is_traceable(daemon.pid) == traceable
+    # What other users could truncate.
+    assert ("/dev/shm/lttng" in maps(daemon.pid)) == traceable
 
 
 @needs_tracer
@@ -195,6 +235,7 @@ def with_broken_probes(machine, config):
 @pytest.mark.parametrize("prepare", [without_probes, without_tracer, with_broken_probes])
 def test_daemon_without_a_tracer_has_one_thread_and_says_nothing(machine, request, prepare):
     prepare(machine, request.config)
+    leave_socket(machine)
     with StalledBus(machine) as bus:
         starter = machine.launch(environment=bus.environment)
         daemon = machine.unready_service()
@@ -214,6 +255,7 @@ def test_daemon_without_a_tracer_has_one_thread_and_says_nothing(machine, reques
 @pytest.mark.parametrize("prepare", [without_probes, without_tracer, with_broken_probes])
 def test_daemon_without_a_tracer_runs_in_the_foreground(machine, request, prepare):
     prepare(machine, request.config)
+    leave_socket(machine)
     command = machine.launch("-d")
     machine.wait_until_name_is_owned()
     os.kill(command.pid, signal.SIGTERM)
@@ -224,6 +266,7 @@ def test_daemon_without_a_tracer_runs_in_the_foreground(machine, request, prepar
 @needs_strace
 def test_assertion_without_a_tracer_is_in_the_kernel_log(machine, request):
     without_tracer(machine, request.config)
+    leave_socket(machine)
     fault = observe.Strace(machine, "-P", "/var/lib/plinthware/registry~~new", "-e", "trace=write",
                            "-e", "inject=write:retval=0")
     daemon = machine.start(wrapper=fault.wrapper)
@@ -234,29 +277,6 @@ def test_assertion_without_a_tracer_is_in_the_kernel_log(machine, request):
     assert daemon.wait_end() == -signal.SIGABRT
     assert re.fullmatch(rf"<2>User space assert from process {daemon.inner_pid}: n != 0\n"
                         r"ASSERT Executing lib/platform/posix_helpers\.cpp:\d+:[^\n]+\n", machine.take_log())
-
-
-@needs_tracer
-def test_missing_tracer_does_not_slow_the_start(traced, request):
-    # Laying a layer over a folder of libraries costs time too, so both have one.
-    for folder in tracer_folders():
-        traced.lay_over_folder(folder)
-    other = NamespaceWorld(request.config.getoption("--ledgerd"))
-    try:
-        without_tracer(other, request.config)
-        durations = {}
-        # In turns, so that a change of the machine's load meets both.
-        for machine in (traced, other) * STARTS:
-            machine.enter()
-            began = time.monotonic()
-            command = machine.launch()
-            durations.setdefault(machine, []).append(command.wait() - began)
-            assert (command.status, command.take_stderr()) == (0, "")
-            machine.stop()
-        medians = {machine: statistics.median(all_of_it) for machine, all_of_it in durations.items()}
-        assert medians[other] <= 1.3 * medians[traced], durations
-    finally:
-        other.finish()
 
 
 @needs_tracer

@@ -41,6 +41,7 @@ def test_restrictions_are_in_force(system):
     for folder in ("usr", "etc", "var", "var/lib", "run"):
         assert os.statvfs(root / folder).f_flag & os.ST_RDONLY, folder 
     assert not os.statvfs(root / "var/lib/plinthware").f_flag & os.ST_RDONLY
+    assert (root / "dev/shm").stat().st_dev != pathlib.Path(f"/proc/{system.init}/root/dev/shm").stat().st_dev
 
 
 def test_methods_work(system, client):
