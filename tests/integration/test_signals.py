@@ -164,6 +164,17 @@ def run_with_a_write(world, *strace_options):
 
 
 @needs_strace
+def test_start_and_end_keep_their_order(world):
+    # Without a registry file, which is looked for all the same; the end writes the change.
+    lines, _ = run_with_a_write(world, "-s", "256")
+    steps = [r"rt_sigaction\(SIGTERM", r"connect\(\d+<socket:", r"sendmsg\(\d+<socket:.*RequestName",
+             r'openat\(.*"/var/lib/plinthware/registry", O_RDONLY', r"--- SIGTERM", r"rename\(", r"close\(\d+<socket:"]
+    found = [[i for i, line in enumerate(lines) if re.search(step, line)] for step in steps]
+    assert [len(places) for places in found] == [1] * len(steps)
+    assert found == sorted(found)
+
+
+@needs_strace
 def test_signal_at_each_system_call_ends_the_daemon_with_a_whole_file(world):
     lines, acknowledged = run_with_a_write(world)
     assert acknowledged
