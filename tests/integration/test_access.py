@@ -275,6 +275,8 @@ class TestOnABusThatIsOpen:
     @pytest.fixture
     def make_bus(self, policies):
         everything = '<policy context="default"><allow own="*"/><allow send_type="method_call"/></policy>'
+        # Goes before the policy's rules for the group, wherever it is read.
+        everything += f'<policy user="{MEMBER.name}"><allow send_type="method_call"/></policy>'
         # Read before the policy, whose rules of the same context have the last word.
         opened = {"aaa-open.conf": f"<busconfig>{everything}</busconfig>"}
         return lambda directory: SystemBus(directory, {**opened, **policies})
@@ -287,7 +289,10 @@ class TestOnABusThatIsOpen:
             assert outcome(client.call(member, *arguments, **options)) == ACCESS_DENIED, name
         assert outcome(client.call_bus("RequestName", BUS_NAME, 2)) == ACCESS_DENIED
         assert outcome(client.call_bus("RequestName", "com.tavimesh.Another", 0)) is None, "the bus is open"
-        assert people(MEMBER).call("Read", "s", "k").string() == "v"
+        member = people(MEMBER)
+        assert member.call("Read", "s", "k").string() == "v"
+        with open(os.devnull, "rb") as file:
+            assert outcome(member.call("Read", "s", "k", descriptors=[file.fileno()])) == ACCESS_DENIED
 
 
 class TestWithoutTheGroup:
