@@ -9,7 +9,6 @@ import pytest
 BUS_NAME = "com.tavimesh.Registry"
 POLICY = pathlib.Path(__file__).parents[2] / "packaging" / f"{BUS_NAME}.conf"
 
-
 # The one rule about a part of the messages: those with file descriptors.
 NO_DESCRIPTORS = ("deny", {"send_destination": BUS_NAME, "min_fds": "1"})
 
