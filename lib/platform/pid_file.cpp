@@ -1,9 +1,13 @@
 #include "lib/platform/pid_file.h"
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 
@@ -17,6 +21,16 @@ namespace bramble {
 namespace {
 
 constexpr useconds_t kPollIntervalMicroseconds = 10000;
+constexpr mode_t kPidFileMode = 0644;
+
+// The umask may have taken bits away, and an older file may have more. A link may lead to a device, which keeps its
+// own mode.
+void SetMode(int fd) {
+  struct stat status;
+  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+    ::fchmod(fd, kPidFileMode);
+  }
+}
 
 // Whether the process runs under `name`; prints why not.
 bool IsRunningAs(pid_t pid, const std::string& name) {
@@ -38,10 +52,14 @@ bool IsRunningAs(pid_t pid, const std::string& name) {
 }  // namespace
 
 void WritePidFile(const std::string& path, pid_t pid) {
-  if (std::FILE* file = std::fopen(path.c_str(), "we")) {
-    std::fprintf(file, "%lu\n", static_cast<unsigned long>(pid));
-    std::fclose(file);
+  // fopen would create the file with mode 0666, which others could open for writing before the mode is set.
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kPidFileMode);
+  if (fd < 0) {
+    return;
   }
+  SetMode(fd);
+  ::dprintf(fd, "%lu\n", static_cast<unsigned long>(pid));
+  ::close(fd);
 }
 
 pid_t ReadPidFile(const std::string& path, const std::string& name) {
@@ -67,8 +85,8 @@ int KillProcessAndWait(pid_t pid, int signal, const boost::posix_time::time_dura
     SafePrint(stderr, "Failed to send signal %d to %d.\n", signal, pid);
     throw ErrnoException(error_number, "KillProcessAndWait");
   }
-  const timespec deadline =
-      AddMicroseconds(get_monotonic_time(), static_cast<std::uint64_t>(timeout.total_microseconds()));
+  const auto microseconds = static_cast<std::uint64_t>(std::max<std::int64_t>(timeout.total_microseconds(), 0));
+  const timespec deadline = AddMicroseconds(get_monotonic_time(), microseconds);
   while (IsBefore(get_monotonic_time(), deadline) && ::kill(pid, 0) == 0) {
     ::usleep(kPollIntervalMicroseconds);
   }

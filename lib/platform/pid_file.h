@@ -8,7 +8,9 @@
 
 namespace bramble {
 
-/// Writes `pid` as a decimal number and a line feed. A file that cannot be opened is passed over in silence.
+/// Writes `pid` as a decimal number and a newline. The file has mode 0644, whatever the umask and the mode of an older
+/// file; what is not a regular file keeps its mode. An existing file is truncated first, so a reader may see it empty.
+/// A symbolic link is followed. Every failure is ignored in silence.
 void WritePidFile(const std::string& path, pid_t pid);
 
 /// Returns the process ID that the file names, if that process carries `name`: the number of a process that has ended
@@ -18,9 +20,9 @@ void WritePidFile(const std::string& path, pid_t pid);
 pid_t ReadPidFile(const std::string& path, const std::string& name);
 
 /// Sends `signal` and polls, every 10 ms for at most `timeout`, until the process is gone; a process still there is
-/// then sent SIGKILL, without another wait. Returns -1 if the process went by itself, else the result of that kill.
-/// Throws ErrnoException with the context "KillProcessAndWait" if the first signal cannot be sent. A process that is
-/// not reaped counts as still there.
+/// then sent SIGKILL, without another wait. A negative `timeout` counts as zero: SIGKILL follows at once. Returns -1 if
+/// the process went by itself, else the result of that kill. Throws ErrnoException with the context
+/// "KillProcessAndWait" if the first signal cannot be sent. A process that is not reaped counts as still there.
 int KillProcessAndWait(pid_t pid, int signal, const boost::posix_time::time_duration& timeout);
 
 }  // namespace bramble

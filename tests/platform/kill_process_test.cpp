@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -108,6 +110,8 @@ TEST(KillProcessAndWait, WaitsNoLongerThanTheTimeout) {
       {"one look", milliseconds(10), {1000, 0}, 1},
       {"a moment", microseconds(1), {1000, 0}, 1},
       {"none", microseconds(0), {1000, 0}, 0},
+      {"less than none", microseconds(-1), {1000, 0}, 0},
+      {"the least", microseconds(std::numeric_limits<std::int64_t>::min() + 2), {1000, 0}, 0},
   };
   CapturedStderr captured;
   for (const auto& row : rows) {

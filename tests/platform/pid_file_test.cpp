@@ -1,5 +1,6 @@
 #include "lib/platform/pid_file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <string>
 
 #include "tests/platform/victim.h"
+#include "tests/platform/wrapped_process_calls.h"
 #include "tests/support/captured_stderr.h"
 #include "tests/support/child_process.h"
 #include "tests/support/forked_child.h"
@@ -25,11 +27,18 @@ using test_support::ReadTextFile;
 using test_support::RunInChild;
 using test_support::TempDir;
 using test_support::WriteTextFile;
+using wrapped_calls::FailingCall;
+using wrapped_calls::ProcessCall;
 
 namespace {
 
 const std::string kNoInstance = "ReadPidFile:ledgd: No such process (3)";
 const std::string kNoFile = "ReadPidFile:ledgd: No such file or directory (2)";
+
+mode_t Mode(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
 
 std::string WasNotThere(const std::string& pid) {
   return "PID file exists but ledgd process does not exist: /proc/" + pid + "/stat: No such file or directory (2)\n";
@@ -52,6 +61,49 @@ TEST(WritePidFile, ReplacesALongerText) {
   WriteTextFile(dir / "pid", "1234567890\nand more\n");
   WritePidFile(dir / "pid", 77);
   EXPECT_EQ(ReadTextFile(dir / "pid"), "77\n");
+}
+
+TEST(WritePidFile, MakesTheFileReadableByAllAndWritableByTheOwner) {
+  constexpr mode_t kMissing = 010000;
+  const TempDir dir;
+  const std::string path = dir / "pid";
+  for (const bool mode_can_be_set : {true, false}) {
+    for (const mode_t mask : {0, 022, 077}) {
+      for (const mode_t old : {kMissing, mode_t{0666}, mode_t{0600}, mode_t{04755}}) {
+        SCOPED_TRACE(testing::Message() << std::oct << mask << " over " << old << " " << mode_can_be_set);
+        ::unlink(path.c_str());
+        if (old != kMissing) {
+          WriteTextFile(path, "1234567890\n");
+          ASSERT_EQ(::chmod(path.c_str(), old), 0);
+        }
+        const mode_t before = ::umask(mask);
+        if (mode_can_be_set) {
+          WritePidFile(path, 77);
+          EXPECT_EQ(Mode(path), 0644U);
+        } else {
+          // It is written all the same, and a new file is at no time writable by others.
+          const FailingCall chmod(ProcessCall::ChangeMode, EPERM);
+          WritePidFile(path, 77);
+          EXPECT_EQ(Mode(path), old == kMissing ? 0644 & ~mask : old);
+        }
+        EXPECT_EQ(::umask(before), mask);
+        EXPECT_EQ(ReadTextFile(path), "77\n");
+      }
+    }
+  }
+}
+
+TEST(WritePidFile, KeepsTheModeOfAFileThatIsNotRegular) {
+  const TempDir dir;
+  ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
+  ASSERT_EQ(::symlink("fifo", (dir / "pid").c_str()), 0);
+  const int reader = ::open((dir / "fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  WritePidFile(dir / "pid", 77);
+  char text[8]{};
+  EXPECT_EQ(::read(reader, text, sizeof text), 3);
+  EXPECT_STREQ(text, "77\n");
+  EXPECT_EQ(Mode(dir / "fifo"), 0600U);
+  ::close(reader);
 }
 
 TEST(WritePidFile, PassesOverAFileThatCannotBeOpened) {

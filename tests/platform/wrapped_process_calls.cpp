@@ -13,6 +13,7 @@
 // The linker's names for the double and for the function behind it.
 extern "C" {
 int __real_chdir(const char* path);
+int __real_fchmod(int fd, mode_t mode);
 pid_t __real_fork();
 int __real_kill(pid_t pid, int signal);
 int __real_prctl(int option, unsigned long second, unsigned long third, unsigned long fourth, unsigned long fifth);
@@ -22,6 +23,7 @@ int __real_sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* ti
 int __real_usleep(useconds_t microseconds);
 
 int __wrap_chdir(const char* path);
+int __wrap_fchmod(int fd, mode_t mode);
 pid_t __wrap_fork();
 int __wrap_kill(pid_t pid, int signal);
 int __wrap_prctl(int option, unsigned long second, unsigned long third, unsigned long fourth, unsigned long fifth);
@@ -95,6 +97,8 @@ using wrapped_calls::Fails;
 using wrapped_calls::ProcessCall;
 
 int __wrap_chdir(const char* path) { return Fails(ProcessCall::Chdir) ? -1 : __real_chdir(path); }
+
+int __wrap_fchmod(int fd, mode_t mode) { return Fails(ProcessCall::ChangeMode) ? -1 : __real_fchmod(fd, mode); }
 
 pid_t __wrap_fork() { return Fails(ProcessCall::Fork) ? -1 : __real_fork(); }
 

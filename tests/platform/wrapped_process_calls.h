@@ -11,7 +11,7 @@
 
 namespace wrapped_calls {
 
-enum class ProcessCall { Chdir, Fork, Kill, Prctl, SetSession, SignalMask };
+enum class ProcessCall { ChangeMode, Chdir, Fork, Kill, Prctl, SetSession, SignalMask };
 
 /// While it lives, the call fails with `error_number`, but for the first `successes` calls of the process.
 class FailingCall {
