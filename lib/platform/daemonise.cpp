@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +12,7 @@
 
 #include "lib/platform/assertion.h"
 #include "lib/platform/errno_exception.h"
+#include "lib/platform/monotonic_time.h"
 #include "lib/platform/pid_file.h"
 #include "lib/platform/safe_print.h"
 #include "lib/platform/standard_streams.h"
@@ -20,6 +22,7 @@ namespace bramble {
 namespace {
 
 constexpr long kMicrosecondsPerSecond = 1000000;
+constexpr long kNanosecondsPerSecond = 1000000000;
 
 // The signals of the hand-shake: the child is ready, or it has ended.
 sigset_t HandshakeSignals() {
@@ -48,6 +51,53 @@ timespec ToTimespec(const boost::posix_time::time_duration& duration) {
   return time;
 }
 
+// `now` is before `deadline`.
+timespec TimeLeft(const timespec& deadline, const timespec& now) {
+  timespec left{deadline.tv_sec - now.tv_sec, deadline.tv_nsec - now.tv_nsec};
+  if (left.tv_nsec < 0) {
+    left.tv_nsec += kNanosecondsPerSecond;
+    --left.tv_sec;
+  }
+  return left;
+}
+
+// A program hands an ignored SIGCHLD and pending signals on to the program that it executes. The kernel reports no
+// child's end while SIGCHLD is ignored, and an old signal says nothing about the child of this start.
+void ForgetInheritedSignals() {
+  ::signal(SIGCHLD, SIG_DFL);
+  const sigset_t signals = HandshakeSignals();
+  const timespec no_wait{0, 0};
+  while (::sigtimedwait(&signals, nullptr, &no_wait) > 0) {
+  }
+}
+
+// Leaves the child unreaped: it becomes a zombie until the starter ends.
+bool HasEnded(pid_t child) {
+  siginfo_t info{};
+  return ::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid == child;
+}
+
+// Returns as sigtimedwait does. SIGCHLD counts only once `child` has ended: it also comes for any other child of this
+// process, and for one that is stopped or continued.
+int AwaitReport(pid_t child, const boost::posix_time::time_duration& timeout) {
+  const sigset_t signals = HandshakeSignals();
+  const timespec deadline =
+      AddMicroseconds(get_monotonic_time(), static_cast<std::uint64_t>(timeout.total_microseconds()));
+  timespec limit = ToTimespec(timeout);
+  for (;;) {
+    const int signal = ::sigtimedwait(&signals, nullptr, &limit);
+    if (signal != SIGCHLD || HasEnded(child)) {
+      return signal;
+    }
+    const timespec now = get_monotonic_time();
+    if (!IsBefore(now, deadline)) {
+      errno = EAGAIN;
+      return -1;
+    }
+    limit = TimeLeft(deadline, now);
+  }
+}
+
 void SetDispositions() {
   ::signal(SIGCHLD, SIG_DFL);
   ::signal(SIGTSTP, SIG_IGN);
@@ -63,23 +113,23 @@ void SetDispositions() {
 void Daemonise::Prepare(const boost::posix_time::time_duration& timeout) {
   // Blocked before the fork, so that a report that comes before the wait stays pending.
   ChangeSignalMask(SIG_BLOCK);
+  ForgetInheritedSignals();
+  m_starter = ::getpid();
   const pid_t child = ::fork();
   if (child < 0) {
     throw std::runtime_error(__extension__ strprintf("failed to fork: %m"));
   }
   if (child > 0) {
     WritePidFile(m_pid_file, child);
-    WaitForChild(timeout);
+    WaitForChild(child, timeout);
     ::_exit(0);
   }
   BecomeDaemon();
 }
 
 // Returns when the child is ready, else throws.
-void Daemonise::WaitForChild(const boost::posix_time::time_duration& timeout) {
-  const sigset_t signals = HandshakeSignals();
-  const timespec limit = ToTimespec(timeout);
-  const int signal = ::sigtimedwait(&signals, nullptr, &limit);
+void Daemonise::WaitForChild(pid_t child, const boost::posix_time::time_duration& timeout) {
+  const int signal = AwaitReport(child, timeout);
   const int error_number = errno;
   if (signal == SIGUSR1) {
     return;
@@ -114,7 +164,15 @@ void Daemonise::BecomeDaemon() {
   DetachStandardStreams();
 }
 
-int Daemonise::Signal() { return ::kill(::getppid(), SIGUSR1); }
+int Daemonise::Signal() {
+  const pid_t parent = ::getppid();
+  // The process that adopts an orphan is an ancestor of the starter and so never has its number.
+  if (m_starter != 0 && parent != m_starter) {
+    errno = ESRCH;
+    return -1;
+  }
+  return ::kill(parent, SIGUSR1);
+}
 
 int Daemonise::Kill(const boost::posix_time::time_duration& timeout) {
   return KillProcessAndWait(ReadPidFile(m_pid_file, m_name), SIGTERM, timeout);

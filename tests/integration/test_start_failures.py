@@ -4,6 +4,7 @@ import os
 import pwd
 import re
 import signal
+import sys
 import time
 
 import pytest
@@ -12,19 +13,28 @@ import observe
 from harness import BUS_NAME, wait_for
 from namespace_world import NOBODY_ELSE, SERVICE_NAME, as_user, needs_root, without_leak_check
 from stalled_bus import StalledBus
+from test_handshake import DIED_EARLY, INHERITED
 
 START_TIMEOUT = 5
-DIED_EARLY = ("ledgd: Child died early\n"
-              "ledgerd caught exception: ledgd: Child died early\n")
 TOO_SLOW = ("ledgd: Child failed to get going\n"
             "ledgerd caught exception: ledgd: Child failed to report\n")
 FORK_FAILED = "ledgerd caught exception: failed to fork: Resource temporarily unavailable\n"
 
+# Runs a program, adopts the orphan that it leaves, waits for its end too and ends with its status. SIGUSR1 is deadly.
+ADOPTER = """
+import ctypes, os, subprocess, sys
+PR_SET_CHILD_SUBREAPER = 36
+ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1)
+subprocess.run(sys.argv[1:])
+sys.exit(os.waitstatus_to_exitcode(os.wait()[1]))
+"""
 
-def test_missing_bus(machine):
+
+@pytest.mark.parametrize("inherited", INHERITED)
+def test_missing_bus(machine, inherited):
     machine.bus.close()
     began = time.monotonic()
-    command = machine.run()
+    command = machine.run(wrapper=INHERITED[inherited])
     # The end of the child is noticed, not waited for.
     assert time.monotonic() - began < START_TIMEOUT
     assert (command.status, command.take_stderr()) == (0, DIED_EARLY)
@@ -71,26 +81,32 @@ def test_failed_start_does_not_prevent_the_next_one(machine):
     machine.stop()
 
 
-def test_daemon_that_is_too_slow_is_left_running_and_gets_ready_later(machine):
+@pytest.mark.parametrize("killed", [False, True], ids=["starter gives up", "starter is killed"])
+def test_daemon_that_is_ready_too_late_serves_and_signals_nobody(machine, killed):
     with StalledBus(machine) as bus:
         began = time.monotonic()
-        command = machine.launch(environment=bus.environment)
-        elapsed = command.wait() - began
-        assert (command.status, command.take_stderr()) == (0, TOO_SLOW)
-        assert START_TIMEOUT <= elapsed
-        daemon = machine.service()
+        adopter = machine.launch(wrapper=(sys.executable, "-S", "-E", "-c", ADOPTER), environment=bus.environment)
+        daemon = machine.unready_service()
+        if killed:
+            starter, = machine.processes_named(observe.PROCESS_NAME).values()
+            os.kill(starter, signal.SIGKILL)
+        adopting = adopter.pid
+        wait_for(lambda: int(observe.status(daemon.pid)["PPid"]) == adopting, "the daemon is adopted")
+        if not killed:
+            assert START_TIMEOUT <= time.monotonic() - began
+        assert adopter.take_stderr() == ("" if killed else TOO_SLOW)
         assert machine.processes_named(SERVICE_NAME) == {daemon.inner_pid: daemon.pid}
-        assert not daemon.has_ended()
 
-        # It reports to whoever is its parent now, which takes no harm from it.
         bus.release()
         machine.wait_until_name_is_owned()
         client = daemon.client()
         client.write("net", "ip", "10.0.0.1")
         client.close()
         machine.stop()
-        assert daemon.wait_end() == 0
         assert machine.registry_bytes() == b"[net]\nip=10.0.0.1\n"
+        # It was adopted by a process that a signal would have ended.
+        adopter.wait()
+        assert adopter.status == 0
 
 
 def test_daemon_that_is_too_slow_is_not_waited_for_longer_than_5_seconds(machine):

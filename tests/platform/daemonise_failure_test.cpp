@@ -6,16 +6,20 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "lib/platform/daemonise.h"
+#include "lib/platform/monotonic_time.h"
 #include "tests/platform/bounded_wait.h"
 #include "tests/platform/daemonise_fixture.h"
 #include "tests/platform/wrapped_process_calls.h"
 #include "tests/support/forked_child.h"
 #include "tests/support/private_mounts.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wrapped_calls.h"
 
 using boost::posix_time::microseconds;
 using boost::posix_time::milliseconds;
@@ -38,6 +42,7 @@ using test_support::WriteTextFile;
 using testing::AllOf;
 using testing::HasSubstr;
 using wrapped_calls::FailingCall;
+using wrapped_calls::FakeClock;
 using wrapped_calls::ProcessCall;
 using wrapped_calls::ReplacedWait;
 
@@ -95,26 +100,45 @@ TEST_F(DaemoniseTest, NamesTheDaemonInItsMessages) {
 }
 
 TEST_F(DaemoniseTest, WaitsForBothSignalsNoLongerThanTheTimeout) {
+  // Another child ends whenever `interval` is over; 0 for no other child.
   const struct {
     const char* name;
     time_duration timeout;
-    const char* limit;
+    std::uint64_t interval;
+    std::vector<const char*> limits;
   } rows[] = {
-      {"whole seconds", seconds(5), "5.0"},           {"none", seconds(0), "0.0"},
-      {"microseconds", microseconds(1), "0.1000"},    {"just below a second", microseconds(999999), "0.999999000"},
-      {"both", microseconds(1500001), "1.500001000"}, {"more than 32 bits of microseconds", seconds(5000), "5000.0"},
+      {"whole seconds", seconds(5), 0, {"5.0"}},
+      {"none", seconds(0), 0, {"0.0"}},
+      {"microseconds", microseconds(1), 0, {"0.1000"}},
+      {"just below a second", microseconds(999999), 0, {"0.999999000"}},
+      {"both", microseconds(1500001), 0, {"1.500001000"}},
+      {"more than 32 bits of microseconds", seconds(5000), 0, {"5000.0"}},
+      {"others end", seconds(5), 1700000, {"5.0", "3.300000000", "1.600000000"}},
+      {"another ends when the time is over", seconds(2), 2000000, {"2.0"}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
+    timespec now{1000, 500000000};
+    FakeClock clock(now);
     std::string seen;
-    const ReplacedWait wait([&seen](const sigset_t& signals, const timespec& limit) {
+    const ReplacedWait wait([&](const sigset_t& signals, const timespec& limit) {
       for (int signal = 1; signal < 32; ++signal) {
         seen += ::sigismember(&signals, signal) == 1 ? std::to_string(signal) + "," : "";
       }
-      seen += std::to_string(limit.tv_sec) + "." + std::to_string(limit.tv_nsec);
+      seen += std::to_string(limit.tv_sec) + "." + std::to_string(limit.tv_nsec) + ";";
+      if (row.interval != 0 && limit.tv_sec + limit.tv_nsec != 0) {
+        now = bramble::AddMicroseconds(now, row.interval);
+        clock.Set(now);
+        return SIGCHLD;
+      }
       errno = EAGAIN;
       return -1;
     });
+    // First there is a look for signals from before.
+    std::string expected = "10,17,0.0;";
+    for (const char* limit : row.limits) {
+      expected += std::string("10,17,") + limit + ";";
+    }
     EXPECT_EQ(RunInChild([&]() -> std::string {
                 BoundLife();
                 const pid_t starter = ::getpid();
@@ -124,9 +148,10 @@ TEST_F(DaemoniseTest, WaitsForBothSignalsNoLongerThanTheTimeout) {
                 } catch (const std::exception&) {
                   return seen;
                 }
-                ::_exit(::getpid() == starter ? 1 : 0);
+                WaitUntil([starter] { return ::getppid() != starter; });
+                ::_exit(0);
               }),
-              std::to_string(SIGUSR1) + "," + std::to_string(SIGCHLD) + "," + row.limit);
+              expected);
     EXPECT_EQ(m_captured.Take(), "ledgd: Child failed to get going\n");
   }
 }
@@ -144,7 +169,11 @@ TEST_F(DaemoniseTest, ThrowsWhenWaitingFails) {
 
 TEST_F(DaemoniseTest, EndsTheProcessWhenAnUnexpectedSignalComes) {
   const TempDir dir;
-  const ReplacedWait wait([&dir](const sigset_t&, const timespec&) {
+  const ReplacedWait wait([&dir](const sigset_t&, const timespec& limit) {
+    if (limit.tv_sec == 0) {
+      // Nothing is pending before the fork.
+      return -1;
+    }
     // The daemon opens the kernel log, which must not empty it after the report.
     WaitUntil([&dir] { return std::filesystem::exists(dir / "detached"); });
     return SIGINT;

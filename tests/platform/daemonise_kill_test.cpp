@@ -1,4 +1,5 @@
 // Signals between daemons and those who start and stop them.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -10,6 +11,7 @@
 #include <string>
 
 #include "lib/platform/daemonise.h"
+#include "tests/platform/bounded_wait.h"
 #include "tests/platform/daemonise_fixture.h"
 #include "tests/platform/victim.h"
 #include "tests/platform/wrapped_process_calls.h"
@@ -24,11 +26,16 @@ using test_platform::DaemoniseTest;
 using test_platform::ExpectErrno;
 using test_platform::kLong;
 using test_platform::kPidFile;
+using test_platform::Start;
 using test_platform::Victim;
+using test_platform::WaitUntil;
 using test_support::ReadTextFile;
 using test_support::RunInChild;
 using test_support::WriteTextFile;
+using testing::ElementsAre;
+using testing::HasSubstr;
 using wrapped_calls::FailingCall;
+using wrapped_calls::FakeProcess;
 using wrapped_calls::ProcessCall;
 
 TEST_F(DaemoniseTest, ReturnsWhatSendingTheSignalReturns) {
@@ -37,6 +44,27 @@ TEST_F(DaemoniseTest, ReturnsWhatSendingTheSignalReturns) {
               return std::to_string(Daemonise("ledgd").Signal());
             }),
             "-1");
+}
+
+TEST_F(DaemoniseTest, SignalsTheParentWhenNoStarterIsOnRecord) {
+  const FakeProcess parent(1);
+  EXPECT_EQ(Daemonise("ledgd").Signal(), 0);
+  EXPECT_THAT(parent.Calls(), ElementsAre("kill " + std::to_string(::getppid()) + " 10"));
+}
+
+TEST_F(DaemoniseTest, SignalsNobodyWhenTheStarterIsGone) {
+  EXPECT_THAT(Start(
+                  [](Daemonise& daemonise, pid_t starter) {
+                    WaitUntil([starter] { return ::getppid() != starter; });
+                    const FakeProcess adopter(1);
+                    const int result = daemonise.Signal();
+                    const int error_number = errno;
+                    return "<" + std::to_string(result) + ", error " + std::to_string(error_number) + ", " +
+                           std::to_string(adopter.Calls().size()) + " signals>";
+                  },
+                  milliseconds(20)),
+              HasSubstr("<-1, error 3, 0 signals>"));
+  EXPECT_EQ(m_captured.Take(), "ledgd: Child failed to get going\n");
 }
 
 TEST_F(DaemoniseTest, StopsARunningDaemon) {
