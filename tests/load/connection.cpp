@@ -1,67 +1,6 @@
 #include "tests/load/connection.h"
 
-#include <memory>
-
-namespace {
-
-constexpr char kName[] = "com.tavimesh.Registry";
-constexpr char kPath[] = "/com/tavimesh/Registry";
-
-struct Unref {
-  void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Message = std::unique_ptr<DBusMessage, Unref>;
-
-void AppendItems(DBusMessageIter& iterator, Reply& reply) {
-  for (; dbus_message_iter_get_arg_type(&iterator) != DBUS_TYPE_INVALID; dbus_message_iter_next(&iterator)) {
-    switch (dbus_message_iter_get_arg_type(&iterator)) {
-      case DBUS_TYPE_STRING: {
-        const char* text = nullptr;
-        dbus_message_iter_get_basic(&iterator, &text);
-        reply.items.emplace_back(text);
-        break;
-      }
-      case DBUS_TYPE_BOOLEAN: {
-        dbus_bool_t value = 0;
-        dbus_message_iter_get_basic(&iterator, &value);
-        reply.items.emplace_back(value != 0 ? "true" : "false");
-        break;
-      }
-      case DBUS_TYPE_ARRAY:
-      case DBUS_TYPE_DICT_ENTRY: {
-        DBusMessageIter inner;
-        dbus_message_iter_recurse(&iterator, &inner);
-        AppendItems(inner, reply);
-        break;
-      }
-      default:
-        throw UnexpectedReply("a reply of another type");
-    }
-  }
-}
-
-Reply ReplyOf(DBusMessage* message) {
-  Reply reply;
-  if (dbus_message_get_type(message) == DBUS_MESSAGE_TYPE_ERROR) {
-    reply = {"error", {dbus_message_get_error_name(message)}};
-  } else {
-    reply.type = dbus_message_get_signature(message);
-  }
-  DBusMessageIter iterator;
-  dbus_message_iter_init(message, &iterator);
-  AppendItems(iterator, reply);
-  return reply;
-}
-
-std::string Describe(const Call& call) {
-  std::string text = call.member;
-  for (const std::string& argument : call.arguments) {
-    text += " '" + argument.substr(0, 300) + "'";
-  }
-  return text;
-}
-
-}  // namespace
+#include <stdexcept>
 
 Connection::Connection(const std::string& address) {
   DBusError error = DBUS_ERROR_INIT;
@@ -83,39 +22,42 @@ int Connection::Descriptor() const {
   return descriptor;
 }
 
-void Connection::Send(ExpectedCall call) {
-  const Message message(dbus_message_new_method_call(kName, kPath, kName, call.call.member.c_str()));
-  for (const std::string& argument : call.call.arguments) {
-    const char* const text = argument.c_str();
-    dbus_message_append_args(message.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
-  }
+dbus_uint32_t Connection::Send(DBusMessage* call) {
   dbus_uint32_t serial = 0;
-  dbus_connection_send(m_connection, message.get(), &serial);
+  dbus_connection_send(m_connection, call, &serial);
   dbus_connection_flush(m_connection);
-  m_pending.push_back({serial, std::move(call)});
+  return serial;
 }
 
-std::size_t Connection::CheckReplies() {
-  if (dbus_connection_read_write(m_connection, 0) == 0) {
-    throw UnexpectedReply("the bus has closed the connection");
-  }
-  std::size_t count = 0;
-  while (const Message message{dbus_connection_pop_message(m_connection)}) {
-    const int type = dbus_message_get_type(message.get());
-    if (type != DBUS_MESSAGE_TYPE_METHOD_RETURN && type != DBUS_MESSAGE_TYPE_ERROR) {
+Message Connection::TakeReply(bool wait) {
+  bool has_read = false;
+  for (;;) {
+    Message message(dbus_connection_pop_message(m_connection));
+    if (message != nullptr && dbus_message_get_reply_serial(message.get()) != 0) {
+      return message;
+    }
+    if (message != nullptr) {
       continue;
     }
-    if (m_pending.empty() || dbus_message_get_reply_serial(message.get()) != m_pending.front().serial) {
-      throw UnexpectedReply("a reply out of turn");
+    if (has_read && !wait) {
+      return nullptr;
     }
-    const auto& [call, expectation] = m_pending.front().call;
-    const Reply reply = ReplyOf(message.get());
-    if (!expectation.IsMetBy(reply)) {
-      throw UnexpectedReply(Describe(call) + "\n  answered " + ::Describe(reply) + "\n  expected " +
-                            ::Describe(expectation.reply));
+    if (dbus_connection_read_write(m_connection, wait ? -1 : 0) == 0) {
+      throw std::runtime_error("the bus has closed the connection");
     }
-    m_pending.pop_front();
-    ++count;
+    has_read = true;
   }
-  return count;
+}
+
+Message Connection::Call(DBusMessage* call) {
+  const dbus_uint32_t serial = Send(call);
+  Message reply = TakeReply(true);
+  if (dbus_message_get_reply_serial(reply.get()) != serial) {
+    throw std::runtime_error("a reply out of turn");
+  }
+  if (dbus_message_get_type(reply.get()) == DBUS_MESSAGE_TYPE_ERROR) {
+    throw std::runtime_error(std::string(dbus_message_get_member(call)) + ": " +
+                             dbus_message_get_error_name(reply.get()));
+  }
+  return reply;
 }

@@ -1,41 +1,37 @@
-// One client's connection to the bus, on libdbus alone. Calls are sent without waiting; replies come in their order.
+// A client's connection to a message bus that costs as little as libdbus allows: calls are sent and replies are taken
+// one by one, without pending calls. The load client and the benchmark use it, each connection on one thread.
 #pragma once
 
 #include <dbus/dbus.h>
 
-#include <cstdint>
-#include <deque>
-#include <stdexcept>
+#include <memory>
 #include <string>
 
-#include "tests/load/generator.h"
-
-struct UnexpectedReply : std::runtime_error {
-  using std::runtime_error::runtime_error;
+struct MessageUnref {
+  void operator()(DBusMessage* message) const { dbus_message_unref(message); }
 };
+using Message = std::unique_ptr<DBusMessage, MessageUnref>;
 
 class Connection {
 public:
-  /// Throws std::runtime_error if the bus does not let it in.
+  /// Throws std::runtime_error if the bus at `address` does not accept the connection.
   explicit Connection(const std::string& address);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
   int Descriptor() const;
-  std::size_t Pending() const { return m_pending.size(); }
 
-  void Send(ExpectedCall call);
+  /// Sends the call, which can be sent once only, and returns its serial number.
+  dbus_uint32_t Send(DBusMessage* call);
 
-  /// Checks the replies that are there, without waiting; returns how many. Throws UnexpectedReply.
-  std::size_t CheckReplies();
+  /// Returns the next reply, which may be an error. Waits for it if `wait`; else returns null if there is none. Throws
+  /// std::runtime_error if the bus has closed the connection.
+  Message TakeReply(bool wait);
+
+  /// Sends the call and waits for its reply. Throws std::runtime_error if the reply is an error.
+  Message Call(DBusMessage* call);
 
 private:
-  struct Sent {
-    dbus_uint32_t serial;
-    ExpectedCall call;
-  };
-
   DBusConnection* m_connection;
-  std::deque<Sent> m_pending;
 };

@@ -5,14 +5,10 @@
 #include <dbus/dbus.h>
 
 #include <cstdio>
-#include <memory>
+
+#include "tests/load/connection.h"
 
 namespace {
-
-struct Unref {
-  void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Message = std::unique_ptr<DBusMessage, Unref>;
 
 DBusHandlerResult Answer(DBusConnection* connection, DBusMessage* call, void*) {
   if (dbus_message_get_type(call) != DBUS_MESSAGE_TYPE_METHOD_CALL) {

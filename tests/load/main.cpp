@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/load/connection.h"
+#include "tests/load/checked_connection.h"
 #include "tests/load/generator.h"
 #include "tests/load/model.h"
 
@@ -35,7 +35,7 @@ struct Client {
   Client(const std::string& address, Model& model, unsigned number, std::size_t budget, std::uint64_t seed)
       : connection(address), generator(model, number, budget, seed) {}
 
-  Connection connection;
+  CheckedConnection connection;
   Generator generator;
 };
 
@@ -94,7 +94,7 @@ public:
   }
 
 private:
-  void Send(Connection& connection, ExpectedCall call) {
+  void Send(CheckedConnection& connection, ExpectedCall call) {
     m_errors += call.expectation.reply.type == "error" ? 1 : 0;
     ++m_calls;
     connection.Send(std::move(call));
