@@ -77,7 +77,7 @@ def parse(text, binary):
             if in_call:
                 profile.callees[caller].add(callee)
                 # What a function spends in itself called again is already in the outer call; so is what it spends in a
-                # part that the compiler has made a function of its own, or behind a virtual call's adjustment.
+                # part that the compiler has made a function of its own, or after a virtual call's adjustment.
                 name = without_arguments(callee)
                 if name != without_arguments(caller) and is_ours(binary, callee_owner, callee):
                     profile.functions[name] += cost

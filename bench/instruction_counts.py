@@ -32,8 +32,8 @@ PLAIN_LIBRARY = ("glibc.cpu.hwcaps=-AVX512F,-AVX512VL,-AVX512BW,-AVX2,-AVX,-AVX_
 def count(program, *arguments):
     """The instructions of one call: operation -> (total, {function: inclusive})."""
     program = str(pathlib.Path(program).resolve())
-    with tempfile.TemporaryDirectory(prefix="ledgerd-bench-") as folder:
-        output = pathlib.Path(folder) / "callgrind.out"
+    with tempfile.TemporaryDirectory(prefix="ledgerd-bench-") as directory:
+        output = pathlib.Path(directory) / "callgrind.out"
         result = subprocess.run(
             ["setarch", "-R", "valgrind", "-q", "--tool=callgrind", "--collect-atstart=no", "--combine-dumps=yes",
              "--compress-strings=no", "--compress-pos=no", f"--callgrind-out-file={output}", program, *arguments],

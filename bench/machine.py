@@ -1,12 +1,49 @@
-"""What a figure depends on besides the code."""
+"""What a figure depends on besides the code: a description of the machine, and whether it is idle."""
 
 import datetime
 import os
 import pathlib
 import re
 import subprocess
+import time
 
 SOURCE = pathlib.Path(__file__).resolve().parent.parent
+
+MAX_BUSY_PERCENT = 5
+SAMPLE_SECONDS = 1.0
+MAX_WAIT_SECONDS = 300.0
+
+
+def processor_ticks(path="/proc/stat"):
+    """The ticks of all processors so far: (busy, all)."""
+    first_line = pathlib.Path(path).read_text(encoding="ascii").split("\n", 1)[0]
+    # Time stolen by the host counts as busy: it disturbs the figures. A guest's time is part of the user's.
+    ticks = [int(field) for field in first_line.split()[1:9]]
+    idle = ticks[3] + ticks[4]
+    return sum(ticks) - idle, sum(ticks)
+
+
+def busy_percent():
+    """How busy the processors are while this process sleeps."""
+    busy_before, all_before = processor_ticks()
+    time.sleep(SAMPLE_SECONDS)
+    busy, total = processor_ticks()
+    return 100 * (busy - busy_before) / max(total - all_before, 1)
+
+
+def wait_until_idle(sample=busy_percent, clock=time.monotonic):
+    """Returns whether the machine became idle; prints what it waits for."""
+    deadline = clock() + MAX_WAIT_SECONDS
+    announced = False
+    while (busy := sample()) > MAX_BUSY_PERCENT:
+        if clock() >= deadline:
+            print(f"The machine is not idle: its processors are {busy:.0f} % busy.", flush=True)
+            return False
+        if not announced:
+            print(f"Waiting until the processors are at most {MAX_BUSY_PERCENT} % busy, for {MAX_WAIT_SECONDS:.0f} s "
+                  f"at most. They are {busy:.0f} % busy now.", flush=True)
+            announced = True
+    return True
 
 
 def command_output(*command):
@@ -26,5 +63,5 @@ def describe(build):
         ("compiler", command_output(compiler, "--version").splitlines()[0]),
         ("CPU", f"{os.cpu_count()} x {model[1] if model else os.uname().machine}"),
         ("kernel", os.uname().release),
-        ("load at start", f"{os.getloadavg()[0]:.1f}"),
+        ("load", f"{os.getloadavg()[0]:.2f}"),
     ]

@@ -1,4 +1,4 @@
-// A store that costs nothing: what is measured is what stands in front of it.
+// A store that costs nothing, so that the count is that of its user.
 #pragma once
 
 #include <cstdint>

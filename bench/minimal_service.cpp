@@ -1,5 +1,5 @@
-// The floor for start-up time and memory: connects to the system bus, requests a name, says so on standard output and
-// then sleeps until it is killed.
+// The baseline for start-up and memory: connects to the system bus with dbus-c++, requests a name, prints a newline and
+// sleeps until it is killed.
 #include <dbus-c++/dbus.h>
 #include <unistd.h>
 

@@ -1,91 +1,97 @@
 #!/usr/bin/python3
-"""Runs the benchmarks and prints what they found; scripts/bench builds what they need.
+"""Runs the benchmark; scripts/bench builds what it needs.
 
-    bench/run.py BUILD-FOLDER [--quick] [--only operations|bus|start-up]... [--armhf PROGRAM] [--page FILE]
+    bench/run.py BUILD --before PROGRAM [--armhf PROGRAM] [--quick] [--page FILE]
 
-With --page the results replace the second half of the page, and its plot. With --quick a few calls show that
-everything still works; the figures mean nothing then.
+Prints every figure and every goal, and fails if a goal is missed by more than the spread of its rounds. With --page it
+waits until the machine is idle and writes the page and its picture. If the machine stays busy, it writes nothing and
+fails.
 """
 
 import argparse
-import json
+import os
 import pathlib
+import subprocess
 import sys
 
-import bus_benchmark
+import calls
 import goals
 import machine
-import operations
 import report
 import start_up
 import world
-
-PARTS = ("operations", "bus", "start-up")
 
 
 class Extent:
     """How much is measured."""
 
     def __init__(self, quick):
-        self.rounds = 2 if quick else 9
+        self.rounds = 2 if quick else 15
         self.passes = 1 if quick else 20
         self.block = 20 if quick else 50
-        self.starts = 2 if quick else 60
-        self.seconds = 0.0001 if quick else 0.02
+        self.starts = 2 if quick else 20
 
 
-def measure(place, build, parts, extent, armhf):
-    """All figures, {name: [a value for each round]}: in nanoseconds, but for starts in milliseconds, sizes in KiB and
-    rates in calls per second."""
-    figures = {"size ledgerd": [start_up.stripped_size(build / "daemon/ledgerd", "strip", place.state)]}
-    if armhf:
-        figures["size ledgerd armhf"] = [start_up.stripped_size(armhf, "arm-linux-gnueabihf-strip", place.state)]
-    if "start-up" in parts:
-        figures.update(start_up.run(place, build, extent.starts))
-    if "operations" in parts:
-        for name, values in operations.run(place, build, extent.rounds, extent.seconds).items():
-            figures[f"operation {name}"] = values
-    if "bus" in parts:
-        calls, usage = bus_benchmark.run(place, build, extent.rounds, extent.passes, extent.block)
-        for (mode, kind), fields in calls.items():
-            for field, values in fields.items():
-                figures[f"{mode} {kind} {field}"] = values
-        for service, sizes in usage.items():
-            for field, size in sizes.items():
-                figures[f"loaded {service} {field}"] = [size]
+def stripped_size(program, state):
+    """KiB of the program for 32-bit ARM without its symbols."""
+    stripped = pathlib.Path(state) / "stripped"
+    subprocess.run(["arm-linux-gnueabihf-strip", "-o", stripped, program], check=True)
+    return os.path.getsize(stripped) / 1024
+
+
+def measure(place, options, extent):
+    """All figures, {name: [the value of each round]}; None if the machine is not idle."""
+    figures = {"size armhf": [stripped_size(options.armhf, place.state)]} if options.armhf else {}
+    for _ in range(extent.rounds):
+        if options.page and not machine.wait_until_idle():
+            return None
+        found = {**calls.run_round(place, options.build, options.before, extent.passes, extent.block),
+                 **start_up.run_round(options.build, extent.starts)}
+        for name, value in found.items():
+            figures.setdefault(name, []).append(value)
     return figures
 
 
 def parse_arguments(arguments):
+    def path(text):
+        return pathlib.Path(text).resolve()
+
     parser = argparse.ArgumentParser(description="Measures the daemon.")
-    parser.add_argument("build", type=lambda path: pathlib.Path(path).resolve())
-    parser.add_argument("--quick", action="store_true", help="a few calls of everything")
-    parser.add_argument("--only", action="append", choices=PARTS)
-    parser.add_argument("--armhf", type=pathlib.Path, help="the daemon's program for 32-bit ARM")
-    parser.add_argument("--page", type=pathlib.Path, help="the page that gets the results")
-    parser.add_argument("--figures", type=pathlib.Path, help="where all values go as JSON")
-    return parser.parse_args(arguments)
+    parser.add_argument("build", type=path, help="the directory of a release build")
+    parser.add_argument("--before", type=path, required=True, help="the daemon of version 1.0.0")
+    parser.add_argument("--armhf", type=path, help="the daemon for 32-bit ARM")
+    parser.add_argument("--quick", action="store_true", help="a few calls only: the figures mean nothing")
+    parser.add_argument("--page", type=path, help="the page that is written, on an idle machine only")
+    options = parser.parse_args(arguments)
+    if options.page and not options.armhf:
+        parser.error("--page needs --armhf")
+    return options
 
 
-def inside(state, arguments):
-    options = parse_arguments(arguments)
+def inside(state, options):
+    """Measures and returns the exit status."""
     place = world.World(state)
+    extent = Extent(options.quick)
     description = machine.describe(options.build)
     print(report.machine_text(description), flush=True)
-    figures = measure(place, options.build, options.only or PARTS, Extent(options.quick), options.armhf)
-    outcomes = [outcome for outcome in goals.outcomes(figures) if outcome.values or not options.only]
+    figures = measure(place, options, extent)
+    if figures is None:
+        print(f"{options.page} is unchanged.")
+        return 1
+    outcomes = goals.outcomes(figures)
     print(report.figures_text(figures))
     print(report.goals_text(outcomes))
-    if options.figures:
-        options.figures.write_text(json.dumps(figures, indent=1), encoding="utf-8")
     if options.page:
-        report.write_page(options.page, description, figures, outcomes)
+        report.write_page(options.page, description, extent, figures, outcomes)
+    missed = goals.missed(outcomes)
+    for name in missed:
+        print(f"The goal is missed: {name}")
+    return 1 if missed else 0
 
 
 def main():
     if sys.argv[1:2] == [world.INSIDE]:
-        inside(sys.argv[2], sys.argv[3:])
-        return 0
+        return inside(sys.argv[2], parse_arguments(sys.argv[3:]))
     parse_arguments(sys.argv[1:])
     return world.enter(__file__, *sys.argv[1:])
 

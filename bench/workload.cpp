@@ -26,7 +26,7 @@ std::vector<Entry> Entries(std::size_t size, std::size_t keys) {
   }
   const std::size_t values = size - names;
   for (std::size_t key = 0; key < keys; ++key) {
-    // The first keys take what the division leaves over.
+    // The first keys share the remainder of the division.
     const std::size_t length = values / keys + (key < values % keys ? 1 : 0);
     entries.push_back(
         {Name('s', key / kKeysPerSection), Name('k', key), std::string(length, static_cast<char>('a' + key % 26))});
@@ -45,22 +45,6 @@ std::string RegistryText(std::size_t size, std::size_t keys) {
     text += entry.key + "=" + entry.value + "\n";
   }
   return text;
-}
-
-std::string RegistryJson(std::size_t size, std::size_t keys) {
-  std::string text;
-  std::string section;
-  for (const Entry& entry : Entries(size, keys)) {
-    const std::string member = "\"" + entry.key + "\":\"" + entry.value + "\"";
-    if (entry.section == section) {
-      text += "," + member;
-      continue;
-    }
-    text += section.empty() ? "" : "},";
-    section = entry.section;
-    text += "\"" + section + "\":{" + member;
-  }
-  return "{" + text + (section.empty() ? "}" : "}}");
 }
 
 std::string ValueToEscape(std::size_t size) {

@@ -1,4 +1,4 @@
-// Fixed data for the benchmarks: registries of a given size.
+// Fixed data for the count of instructions: registries of a given size.
 #pragma once
 
 #include <cstddef>
@@ -24,9 +24,8 @@ std::size_t Share(std::size_t percent);
 /// in them needs an escape. Throws std::length_error if that many keys do not fit.
 std::vector<Entry> Entries(std::size_t size, std::size_t keys);
 
-/// The same as the registry's text, and as its JSON text.
+/// The same as the registry's text.
 std::string RegistryText(std::size_t size, std::size_t keys);
-std::string RegistryJson(std::size_t size, std::size_t keys);
 
 /// `size` bytes of which every 16th must be escaped in a value.
 std::string ValueToEscape(std::size_t size);

@@ -1,4 +1,4 @@
-"""A world of its own for the benchmarks: a private /var/lib, /run and /dev/kmsg in memory, and a private bus."""
+"""Namespaces for the benchmark: a private /var/lib, /run and /dev/kmsg in memory, and a private bus."""
 
 import os
 import pathlib
@@ -7,20 +7,25 @@ import sys
 import tempfile
 import time
 
+import dbus.bus
+
 SOURCE = pathlib.Path(__file__).resolve().parent.parent
-REGISTRY_NAME = "com.tavimesh.Registry"
+STORE = pathlib.Path("/var/lib/plinthware")
 PATIENCE = 30.0
+BUS = (dbus.BUS_DAEMON_NAME, dbus.BUS_DAEMON_PATH, dbus.BUS_DAEMON_IFACE)
 
 # Bash as the first process of the PID namespace: a daemon that nobody reaps would count as running.
 REAP_ORPHANS = '"$@"; exit'
 
+# Gives a service that it starts a directory of its own for the registry file.
+WITH_OWN_STORE = f'mount --bind "$0" {STORE} && exec "$@"'
 
-# The first argument of a script that enter() runs; the second is the folder of the world.
+# The first argument of a script that enter() runs; the second is the directory of the world.
 INSIDE = "--inside"
 
 
 def enter(script, *arguments):
-    """Runs the script in namespaces of its own, with INSIDE, the folder of a new world and `arguments`; returns its
+    """Runs the script in namespaces of its own, with INSIDE, the directory of a new world and `arguments`; returns its
     status. Everything that it starts ends with it."""
     with tempfile.TemporaryDirectory(prefix="ledgerd-bench-") as state:
         as_root = [] if os.geteuid() == 0 else ["--map-root-user"]
@@ -30,48 +35,52 @@ def enter(script, *arguments):
 
 
 class World:
-    """The inside. Services are started on demand and end with the namespace."""
+    """The inside. What is started ends with the namespace at the latest."""
 
     def __init__(self, state):
         self.state = pathlib.Path(state)
         subprocess.run(["mount", "-t", "proc", "proc", "/proc"], check=True)
         subprocess.run(["mount", "-t", "tmpfs", "tmpfs", state], check=True)
-        for folder in ("lib/plinthware", "run/dbus", "config", "cache", "home"):
-            (self.state / folder).mkdir(parents=True)
-        os.mkfifo(self.state / "kmsg")
-        for source, target in (("lib", "/var/lib"), ("run", "/run"), ("kmsg", "/dev/kmsg")):
-            subprocess.run(["mount", "--bind", self.state / source, target], check=True)
-        # A reader, so that writers need not wait.
-        self.kernel_log = os.open("/dev/kmsg", os.O_RDWR | os.O_NONBLOCK)
-        os.environ.pop("DBUS_SYSTEM_BUS_ADDRESS", None)
+        for directory in ("lib/plinthware", "run/dbus"):
+            (self.state / directory).mkdir(parents=True)
+        for source, target in ((self.state / "lib", "/var/lib"), (self.state / "run", "/run"),
+                               ("/dev/null", "/dev/kmsg")):
+            subprocess.run(["mount", "--bind", source, target], check=True)
         self.bus = subprocess.Popen(
             ["dbus-daemon", f"--config-file={SOURCE}/scripts/private-bus.conf", "--nofork", "--nosyslog", "--nopidfile",
-             "--print-address"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        # The address is printed when the bus listens. What it then says on standard error, that it may not raise its
-        # limit of descriptors, does not matter here.
-        self.address = self.bus.stdout.readline().decode().strip()
-        if not self.address:
-            sys.exit(f"dbus-daemon does not start: {self.bus.stderr.read().decode()}")
+             "--print-address"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        self.address = self.bus.stdout.readline().strip()
+        # The services of both buses, which are one here.
+        os.environ.update(DBUS_SYSTEM_BUS_ADDRESS=self.address, DBUS_SESSION_BUS_ADDRESS=self.address,
+                          HOME=state, XDG_CONFIG_HOME=state, XDG_CACHE_HOME=state, XDG_RUNTIME_DIR="/run")
+        self.connection = dbus.bus.BusConnection(self.address)
 
-    def forget_kernel_log(self):
-        os.read(self.kernel_log, 65536)
-
-    def start_service(self, name, *command):
-        """Starts a service of either bus, which are one here, and waits until it owns its name."""
-        environment = dict(os.environ, DBUS_SESSION_BUS_ADDRESS=self.address, HOME=str(self.state / "home"),
-                           XDG_CONFIG_HOME=str(self.state / "config"), XDG_CACHE_HOME=str(self.state / "cache"),
-                           XDG_RUNTIME_DIR="/run", GSETTINGS_BACKEND="memory")
-        process = subprocess.Popen(command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.PIPE, text=True)
+    def start(self, name, *command):
+        """Starts a service; returns its process and its unique name. The well-known name may have an owner already:
+        then the service is in the name's queue."""
+        process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.DEVNULL)
         deadline = time.monotonic() + PATIENCE
-        while not self.has_owner(name):
-            if process.poll() is not None or time.monotonic() > deadline:
-                process.kill()
-                sys.exit(f"{command[0]} does not serve {name}: {process.stderr.read()}")
-        return process
+        while time.monotonic() < deadline and process.poll() is None:
+            for owner in self.owners(name):
+                if self.connection.call_blocking(*BUS, "GetConnectionUnixProcessID", "s", (owner,)) == process.pid:
+                    return process, str(owner)
+        sys.exit(f"{command} does not serve {name}")
 
-    def has_owner(self, name):
-        reply = subprocess.run(
-            ["dbus-send", "--system", "--print-reply=literal", "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
-             "org.freedesktop.DBus.NameHasOwner", f"string:{name}"], stdout=subprocess.PIPE, text=True, check=True)
-        return "true" in reply.stdout
+    def start_with_store(self, name, text, *command):
+        """The same for a daemon that finds `text` in a registry file of its own."""
+        store = tempfile.mkdtemp(dir=self.state)
+        (pathlib.Path(store) / "registry").write_text(text, encoding="ascii")
+        return self.start(name, "unshare", "--mount", "sh", "-c", WITH_OWN_STORE, store, *command)
+
+    def owners(self, name):
+        try:
+            return self.connection.call_blocking(*BUS, "ListQueuedOwners", "s", (name,))
+        except dbus.exceptions.DBusException:
+            return []
+
+
+def private_memory(pid):
+    """KiB of the pages that this process alone has written."""
+    rollup = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text(encoding="ascii")
+    return next(int(line.split()[1]) for line in rollup.splitlines() if line.startswith("Private_Dirty"))

@@ -7,4 +7,4 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "bench"))
 
 
 def pytest_addoption(parser):
-    parser.addoption("--build", required=True, type=pathlib.Path, help="the folder of a release build")
+    parser.addoption("--build", required=True, type=pathlib.Path, help="the directory of a release build")
