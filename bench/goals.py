@@ -67,8 +67,3 @@ def outcomes(figures):
         return tuple(value / base for value, base in zip(measured, figures.get(goal.baseline, ())))
 
     return [Outcome(goal, values(goal)) for goal in GOALS]
-
-
-def missed(results):
-    """The names of the goals for which the run fails."""
-    return [outcome.goal.name for outcome in results if outcome.verdict == MISSED]

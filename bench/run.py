@@ -39,17 +39,30 @@ def stripped_size(program, state):
     return os.path.getsize(stripped) / 1024
 
 
+def is_ready(options):
+    """Whether the machine is idle; a run that writes no page does not wait for that."""
+    return not options.page or machine.wait_until_idle()
+
+
 def measure(place, options, extent):
-    """All figures, {name: [the value of each round]}; None if the machine is not idle."""
+    """All figures, {name: [the value of each round]}; None if the machine is not ready for a round."""
     figures = {"size armhf": [stripped_size(options.armhf, place.state)]} if options.armhf else {}
     for _ in range(extent.rounds):
-        if options.page and not machine.wait_until_idle():
+        if not is_ready(options):
             return None
         found = {**calls.run_round(place, options.build, options.before, extent.passes, extent.block),
                  **start_up.run_round(options.build, extent.starts)}
         for name, value in found.items():
             figures.setdefault(name, []).append(value)
     return figures
+
+
+def exit_status(outcomes):
+    """Prints the goals for which the run fails."""
+    missed = [outcome.goal.name for outcome in outcomes if outcome.verdict == goals.MISSED]
+    for name in missed:
+        print(f"The goal is missed: {name}")
+    return 1 if missed else 0
 
 
 def parse_arguments(arguments):
@@ -72,9 +85,11 @@ def inside(state, options):
     """Measures and returns the exit status."""
     place = world.World(state)
     extent = Extent(options.quick)
-    description = machine.describe(options.build)
-    print(report.machine_text(description), flush=True)
-    figures = measure(place, options, extent)
+    figures = None
+    if is_ready(options):
+        description = machine.describe(options.build)
+        print(report.machine_text(description), flush=True)
+        figures = measure(place, options, extent)
     if figures is None:
         print(f"{options.page} is unchanged.")
         return 1
@@ -83,10 +98,7 @@ def inside(state, options):
     print(report.goals_text(outcomes))
     if options.page:
         report.write_page(options.page, description, extent, figures, outcomes)
-    missed = goals.missed(outcomes)
-    for name in missed:
-        print(f"The goal is missed: {name}")
-    return 1 if missed else 0
+    return exit_status(outcomes)
 
 
 def main():
