@@ -114,10 +114,8 @@ void Run(const char* address, pid_t bus, std::size_t passes, std::size_t block) 
   }
   Connection connection(address);
   std::minstd_rand random;  // the same orders in every run
-  std::vector<Kind*> order;
-  for (Kind& kind : kinds) {
-    order.push_back(&kind);
-  }
+  std::vector<Kind*> order(kinds.size());
+  std::transform(kinds.begin(), kinds.end(), order.begin(), [](Kind& kind) { return &kind; });
   for (std::size_t pass = 0; pass < passes; ++pass) {
     // A block finds the processor as the block before has left it, so that no kind may always follow the same one.
     std::shuffle(order.begin(), order.end(), random);

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -12,44 +13,37 @@ namespace {
 
 constexpr std::chrono::seconds kPatience(20);
 
-std::filesystem::path Threads(pid_t process) { return "/proc/" + std::to_string(process) + "/task"; }
-
-// The state follows the name, which is in parentheses and may hold any byte.
-char State(const std::filesystem::path& thread) {
-  std::ifstream file(thread / "stat");
-  std::string line;
-  std::getline(file, line);
-  const std::size_t name_end = line.rfind(") ");
-  return name_end == std::string::npos ? 'X' : line[name_end + 2];
-}
-
-bool IsAtRest(pid_t process) {
-  for (const auto& thread : std::filesystem::directory_iterator(Threads(process))) {
-    if (State(thread) == 'R' || State(thread) == 'D') {
-      return false;
+// Nothing if a thread runs.
+std::optional<std::uint64_t> SumAtRest(pid_t process) {
+  std::uint64_t sum = 0;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+    std::ifstream stat(thread.path() / "stat");
+    std::string line;
+    std::getline(stat, line);
+    std::ifstream schedstat(thread.path() / "schedstat");
+    std::uint64_t nanoseconds = 0;
+    // The state follows the name, which is in parentheses and may hold any byte.
+    const std::size_t name_end = line.rfind(") ");
+    if (name_end == std::string::npos || !(schedstat >> nanoseconds)) {
+      throw std::runtime_error("no account of process " + std::to_string(process));
     }
+    if (line[name_end + 2] != 'S') {
+      return std::nullopt;
+    }
+    sum += nanoseconds;
   }
-  return true;
+  return sum;
 }
 
 }  // namespace
 
 std::uint64_t CpuTime(pid_t process) {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!IsAtRest(process)) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      throw std::runtime_error("process " + std::to_string(process) + " does not come to rest");
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (const std::optional<std::uint64_t> sum = SumAtRest(process)) {
+      return *sum;
     }
     ::sched_yield();
   }
-  std::uint64_t sum = 0;
-  for (const auto& thread : std::filesystem::directory_iterator(Threads(process))) {
-    std::ifstream file(thread.path() / "schedstat");
-    std::uint64_t nanoseconds = 0;
-    if (!(file >> nanoseconds)) {
-      throw std::runtime_error("no account of process " + std::to_string(process));
-    }
-    sum += nanoseconds;
-  }
-  return sum;
+  throw std::runtime_error("process " + std::to_string(process) + " does not come to rest");
 }
