@@ -58,7 +58,7 @@ def figures_text(figures):
 
 def goal_rows(outcomes):
     """Name, limit, measured, spread and verdict of each."""
-    return [(outcome.goal.name, f"{outcome.goal.limit:.4g}", summary(outcome.values) if outcome.values else "-",
+    return [(outcome.goal.name, number(outcome.goal.limit), summary(outcome.values) if outcome.values else "-",
              number(outcome.spread) if outcome.values else "-", outcome.verdict) for outcome in outcomes]
 
 
