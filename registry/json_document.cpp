@@ -8,6 +8,7 @@
 
 #include "lib/platform/escape.h"
 #include "lib/platform/string_operations.h"
+#include "registry/json_printer.h"
 #include "registry/refused_json.h"
 
 namespace {
@@ -17,24 +18,9 @@ using nlohmann::json;
 // The library's values are used for scalars only: those of arrays and objects allocate when they are destroyed, which
 // ends the process when there is no memory.
 
-constexpr escape::ByteSet kNotPlain = escape::ByteSet::Where(
-    [](unsigned char byte) { return byte < 0x20 || byte > 0x7E || byte == '"' || byte == '\\'; });
-
-// Appends the text as a JSON string. Throws json::type_error if it is not UTF-8.
-void AppendQuoted(std::string& output, const std::string& text) {
-  // The library makes a whole printer for each value, and most strings need none.
-  if (kNotPlain.ContainsAnyOf(text)) {
-    output += json(text).dump();
-    return;
-  }
-  output += '"';
-  output += text;
-  output += '"';
-}
-
 std::string Quoted(const std::string& text) {
   std::string quoted;
-  AppendQuoted(quoted, text);
+  AppendJsonString(quoted, text);
   return quoted;
 }
 
@@ -91,33 +77,6 @@ std::string SyntaxErrorText(const std::string& library_text) {
   }
   reason.resize(std::min(reason.size(), bramble::kLongestFormattedString));
   return bramble::strprintf("parse error - unexpected %s", escape::AsciiCopy(reason).c_str());
-}
-
-bool IsUtf8(const std::string& text) {
-  try {
-    json(text).dump();
-    return true;
-  } catch (const json::type_error&) {
-    return false;
-  }
-}
-
-[[noreturn]] void ThrowNotUtf8(const RegistrySections& sections) {
-  for (const auto& [name, keys] : sections) {
-    const std::string section = escape::PrintableCopy(name);
-    if (!IsUtf8(name)) {
-      throw std::runtime_error(bramble::strprintf("No JSON: name of section '%s' is not UTF-8", section.c_str()));
-    }
-    for (const auto& [key_name, value] : keys) {
-      const std::string key = escape::PrintableCopy(key_name);
-      const char* culprit = !IsUtf8(key_name) ? "name" : !IsUtf8(value) ? "value" : nullptr;
-      if (culprit != nullptr) {
-        throw std::runtime_error(bramble::strprintf("No JSON: %s of key '%s' in section '%s' is not UTF-8", culprit,
-                                                    key.c_str(), section.c_str()));
-      }
-    }
-  }
-  throw std::runtime_error("No JSON: registry is not UTF-8");
 }
 
 }  // namespace
@@ -311,28 +270,4 @@ JsonDocument::Section JsonDocument::SectionAt(std::size_t index) const {
 
 JsonDocument::Member JsonDocument::KeyAt(const Section& section, std::size_t index) const {
   return View(m_keys[section.first_key + index]);
-}
-
-std::string PrintJson(const RegistrySections& sections) {
-  try {
-    std::string text = "{";
-    for (const auto& [name, keys] : sections) {
-      text += text.size() == 1 ? "" : ",";
-      AppendQuoted(text, name);
-      text += ":{";
-      const char* separator = "";
-      for (const auto& [key, value] : keys) {
-        text += separator;
-        AppendQuoted(text, key);
-        text += ':';
-        AppendQuoted(text, value);
-        separator = ",";
-      }
-      text += '}';
-    }
-    text += '}';
-    return text;
-  } catch (const json::type_error&) {
-    ThrowNotUtf8(sections);
-  }
 }

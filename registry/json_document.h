@@ -1,5 +1,5 @@
 // The JSON text that a caller wants to merge into the registry, checked for syntax and reduced to what the registry can
-// take; and the JSON text of a registry. The JSON library stays behind this header.
+// take. The JSON library stays out of this header.
 #pragma once
 
 #include <cstddef>
@@ -93,7 +93,3 @@ private:
   std::deque<MemberRecord> m_keys;
   std::deque<SectionRecord> m_sections;
 };
-
-/// Returns the registry as JSON: an object of objects of strings, compact, without a line feed. Throws
-/// std::runtime_error, whose ASCII text says which section or key is meant, if a name or a value is not UTF-8.
-std::string PrintJson(const RegistrySections& sections);

@@ -4,6 +4,7 @@
 
 #include "lib/platform/lazy_persistent_store.h"
 #include "registry/json_document.h"
+#include "registry/json_printer.h"
 #include "registry/registry_back_end.h"
 
 std::string RegistryBackEnd::ReadAllJson() {

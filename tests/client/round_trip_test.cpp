@@ -1,7 +1,7 @@
 // What is dumped can be loaded again, byte for byte.
 #include <random>
 
-#include "registry/json_document.h"
+#include "registry/json_printer.h"
 #include "tests/client/client_fixture.h"
 #include "tests/support/temp_dir.h"
 
