@@ -1,5 +1,6 @@
-// Any sequence of operations on the registry's back end, compared with the model after each of them. A line with the
-// store's capacity, one with the text that it holds at first, then the operations.
+// Any sequence of operations on the registry's back end, compared with the model after each of them; and on a second
+// one, which is flushed each time, so that its whole text is compared. A line with the store's capacity, one with the
+// text that it holds at first, then the operations.
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -16,16 +17,24 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Input input(data, size);
   const std::size_t capacity = input.TakeNumber(16383);
   const std::string stored_text = input.TakeField();
-  const auto store = std::make_shared<test_support::RecordingStore>(stored_text, static_cast<std::uint32_t>(capacity));
+  const auto new_store = [&] {
+    return std::make_shared<test_support::RecordingStore>(stored_text, static_cast<std::uint32_t>(capacity));
+  };
+  const auto store = new_store();
+  const auto flushed_store = new_store();
   fuzz::RegistryModel model(stored_text, capacity);
   {
     RegistryBackEnd back_end(store);
+    RegistryBackEnd flushed(flushed_store);
     fuzz::RequireEqual(fuzz::Contents(back_end), fuzz::Contents(model), "the contents after the load");
     while (const auto operation = fuzz::TakeOperation(input)) {
       fuzz::RequireEqual(fuzz::Outcome(back_end, *operation), fuzz::Outcome(model, *operation),
                          operation->name.c_str());
       fuzz::RequireEqual(fuzz::Contents(back_end), fuzz::Contents(model), "the contents");
       fuzz::RequireEqual(store->Text(), model.StoredText(), "the text in the store");
+      fuzz::Outcome(flushed, *operation);
+      flushed.Flush();
+      fuzz::RequireEqual(flushed_store->Text(), model.AcceptedText(), "the text after a flush");
     }
     fuzz::Require(store->Reads() == 1, "the store is read once");
   }

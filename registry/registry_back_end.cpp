@@ -36,8 +36,9 @@ void RegistryBackEnd::Write(const std::string& section, const std::string& key, 
   const Guard guard(m_lock);
   try {
     // The section comes before the check of the key; Registry says what that leaves behind.
-    RegistrySection& keys = Sections()[NormaliseName(section)];
-    keys[NormaliseName(key)] = value;
+    const std::string folded_section = NormaliseName(section);
+    Table().AddSection(folded_section);
+    Table().SetKey(folded_section, NormaliseName(key), value);
   } catch (const InvalidName&) {
     throw;
   } catch (...) {
@@ -61,23 +62,22 @@ bool RegistryBackEnd::SectionExists(const std::string& section) {
 
 void RegistryBackEnd::DeleteKey(const std::string& section, const std::string& key) {
   const Guard guard(m_lock);
-  RegistrySections& sections = Sections();
-  const auto found = sections.find(NormaliseName(section));
-  if (found != sections.end() && found->second.erase(NormaliseName(key)) != 0) {
+  const std::string folded_section = NormaliseName(section);
+  if (Sections().count(folded_section) != 0 && Table().EraseKey(folded_section, NormaliseName(key))) {
     Save();
   }
 }
 
 void RegistryBackEnd::DeleteSection(const std::string& section) {
   const Guard guard(m_lock);
-  if (Sections().erase(NormaliseName(section)) != 0) {
+  if (Table().EraseSection(NormaliseName(section))) {
     Save();
   }
 }
 
 void RegistryBackEnd::DeleteAll() {
   const Guard guard(m_lock);
-  Sections().clear();
+  Table() = RegistryTable();
   Save();
 }
 
@@ -123,27 +123,25 @@ std::string RegistryBackEnd::NormaliseName(const std::string& name) {
   return folded;
 }
 
-RegistrySections& RegistryBackEnd::Sections() {
+RegistryTable& RegistryBackEnd::Table() {
   if (m_must_reload) {
     Load();
   }
-  return m_sections;
+  return m_table;
 }
+
+const RegistrySections& RegistryBackEnd::Sections() { return Table().Sections(); }
 
 void RegistryBackEnd::Load() {
   const Guard guard(m_lock);
-  const std::string text = m_store->Read();
-  m_sections = ParseRegistry(text);
-  m_text_size = text.size();
+  m_table = RegistryTable(ParseRegistry(m_store->Read()));
   m_must_reload = false;
 }
 
 void RegistryBackEnd::Save() {
   const Guard guard(m_lock);
   try {
-    const std::string text = SerialiseRegistry(Sections(), m_text_size);
-    m_store->Write(text);
-    m_text_size = text.size();
+    m_store->Write(Table().Text());
   } catch (const PersistentStore::Full&) {
     RollBack();
     throw Full();

@@ -9,6 +9,7 @@
 #include "registry/json_document.h"
 #include "registry/registry.h"
 #include "registry/registry_format.h"
+#include "registry/registry_table.h"
 
 class LazyPersistentStore;
 class PersistentStore;
@@ -53,7 +54,8 @@ private:
 
   // The table that every operation works on. Throws std::bad_alloc if a failed change is still to be undone and there
   // is not the memory to do it.
-  RegistrySections& Sections();
+  RegistryTable& Table();
+  const RegistrySections& Sections();
 
   void Load();
   void Save();
@@ -65,7 +67,6 @@ private:
 
   boost::recursive_mutex m_lock;
   const std::shared_ptr<LazyPersistentStore> m_store;
-  RegistrySections m_sections;  // guarded by m_lock
-  std::size_t m_text_size = 0;  // guarded by m_lock; of the text accepted last, the next one is about as long
-  bool m_must_reload = false;   // guarded by m_lock; m_sections holds a change that failed
+  RegistryTable m_table;       // guarded by m_lock
+  bool m_must_reload = false;  // guarded by m_lock; m_table holds a change that failed
 };

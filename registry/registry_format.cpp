@@ -26,21 +26,24 @@ void InsertKeyLine(RegistrySection& section, const std::string& line) {
 
 }  // namespace
 
-std::string SerialiseRegistry(const RegistrySections& sections, std::size_t expected_size) {
-  std::string text;
-  text.reserve(expected_size);
-  for (const auto& [name, keys] : sections) {
-    text += '[';
-    escape::AppendEscaped(text, name, kEscapedInSection);
-    text += "]\n";
-    for (const auto& [key, value] : keys) {
-      escape::AppendEscaped(text, key, kEscapedInKey);
-      if (!value.empty()) {
-        text += '=';
-        escape::AppendEscaped(text, value, kEscapedInValue);
-      }
-      text += '\n';
+void AppendSection(std::string& text, const std::string& name, const RegistrySection& keys) {
+  text += '[';
+  escape::AppendEscaped(text, name, kEscapedInSection);
+  text += "]\n";
+  for (const auto& [key, value] : keys) {
+    escape::AppendEscaped(text, key, kEscapedInKey);
+    if (!value.empty()) {
+      text += '=';
+      escape::AppendEscaped(text, value, kEscapedInValue);
     }
+    text += '\n';
+  }
+}
+
+std::string SerialiseRegistry(const RegistrySections& sections) {
+  std::string text;
+  for (const auto& [name, keys] : sections) {
+    AppendSection(text, name, keys);
   }
   return text;
 }

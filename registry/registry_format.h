@@ -2,7 +2,6 @@
 // "key=value" lines of the section.
 #pragma once
 
-#include <cstddef>
 #include <map>
 #include <string>
 
@@ -13,9 +12,11 @@ using RegistrySection = std::map<std::string, std::string>;
 using RegistrySections = std::map<std::string, RegistrySection>;
 
 /// Returns the text form. A key whose name begins with "[" is written as it is and so is read back as a section header:
-/// deliberate. The empty key name with the empty value is a blank line and so is not read back. `expected_size`, in
-/// bytes, is taken at once to save the growth; a wrong one does no harm. Throws std::bad_alloc.
-std::string SerialiseRegistry(const RegistrySections& sections, std::size_t expected_size = 0);
+/// deliberate. The empty key name with the empty value is an empty line and so is not read back. Throws std::bad_alloc.
+std::string SerialiseRegistry(const RegistrySections& sections);
+
+/// Appends one section as it is in that text. Throws std::bad_alloc; `text` may then end in a part of it.
+void AppendSection(std::string& text, const std::string& name, const RegistrySection& keys);
 
 /// Reads a text form; every byte string parses to some registry. Lines end with CR or LF. Names are taken as they are
 /// written, neither folded nor checked. A second header of the same name empties the section; a later key line of the

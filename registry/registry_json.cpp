@@ -68,22 +68,22 @@ void RegistryBackEnd::MergeJson(const JsonDocument& document) {
 // Returns how many bytes of the registry's text are certain to stay if nothing later has the section's name.
 std::size_t RegistryBackEnd::MergeJsonSection(const JsonDocument& document, const JsonDocument::Section& section,
                                               bool is_last_of_name) {
-  RegistrySections& sections = Sections();
+  RegistryTable& table = Table();
   const std::string section_name(section.name);
   if (section.kind == JsonDocument::Kind::Null) {
-    sections.erase(section_name);
+    table.EraseSection(section_name);
     return 0;
   }
   std::size_t certain_size = 0;
   for (std::size_t k = 0; k < section.key_count && certain_size <= m_store->Capacity(); ++k) {
     const JsonDocument::Member key = document.KeyAt(section, k);
     if (key.kind == JsonDocument::Kind::Accepted) {
-      sections[section_name][std::string(key.name)] = key.text;
+      table.SetKey(section_name, std::string(key.name), key.text);
       if (is_last_of_name && (k + 1 == section.key_count || document.KeyAt(section, k + 1).name != key.name)) {
         certain_size += key.name.size() + key.text.size() + 1;
       }
-    } else if (const auto existing = sections.find(section_name); existing != sections.end()) {
-      existing->second.erase(std::string(key.name));
+    } else {
+      table.EraseKey(section_name, std::string(key.name));
     }
   }
   // The header too: its brackets and line feed.

@@ -28,6 +28,8 @@ public:
   void Flush() override;
 
   const RegistrySections& Sections() const { return m_sections; }
+  /// What a flush would leave in the store.
+  const std::string& AcceptedText() const { return m_accepted_text; }
   /// What the store holds.
   const std::string& StoredText() const { return m_stored_text; }
 
