@@ -35,12 +35,14 @@ std::string LazyPersistentStore::Read() {
   return m_cache;
 }
 
-void LazyPersistentStore::Write(const std::string& text) {
+void LazyPersistentStore::Write(const std::string& text) { Write(std::string(text)); }
+
+void LazyPersistentStore::Write(std::string&& text) {
   const Guard guard(m_lock);
   if (text.size() > m_store->Capacity()) {
     throw Full();
   }
-  m_cache = text;
+  m_cache = std::move(text);
   m_state = State::Dirty;
   m_flush.Schedule(m_delay * kMicrosecondsPerMillisecond);
 }

@@ -32,6 +32,9 @@ public:
   /// accepted before and its deadline then stay as they were.
   void Write(const std::string& text) override;
 
+  /// The same for a text that the caller no longer needs, which is then not copied.
+  void Write(std::string&& text);
+
   std::uint32_t Capacity() override;
 
   /// Writes an accepted text that is not written yet, and disarms the deadline; with none, does nothing. Passes on what
