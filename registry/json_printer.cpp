@@ -13,6 +13,13 @@ using nlohmann::json;
 constexpr escape::ByteSet kNotPlain = escape::ByteSet::Where(
     [](unsigned char byte) { return byte < 0x20 || byte > 0x7E || byte == '"' || byte == '\\'; });
 
+// Before all members but the first.
+void AppendComma(std::string& object) {
+  if (object.back() != '{') {
+    object += ',';
+  }
+}
+
 bool IsUtf8(const std::string& text) {
   try {
     json(text).dump();
@@ -57,16 +64,14 @@ std::string PrintJson(const RegistrySections& sections) {
   try {
     std::string text = "{";
     for (const auto& [name, keys] : sections) {
-      text += text.size() == 1 ? "" : ",";
+      AppendComma(text);
       AppendJsonString(text, name);
       text += ":{";
-      const char* separator = "";
       for (const auto& [key, value] : keys) {
-        text += separator;
+        AppendComma(text);
         AppendJsonString(text, key);
         text += ':';
         AppendJsonString(text, value);
-        separator = ",";
       }
       text += '}';
     }

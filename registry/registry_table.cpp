@@ -1,6 +1,10 @@
 #include "registry/registry_table.h"
 
-void RegistryTable::AddSection(const std::string& section) { Changing(section)[section]; }
+void RegistryTable::AddSection(const std::string& section) {
+  if (m_sections.count(section) == 0) {
+    Changing(section)[section];
+  }
+}
 
 void RegistryTable::SetKey(const std::string& section, const std::string& key, std::string_view value) {
   Changing(section)[section][key] = value;

@@ -56,15 +56,11 @@ const char* XmlEntity(char byte) {
 
 }  // namespace
 
-bool ByteSet::ContainsAnyOf(const std::string& text) const {
-  return std::any_of(text.begin(), text.end(), [this](char byte) { return Contains(byte); });
-}
-
 std::string EscapeCopy(const std::string& input, const char* escapeSet) {
   return EscapeCopy(input, ByteSet(escapeSet));
 }
 
-void AppendEscaped(std::string& output, const std::string& input, const ByteSet& set) {
+void AppendWithEscapes(std::string& output, const std::string& input, const ByteSet& set) {
   const char* position = input.data();
   const char* const end = position + input.size();
   for (;;) {

@@ -2,7 +2,10 @@
 // escaping.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstring>
 #include <string>
 
 namespace escape {
@@ -13,7 +16,7 @@ public:
   /// The bytes of a NUL-terminated text.
   constexpr explicit ByteSet(const char* bytes) {
     for (; *bytes != '\0'; ++bytes) {
-      m_contains[static_cast<unsigned char>(*bytes)] = true;
+      Add(static_cast<unsigned char>(*bytes));
     }
   }
 
@@ -22,17 +25,55 @@ public:
   static constexpr ByteSet Where(Predicate predicate) {
     ByteSet set("");
     for (unsigned byte = 0; byte < 256; ++byte) {
-      set.m_contains[byte] = predicate(static_cast<unsigned char>(byte));
+      if (predicate(static_cast<unsigned char>(byte))) {
+        set.Add(byte);
+      }
     }
     return set;
   }
 
   constexpr bool Contains(char byte) const { return m_contains[static_cast<unsigned char>(byte)]; }
 
-  bool ContainsAnyOf(const std::string& text) const;
+  /// Whether the text holds a byte of the set.
+  bool ContainsAnyOf(const std::string& text) const {
+    const char* position = text.data();
+    const char* const end = position + text.size();
+    for (; end - position >= 8; position += 8) {
+      if (!AreEightAbove(position) && ContainsOneOfEight(position)) {
+        return true;
+      }
+    }
+    bool contains = false;
+    for (; position != end; ++position) {
+      contains |= Contains(*position);
+    }
+    return contains;
+  }
 
 private:
+  constexpr void Add(unsigned byte) {
+    m_contains[byte] = true;
+    m_highest = std::max(m_highest, byte);
+  }
+
+  // Whether eight bytes are all above the highest one of the set, as nearly all are in most texts. The sum carries into
+  // the highest bit of each byte that is above. Bytes of 0x80 and more may be mistaken for lower ones.
+  bool AreEightAbove(const char* bytes) const {
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    std::uint64_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    const std::uint64_t sum = (word & kOnes * 0x7F) + kOnes * (m_highest < 0x80 ? 0x7F - m_highest : 0);
+    return (sum & kOnes * 0x80) == kOnes * 0x80;
+  }
+
+  // No branch for each byte: most texts hold none of the set.
+  bool ContainsOneOfEight(const char* bytes) const {
+    const auto at = [&](int i) { return static_cast<unsigned>(Contains(bytes[i])); };
+    return (at(0) | at(1) | at(2) | at(3) | at(4) | at(5) | at(6) | at(7)) != 0;
+  }
+
   std::array<bool, 256> m_contains{};
+  unsigned m_highest = 0;
 };
 
 /// Returns `input` with every byte that occurs in the NUL-terminated `escapeSet` written as "%" and two lower-case
@@ -40,9 +81,18 @@ private:
 /// Throws std::bad_alloc, std::length_error.
 std::string EscapeCopy(const std::string& input, const char* escapeSet);
 
+/// The slow half of AppendEscaped, for a text that holds bytes of the set.
+void AppendWithEscapes(std::string& output, const std::string& input, const ByteSet& set);
+
 /// Appends to `output` what EscapeCopy returns for `input`, without a copy in between. Throws std::bad_alloc,
 /// std::length_error; `output` may then end in a part of it.
-void AppendEscaped(std::string& output, const std::string& input, const ByteSet& set);
+inline void AppendEscaped(std::string& output, const std::string& input, const ByteSet& set) {
+  if (set.ContainsAnyOf(input)) {
+    AppendWithEscapes(output, input, set);
+  } else {
+    output += input;
+  }
+}
 
 /// The inverse of EscapeCopy; every input decodes to something. Two deliberate oddities: a "%" with fewer than two
 /// bytes behind it is dropped alone, and a byte that is no hexadecimal digit counts as the digit 0. Throws

@@ -50,6 +50,16 @@ TEST_F(ReplyCheckTest, RefusesWhatIsNotUtf8AndSaysWhichStringIsMeant) {
   }
 }
 
+TEST_F(ReplyCheckTest, RefusesOneByteThatIsNotAsciiAnywhereInAText) {
+  for (std::size_t size = 1; size <= 20; ++size) {
+    for (std::size_t position = 0; position < size; ++position) {
+      std::string text(size, '\x7F');
+      text[position] = '\x80';
+      EXPECT_NE(ErrorOf(text), "") << position << " of " << size;
+    }
+  }
+}
+
 TEST_F(ReplyCheckTest, RefusesANulByteInsteadOfCuttingThere) {
   EXPECT_EQ(ErrorOf(std::string("a\0b", 3)), "D-Bus cannot carry the value of key 'k': it holds a NUL byte");
   EXPECT_EQ(ErrorOf(std::string("\0", 1)), "D-Bus cannot carry the value of key 'k': it holds a NUL byte");

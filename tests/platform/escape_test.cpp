@@ -75,11 +75,21 @@ TEST(ByteSet, HoldsTheBytesOfItsPredicateOnly) {
 }
 
 TEST(ByteSet, FindsAByteAnywhereInAText) {
-  constexpr ByteSet kSet("%");
-  EXPECT_FALSE(kSet.ContainsAnyOf(""));
-  EXPECT_FALSE(kSet.ContainsAnyOf("plain\0text"s));
-  for (const std::string& text : {"%"s, "%plain"s, "pl%ain"s, "plain%"s, "\0%"s}) {
-    EXPECT_TRUE(kSet.ContainsAnyOf(text)) << text;
+  for (const ByteSet& set : {ByteSet("%\r\n"), ByteSet("\x7f"), ByteSet("\x80"), ByteSet("\xff=")}) {
+    EXPECT_FALSE(set.ContainsAnyOf(""));
+    for (const char other : {'\0', 'a', '\xfe'}) {
+      for (std::size_t size = 1; size <= 20; ++size) {
+        std::string text(size, other);
+        EXPECT_FALSE(set.ContainsAnyOf(text)) << size;
+        for (char& position : text) {
+          for (int byte = 0; byte < 256; ++byte) {
+            position = static_cast<char>(byte);
+            ASSERT_EQ(set.ContainsAnyOf(text), set.Contains(position)) << testing::PrintToString(text);
+          }
+          position = other;
+        }
+      }
+    }
   }
 }
 
