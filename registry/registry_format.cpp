@@ -1,6 +1,7 @@
 #include "registry/registry_format.h"
 
 #include <boost/tokenizer.hpp>
+#include <string_view>
 
 #include "lib/platform/escape.h"
 
@@ -13,15 +14,30 @@ constexpr escape::ByteSet kEscapedInValue("%\r\n");
 // The section of key lines that stand before the first header; deliberately not the empty name.
 constexpr char kDefaultSection[] = "null";
 
-std::string HeaderName(const std::string& line) {
+// The separator looks each byte of the text up in its two; the standard traits would call memchr() for that.
+struct FewCharacters : std::char_traits<char> {
+  static const char* find(const char* text, std::size_t size, const char& wanted) {
+    for (; size > 0; ++text, --size) {
+      if (*text == wanted) {
+        return text;
+      }
+    }
+    return nullptr;
+  }
+};
+
+using LineEnds = boost::char_separator<char, FewCharacters>;
+
+std::string HeaderName(std::string_view line) {
   const std::size_t end = line.find(']');
-  return escape::UnescapeCopy(line.substr(1, end == std::string::npos ? end : end - 1));
+  return escape::UnescapeCopy(line.substr(1, end == std::string_view::npos ? end : end - 1));
 }
 
-void InsertKeyLine(RegistrySection& section, const std::string& line) {
+void InsertKeyLine(RegistrySection& section, std::string_view line) {
   const std::size_t equals = line.find('=');
-  std::string& value = section[escape::UnescapeCopy(line.substr(0, equals))];
-  value = equals == std::string::npos ? std::string() : escape::UnescapeCopy(line.substr(equals + 1));
+  const std::string_view value = equals == std::string_view::npos ? std::string_view() : line.substr(equals + 1);
+  // The lines of a text that was written here are in order, so most keys belong at the end.
+  section.insert_or_assign(section.end(), escape::UnescapeCopy(line.substr(0, equals)), escape::UnescapeCopy(value));
 }
 
 }  // namespace
@@ -50,14 +66,16 @@ std::string SerialiseRegistry(const RegistrySections& sections) {
 
 RegistrySections ParseRegistry(const std::string& text) {
   RegistrySections sections;
-  std::string current = kDefaultSection;
-  const boost::char_separator<char> line_ends("\r\n");
-  for (const std::string& line : boost::tokenizer<boost::char_separator<char>>(text, line_ends)) {
+  RegistrySection* current = nullptr;
+  for (const std::string& line : boost::tokenizer<LineEnds>(text, LineEnds("\r\n"))) {
     if (line.front() == '[') {
-      current = HeaderName(line);
-      sections[current].clear();
+      current = &sections[HeaderName(line)];
+      current->clear();
     } else {
-      InsertKeyLine(sections[current], line);
+      if (current == nullptr) {
+        current = &sections[kDefaultSection];
+      }
+      InsertKeyLine(*current, line);
     }
   }
   return sections;

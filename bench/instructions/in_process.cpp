@@ -42,6 +42,8 @@ void CountWriteJson() {
   const std::string texts[] = {R"({"s003":{"k150":"one","k151":"two"},"s007":{"k350":"three"}})",
                                R"({"s003":{"k150":"two","k151":"one"},"s007":{"k350":"four!"}})"};
   Count({"WriteJson", 20}, [&](int call) { registry.WriteJson(texts[call % 2]); });
+  const std::string one_key[] = {R"({"s003":{"k150":"one"}})", R"({"s003":{"k150":"two"}})"};
+  Count({"WriteJson-one-key", 20}, [&](int call) { registry.WriteJson(one_key[call % 2]); });
 }
 
 void CountText() {

@@ -74,14 +74,17 @@ void AppendWithEscapes(std::string& output, const std::string& input, const Byte
   }
 }
 
-std::string UnescapeCopy(const std::string& input) {
+std::string UnescapeCopy(std::string_view input) {
+  if (input.find('%') == std::string_view::npos) {
+    return std::string(input);
+  }
   std::string output;
   output.reserve(input.size());
   std::size_t position = 0;
   for (;;) {
     const std::size_t next = input.find('%', position);
-    if (next == std::string::npos) {
-      return output.append(input, position, std::string::npos);
+    if (next == std::string_view::npos) {
+      return output.append(input, position);
     }
     BRAMBLE_ASSERT(input[next] == '%');
     output.append(input, position, next - position);

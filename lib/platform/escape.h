@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 namespace escape {
 
@@ -97,7 +98,7 @@ inline void AppendEscaped(std::string& output, const std::string& input, const B
 /// The inverse of EscapeCopy; every input decodes to something. Two deliberate oddities: a "%" with fewer than two
 /// bytes behind it is dropped alone, and a byte that is no hexadecimal digit counts as the digit 0. Throws
 /// std::bad_alloc.
-std::string UnescapeCopy(const std::string& input);
+std::string UnescapeCopy(std::string_view input);
 
 /// Returns `input` with "%" and every byte but printable ASCII percent-escaped: one line that any terminal, log or bus
 /// can carry. UnescapeCopy reverses it. Throws std::bad_alloc.
