@@ -1,10 +1,6 @@
 #include "registry/registry_table.h"
 
-void RegistryTable::AddSection(const std::string& section) {
-  if (m_sections.count(section) == 0) {
-    Changing(section)[section];
-  }
-}
+void RegistryTable::AddSection(const std::string& section) { Changing(section)[section]; }
 
 void RegistryTable::SetKey(const std::string& section, const std::string& key, std::string_view value) {
   Changing(section)[section][key] = value;
@@ -16,20 +12,24 @@ bool RegistryTable::EraseKey(const std::string& section, const std::string& key)
   return found != sections.end() && found->second.erase(key) != 0;
 }
 
-bool RegistryTable::EraseSection(const std::string& section) { return Changing(section).erase(section) != 0; }
+bool RegistryTable::EraseSection(const std::string& section) {
+  const bool existed = Changing(section).erase(section) != 0;
+  m_texts.erase(section);
+  return existed;
+}
 
 std::string RegistryTable::Text() {
   std::string text;
   text.reserve(m_text_size);
-  // Both maps have the same order, and every section that has a text exists.
   auto kept = m_texts.begin();
   for (const auto& [name, keys] : m_sections) {
-    if (kept != m_texts.end() && kept->first == name) {
-      text += kept->second;
-    } else {
+    kept = m_texts.try_emplace(kept, name);  // both maps have the same order
+    if (kept->second.empty()) {
       const std::size_t begin = text.size();
       AppendSection(text, name, keys);
-      kept = m_texts.emplace_hint(kept, name, text.substr(begin));
+      kept->second.assign(text, begin);
+    } else {
+      text += kept->second;
     }
     ++kept;
   }
@@ -38,6 +38,8 @@ std::string RegistryTable::Text() {
 }
 
 RegistrySections& RegistryTable::Changing(const std::string& section) {
-  m_texts.erase(section);
+  if (const auto kept = m_texts.find(section); kept != m_texts.end()) {
+    kept->second.clear();
+  }
   return m_sections;
 }

@@ -39,6 +39,8 @@ private:
   RegistrySections& Changing(const std::string& section);
 
   RegistrySections m_sections;
-  std::map<std::string, std::string> m_texts;  // by section; of those that Text has seen as they are now
-  std::size_t m_text_size = 0;                 // what Text returned last; the next text is about as long
+  // By section; empty, as no section's text is, if it is to be made anew. The memory of a text is used again, or the
+  // many small blocks between the large ones of the whole text would make the heap grow.
+  std::map<std::string, std::string> m_texts;
+  std::size_t m_text_size = 0;  // what Text returned last; the next text is about as long
 };
