@@ -1,4 +1,4 @@
-// The text of a table whose change, or whose text, there was not the memory for.
+// The text of a table after a change, or the making of its text, that fails for lack of memory.
 #include <gtest/gtest.h>
 
 #include <functional>
