@@ -16,20 +16,19 @@ namespace {
 constexpr char kPassingKeySet[] = "LEDGERCTL EMPTY SECTION";
 constexpr char kPassingKeyDeleted[] = "ledgerctl empty section";
 
-KeyMerge ReadSection(const JsonDocument& document, const JsonDocument::Section& section, const std::string& source) {
+KeyMerge ReadSection(const JsonDocument& document, const JsonMember& section, const std::string& source) {
   KeyMerge keys;
-  for (std::size_t k = 0; k < section.key_count; ++k) {
-    const JsonDocument::Member key = document.KeyAt(section, k);
-    const std::string name(key.name);
+  for (const JsonMember& key : document.KeysOf(section)) {
+    const std::string name(document.NameOf(key));
     CheckName(name);
     if (key.kind == JsonDocument::Kind::Refused) {
       throw Failure(ExitStatus::NotADocument, source + ": not a registry document: the value of " +
-                                                  ShownKey(std::string(section.name), name) +
+                                                  ShownKey(std::string(document.NameOf(section)), name) +
                                                   " is neither a string nor null");
     }
     std::optional<std::string>& value = keys[name];
     if (key.kind == JsonDocument::Kind::Accepted) {
-      value = std::string(key.text);
+      value = document.ValueOf(key);
     }
   }
   return keys;
@@ -81,9 +80,8 @@ Merge ParseMerge(const std::string& json, const std::string& source) {
       throw Failure(ExitStatus::NotADocument, source + ": not a registry document: no JSON object of objects");
     }
     Merge merge;
-    for (std::size_t s = 0; s < document.SectionCount(); ++s) {
-      const JsonDocument::Section section = document.SectionAt(s);
-      const std::string name(section.name);
+    for (const JsonMember& section : document.Sections()) {
+      const std::string name(document.NameOf(section));
       CheckName(name);
       if (section.kind == JsonDocument::Kind::Refused) {
         throw Failure(ExitStatus::NotADocument,

@@ -6,14 +6,13 @@
 namespace ledgerctl {
 
 RegistrySections ReadRegistry(Registry& registry) {
-  const JsonDocument document = JsonDocument::Parse(registry.ReadAllJson());
+  const std::string json = registry.ReadAllJson();
+  const JsonDocument document = JsonDocument::Parse(json);
   RegistrySections sections;
-  for (std::size_t s = 0; s < document.SectionCount(); ++s) {
-    const JsonDocument::Section section = document.SectionAt(s);
-    RegistrySection& keys = sections[std::string(section.name)];
-    for (std::size_t k = 0; k < section.key_count; ++k) {
-      const JsonDocument::Member key = document.KeyAt(section, k);
-      keys.emplace_hint(keys.end(), key.name, key.text);
+  for (const JsonMember& section : document.Sections()) {
+    RegistrySection& keys = sections[std::string(document.NameOf(section))];
+    for (const JsonMember& key : document.KeysOf(section)) {
+      keys.emplace(document.NameOf(key), document.ValueOf(key));
     }
   }
   return sections;

@@ -86,7 +86,7 @@ void Serve(bramble::Daemonise* daemonise) {
   DBus::Connection connection = DBus::Connection::SystemBus();
   const DisconnectOnExit disconnect(connection);
   connection.request_name(kBusName, 0);
-  RegistryServer server(connection, store);
+  RegistryServer server(connection, store, [] { return g_dispatcher->IsLeaving(); });
   if (daemonise != nullptr) {
     daemonise->Signal();
   }

@@ -22,8 +22,9 @@ auto WithRegistryErrors(Operation operation) -> decltype(operation()) {
 
 }  // namespace
 
-RegistryServer::RegistryServer(DBus::Connection& connection, std::shared_ptr<PersistentStore> store)
-    : DBus::ObjectAdaptor(connection, kObjectPath), m_back_end(std::move(store)) {}
+RegistryServer::RegistryServer(DBus::Connection& connection, std::shared_ptr<PersistentStore> store,
+                               std::function<bool()> is_stop_requested)
+    : DBus::ObjectAdaptor(connection, kObjectPath), m_back_end(std::move(store), std::move(is_stop_requested)) {}
 
 RegistryServer::~RegistryServer() = default;
 

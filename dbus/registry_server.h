@@ -1,6 +1,7 @@
 // The object "/com/tavimesh/Registry": the registry served on a bus connection.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,8 +18,10 @@ class RegistryServer : public com::tavimesh::Registry_adaptor,
                        public DBus::ObjectAdaptor {
 public:
   /// Registers the object on `connection` and loads the registry from `store`. The bus name is the caller's to request.
-  /// Passes on what the load throws; the object is then not registered.
-  RegistryServer(DBus::Connection& connection, std::shared_ptr<PersistentStore> store);
+  /// Passes on what the load throws; the object is then not registered. A WriteJson that takes long is given up when
+  /// `is_stop_requested` says so.
+  RegistryServer(DBus::Connection& connection, std::shared_ptr<PersistentStore> store,
+                 std::function<bool()> is_stop_requested = nullptr);
 
   /// Writes out what is not written yet, then unregisters the object.
   ~RegistryServer() override;

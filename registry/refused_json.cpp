@@ -1,5 +1,6 @@
 #include "registry/refused_json.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -9,49 +10,69 @@ constexpr std::size_t kMostElements = 1000;
 constexpr std::size_t kGreatestSize = std::size_t{64} * 1024;
 constexpr std::size_t kGreatestDepth = 100;
 
+// The first characters of the UTF-8 text.
+std::string Beginning(const std::string& text) {
+  std::size_t size = std::min(text.size(), kGreatestSize);
+  while (size < text.size() && (static_cast<unsigned char>(text[size]) & 0xC0) == 0x80) {
+    --size;
+  }
+  return text.substr(0, size);
+}
+
 }  // namespace
 
+void RefusedJson::String(const std::string& value) {
+  if (m_open.empty()) {
+    m_text = m_quote(Beginning(value));
+  } else if (Fits(value.size())) {
+    Insert(m_name, m_quote(value));
+  }
+}
+
+void RefusedJson::Other(const std::string& token) {
+  if (m_open.empty()) {
+    m_text = PrintJsonScalar(Beginning(token));
+  } else if (Fits(0)) {
+    Insert(m_name, PrintJsonScalar(Beginning(token)));
+  }
+}
+
 void RefusedJson::Start(bool is_object) {
-  if (m_depth == 0) {
-    m_elements = 0;
-    m_size = 0;
-    m_open.clear();
+  if (m_open.empty()) {
     m_open.push_back({is_object, {}, {}, {}});
   } else if (m_skipped_depth != 0 || m_open.size() == kGreatestDepth || !Fits(0)) {
     ++m_skipped_depth;
   } else {
-    m_open.push_back({is_object, m_key, {}, {}});
+    m_open.push_back({is_object, m_name, {}, {}});
   }
-  ++m_depth;
 }
 
 void RefusedJson::End() {
   if (m_skipped_depth != 0) {
     --m_skipped_depth;
-  } else {
-    const Container ended = std::move(m_open.back());
-    m_open.pop_back();
-    if (m_open.empty()) {
-      m_text = TextOf(ended);
-    } else {
-      Insert(ended.key, TextOf(ended));
-    }
+    return;
   }
-  --m_depth;
+  const Container ended = std::move(m_open.back());
+  m_open.pop_back();
+  if (m_open.empty()) {
+    m_text = TextOf(ended);
+  } else {
+    Insert(ended.name, TextOf(ended));
+  }
 }
 
 bool RefusedJson::Fits(std::size_t size) {
   if (m_skipped_depth != 0 || ++m_elements > kMostElements) {
     return false;
   }
-  m_size += size + (m_open.back().is_object ? m_key.size() : 0);
+  m_size += size + (m_open.back().is_object ? m_name.size() : 0);
   return m_size <= kGreatestSize;
 }
 
-void RefusedJson::Insert(const std::string& key, const std::string& text) {
+void RefusedJson::Insert(const std::string& name, const std::string& text) {
   Container& parent = m_open.back();
   if (parent.is_object) {
-    parent.members[key] = text;
+    parent.members[name] = text;
   } else {
     parent.elements += parent.elements.empty() ? text : ',' + text;
   }

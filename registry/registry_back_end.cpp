@@ -14,8 +14,9 @@ constexpr std::uint32_t kFlushDelayMilliseconds = 60000;
 
 }  // namespace
 
-RegistryBackEnd::RegistryBackEnd(std::shared_ptr<PersistentStore> store)
-    : m_store(std::make_shared<LazyPersistentStore>(std::move(store), kFlushDelayMilliseconds)) {
+RegistryBackEnd::RegistryBackEnd(std::shared_ptr<PersistentStore> store, std::function<bool()> is_stop_requested)
+    : m_store(std::make_shared<LazyPersistentStore>(std::move(store), kFlushDelayMilliseconds)),
+      m_is_stop_requested(std::move(is_stop_requested)) {
   Load();
 }
 

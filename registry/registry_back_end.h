@@ -3,6 +3,7 @@
 
 #include <boost/thread/recursive_mutex.hpp>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -10,6 +11,7 @@
 #include "registry/registry.h"
 #include "registry/registry_format.h"
 #include "registry/registry_table.h"
+#include "registry/stop_check.h"
 
 class LazyPersistentStore;
 class PersistentStore;
@@ -22,14 +24,16 @@ class RegistryBackEnd : public Registry {
 public:
   /// Loads the registry from `store`, which is shared and from now on written 60 s after the first unwritten change.
   /// Passes on what the load throws.
-  explicit RegistryBackEnd(std::shared_ptr<PersistentStore> store);
+  /// An import asks `is_stop_requested` many times a second whether to give up; without it, it never does.
+  explicit RegistryBackEnd(std::shared_ptr<PersistentStore> store, std::function<bool()> is_stop_requested = nullptr);
 
   /// Writes out what is not written yet; a failure there ends the process.
   ~RegistryBackEnd() override;
 
   std::string ReadAllJson() override;
 
-  /// Takes no lock for the merge itself: changes come from one thread only, the dispatcher's.
+  /// Takes no lock for the merge itself: changes come from one thread only, the dispatcher's. Throws WorkStopped, and
+  /// nothing has then changed.
   void WriteJson(const std::string& registry) override;
 
   std::string Read(const std::string& section, const std::string& key) override;
@@ -50,7 +54,7 @@ public:
 
 private:
   static std::string NormaliseName(const std::string& name);
-  static void ValidateJson(const JsonDocument& document);
+  static void ValidateJson(const JsonDocument& document, StopCheck& stop);
 
   // The table that every operation works on. Throws std::bad_alloc if a failed change is still to be undone and there
   // is not the memory to do it.
@@ -61,12 +65,13 @@ private:
   void Save();
   void RollBack() noexcept;
   void ImportJson(const std::string& registry);
-  void MergeJson(const JsonDocument& document);
-  std::size_t MergeJsonSection(const JsonDocument& document, const JsonDocument::Section& section,
-                               bool is_last_of_name);
+  void MergeJson(const JsonDocument& document, StopCheck& stop);
+  std::size_t MergeJsonSections(const JsonDocument& document, JsonDocument::Range variants, std::size_t room,
+                                StopCheck& stop);
 
   boost::recursive_mutex m_lock;
   const std::shared_ptr<LazyPersistentStore> m_store;
+  const std::function<bool()> m_is_stop_requested;
   RegistryTable m_table;       // guarded by m_lock
   bool m_must_reload = false;  // guarded by m_lock; m_table holds a change that failed
 };

@@ -1,11 +1,65 @@
 // The JSON view of the registry: its export, and the validated merge of a JSON text.
+#include <algorithm>
 #include <boost/thread/lock_guard.hpp>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "lib/platform/lazy_persistent_store.h"
 #include "registry/json_document.h"
 #include "registry/json_printer.h"
 #include "registry/registry_back_end.h"
+
+namespace {
+
+bool IsBad(const JsonMember& member) { return !member.is_ascii || member.kind == JsonMember::Kind::Refused; }
+
+// The one that comes first by its name as written; either may be null.
+const JsonMember* FirstByName(const JsonDocument& document, const JsonMember* a, const JsonMember& b) {
+  return a == nullptr || document.NameOf(b) < document.NameOf(*a) ? &b : a;
+}
+
+const JsonMember* FirstBadKey(const JsonDocument& document, const JsonMember& section) {
+  const JsonMember* first = nullptr;
+  for (const JsonMember& key : document.KeysOf(section)) {
+    first = IsBad(key) ? FirstByName(document, first, key) : first;
+  }
+  return first;
+}
+
+bool SetsKey(const JsonMember& key) { return key.kind == JsonMember::Kind::Accepted; }
+
+// Calls `visit` for the last one of the members that act on the same key, in ascending order of the keys.
+template <typename Visit>
+void ForEachLastKey(const JsonDocument& document, JsonDocument::Range sections, StopCheck& stop, Visit visit) {
+  std::vector<const JsonMember*> keys;
+  std::vector<JsonMember> sorted;
+  for (const JsonMember& section : sections) {
+    const bool is_only_section = sections.last - sections.first == 1;
+    for (const JsonMember& key : document.KeysOf(section)) {
+      stop.Step();
+      if (!is_only_section) {
+        sorted.push_back(key);
+        sorted.back().number = static_cast<std::uint32_t>(keys.size()) & JsonMember::kGreatestNumber;
+        keys.push_back(&key);
+      } else if (key.is_last_of_name) {
+        visit(key);
+      }
+    }
+  }
+  document.SortByFoldedName(sorted, stop);
+  std::size_t last = 0;
+  for (const JsonMember& key : sorted) {
+    stop.Step();
+    last = std::max<std::size_t>(last, key.number);
+    if (key.is_last_of_name) {
+      visit(*keys[last]);
+      last = 0;
+    }
+  }
+}
+
+}  // namespace
 
 std::string RegistryBackEnd::ReadAllJson() {
   const boost::lock_guard<boost::recursive_mutex> guard(m_lock);
@@ -21,71 +75,94 @@ void RegistryBackEnd::WriteJson(const std::string& registry) {
 
 // The parsed document is gone before the registry is saved: it can be large.
 void RegistryBackEnd::ImportJson(const std::string& registry) {
-  JsonDocument document = JsonDocument::Parse(registry);
+  StopCheck stop(m_is_stop_requested);
+  const JsonDocument document = JsonDocument::Parse(registry, stop);
   if (!document.IsObject()) {
     throw InvalidJson(registry);
   }
-  ValidateJson(document);
-  document.NormaliseNames(NormaliseName);
+  ValidateJson(document, stop);
   try {
-    MergeJson(document);
+    MergeJson(document, stop);
   } catch (...) {
     RollBack();
     throw;
   }
 }
 
-// Throws for the first bad entry in ascending order of the names; the registry is not touched.
-void RegistryBackEnd::ValidateJson(const JsonDocument& document) {
-  for (std::size_t s = 0; s < document.SectionCount(); ++s) {
-    const JsonDocument::Section section = document.SectionAt(s);
-    NormaliseName(std::string(section.name));
-    if (section.kind == JsonDocument::Kind::Refused) {
-      throw InvalidJson(std::string(section.text));
+// Throws for the first bad entry in ascending order of the names as written; the registry is not touched.
+void RegistryBackEnd::ValidateJson(const JsonDocument& document, StopCheck& stop) {
+  const JsonMember* first = nullptr;
+  for (const JsonMember& section : document.Sections()) {
+    stop.Step();
+    const auto keys = document.KeysOf(section);
+    if (IsBad(section) || std::any_of(keys.begin(), keys.end(), IsBad)) {
+      first = FirstByName(document, first, section);
     }
-    for (std::size_t k = 0; k < section.key_count; ++k) {
-      const JsonDocument::Member key = document.KeyAt(section, k);
-      NormaliseName(std::string(key.name));
-      if (key.kind == JsonDocument::Kind::Refused) {
-        throw InvalidJson(std::string(key.text));
-      }
+  }
+  if (first == nullptr) {
+    return;
+  }
+  const JsonMember& bad = IsBad(*first) ? *first : *FirstBadKey(document, *first);
+  NormaliseName(std::string(document.NameOf(bad)));
+  throw InvalidJson(document.ValueOf(bad, stop));
+}
+
+// A document can name far more than the registry holds: when what is certain to stay is already too long, the registry
+// is full, and the rest is not looked at.
+void RegistryBackEnd::MergeJson(const JsonDocument& document, StopCheck& stop) {
+  std::size_t room = m_store->Capacity();
+  const JsonMember* const end = document.Sections().data() + document.Sections().size();
+  for (const JsonMember* section = document.Sections().data(); section != end;) {
+    const JsonMember* const first = section;
+    while (!section++->is_last_of_name) {
     }
+    room -= MergeJsonSections(document, {first, section}, room, stop);
   }
 }
 
-// Members whose names differ only in case act on the same section or key, one after the other. A document can name far
-// more than the registry holds: when the members that nothing later can touch are already too long, the rest is left
-// out, and the save refuses the registry all the same.
-void RegistryBackEnd::MergeJson(const JsonDocument& document) {
-  std::size_t certain_size = 0;
-  for (std::size_t s = 0; s < document.SectionCount() && certain_size <= m_store->Capacity(); ++s) {
-    const JsonDocument::Section section = document.SectionAt(s);
-    const bool is_last_of_name = s + 1 == document.SectionCount() || document.SectionAt(s + 1).name != section.name;
-    certain_size += MergeJsonSection(document, section, is_last_of_name);
-  }
-}
-
-// Returns how many bytes of the registry's text are certain to stay if nothing later has the section's name.
-std::size_t RegistryBackEnd::MergeJsonSection(const JsonDocument& document, const JsonDocument::Section& section,
-                                              bool is_last_of_name) {
+// Merges sections whose names differ only in case: they act on the same one, one after the other. Returns how many
+// bytes are certain to be in the registry's text because of them; throws Full if there is not the room for so many.
+std::size_t RegistryBackEnd::MergeJsonSections(const JsonDocument& document, JsonDocument::Range variants,
+                                               std::size_t room, StopCheck& stop) {
   RegistryTable& table = Table();
-  const std::string section_name(section.name);
-  if (section.kind == JsonDocument::Kind::Null) {
-    table.EraseSection(section_name);
-    return 0;
-  }
-  std::size_t certain_size = 0;
-  for (std::size_t k = 0; k < section.key_count && certain_size <= m_store->Capacity(); ++k) {
-    const JsonDocument::Member key = document.KeyAt(section, k);
-    if (key.kind == JsonDocument::Kind::Accepted) {
-      table.SetKey(section_name, std::string(key.name), key.text);
-      if (is_last_of_name && (k + 1 == section.key_count || document.KeyAt(section, k + 1).name != key.name)) {
-        certain_size += key.name.size() + key.text.size() + 1;
-      }
+  const std::string name = NormaliseName(std::string(document.NameOf(*variants.first)));
+  bool sets_key = false;
+  for (const JsonMember& section : variants) {
+    stop.Step();
+    if (section.kind == JsonDocument::Kind::Null) {
+      table.EraseSection(name);
+      variants.first = &section + 1;
+      sets_key = false;
     } else {
-      table.EraseKey(section_name, std::string(key.name));
+      const auto keys = document.KeysOf(section);
+      sets_key = sets_key || std::any_of(keys.begin(), keys.end(), SetsKey);
     }
   }
-  // The header too: its brackets and line feed.
-  return certain_size == 0 ? 0 : section.name.size() + 3 + certain_size;
+
+  std::size_t size = 0;
+  const auto take = [&](std::size_t bytes) {
+    size += bytes;
+    if (size > room) {
+      throw Full();
+    }
+  };
+  // Made even if a later member deletes the key again.
+  if (sets_key) {
+    take(name.size() + std::strlen("[]\n"));
+    table.AddSection(name);
+  }
+  const auto section = table.Sections().find(name);
+  if (section == table.Sections().end()) {
+    return size;
+  }
+  ForEachLastKey(document, variants, stop, [&](const JsonMember& key) {
+    const std::string key_name = NormaliseName(std::string(document.NameOf(key)));
+    if (SetsKey(key)) {
+      take(key_name.size() + JsonDocument::SizeOf(key) + std::strlen("\n"));
+      table.SetKey(name, key_name, document.ValueOf(key, stop));
+    } else if (section->second.count(key_name) != 0) {
+      table.EraseKey(name, key_name);
+    }
+  });
+  return size;
 }

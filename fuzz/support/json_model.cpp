@@ -67,8 +67,7 @@ private:
     }
   }
 
-  // A NUL byte ends a text, but not one within a string.
-  bool AtEnd() const { return m_at == m_text.size() || m_text[m_at] == '\0'; }
+  bool AtEnd() const { return m_at == m_text.size(); }
   char Peek() const { return m_at < m_text.size() ? m_text[m_at] : '\0'; }
   void SkipBlanks() { m_at += std::strspn(m_text.c_str() + m_at, " \t\r\n"); }
 

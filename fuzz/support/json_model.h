@@ -17,7 +17,7 @@ struct JsonValue {
   std::map<std::string, JsonValue> members;  // of an object; the last of several of one name
 };
 
-/// Nothing if the text is not JSON. A NUL byte between two tokens ends the text, as the JSON library has it.
+/// Nothing if the text is not JSON.
 std::optional<JsonValue> ModelParseJson(const std::string& text);
 
 bool ModelIsUtf8(const std::string& text);

@@ -32,6 +32,8 @@ protected:
 
   void TearDown() override { m_store->OnWrite(nullptr); }
 
+  bool m_is_stopping = false;
+
   static void ExpectError(const char* name, const std::string& text, const std::function<void()>& operation) {
     try {
       operation();
@@ -44,7 +46,7 @@ protected:
 
 private:
   const std::shared_ptr<RecordingStore> m_store = std::make_shared<RecordingStore>("", 100);
-  RegistryServer m_server{fuzz::PeerBus::Instance().ServedEnd(), m_store};
+  RegistryServer m_server{fuzz::PeerBus::Instance().ServedEnd(), m_store, [this] { return m_is_stopping; }};
 };
 
 TEST_F(RegistryServerOperation, ThrowsTheErrorOfAnInvalidName) {
@@ -77,6 +79,22 @@ TEST_F(RegistryServerOperation, ThrowsTheTextOfAnotherFailure) {
 TEST_F(RegistryServerOperation, ThrowsTheErrorOfAnInvalidNameForWhatIsNoException) {
   FailWrites([] { throw 1; });
   ExpectError(RegistryError::kInvalidName, "Unknown exception", [&] { Server().Flush(); });
+}
+
+TEST_F(RegistryServerOperation, ThrowsTheErrorOfAnImportThatIsStopped) {
+  m_is_stopping = true;
+  ExpectError(RegistryError::kException, "ledgerd is stopping",
+              [&] { Server().WriteJson(std::string(100000, ' ') + "{}"); });
+}
+
+TEST(RegistryServer, LeavesTheObjectPathFreeWhenTheLoadFails) {
+  struct UnreadableStore : RecordingStore {
+    std::string Read() override { throw std::runtime_error("unreadable"); }
+  };
+  DBus::Connection& connection = fuzz::PeerBus::Instance().ServedEnd();
+  EXPECT_THROW(RegistryServer(connection, std::make_shared<UnreadableStore>()), std::runtime_error);
+  // A path that is taken makes this throw.
+  EXPECT_NO_THROW(RegistryServer(connection, std::make_shared<RecordingStore>()));
 }
 
 }  // namespace

@@ -3,22 +3,25 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <optional>
+#include <random>
+#include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
 using namespace std::string_literals;
 
-std::string Describe(const JsonDocument::Member& member) {
-  const std::string name(member.name);
+std::string Describe(const JsonDocument& document, const JsonMember& member) {
+  const std::string name(document.NameOf(member));
   switch (member.kind) {
     case JsonDocument::Kind::Null:
-      return name + ":null" + std::string(member.text);
+      return name + ":null";
     case JsonDocument::Kind::Accepted:
-      return name + "=" + std::string(member.text);
+      return name + "=";
     case JsonDocument::Kind::Refused:
-      return name + "!" + std::string(member.text);
+      return name + "!" + document.ValueOf(member);
   }
   return "no such kind";
 }
@@ -26,17 +29,22 @@ std::string Describe(const JsonDocument::Member& member) {
 // One line for a document: "section={key=value key:null} section!refused".
 std::string Describe(const JsonDocument& document) {
   if (!document.IsObject()) {
-    EXPECT_EQ(document.SectionCount(), 0U);
+    EXPECT_TRUE(document.Sections().empty());
     return "no object";
   }
   std::string line;
-  for (std::size_t s = 0; s < document.SectionCount(); ++s) {
-    const JsonDocument::Section section = document.SectionAt(s);
-    line += (s == 0 ? "" : " ") + Describe(section);
-    for (std::size_t k = 0; k < section.key_count; ++k) {
-      line += (k == 0 ? "{" : " ") + Describe(document.KeyAt(section, k));
+  for (const JsonMember& section : document.Sections()) {
+    line += (line.empty() ? "" : " ") + Describe(document, section);
+    const char* separator = "{";
+    for (const JsonMember& key : document.KeysOf(section)) {
+      line += separator + Describe(document, key);
+      if (key.kind == JsonDocument::Kind::Accepted) {
+        line += document.ValueOf(key);
+        EXPECT_EQ(JsonDocument::SizeOf(key), document.ValueOf(key).size());
+      }
+      separator = " ";
     }
-    line += section.key_count == 0 ? "" : "}";
+    line += *separator == ' ' ? "}" : "";
   }
   return line;
 }
@@ -69,9 +77,9 @@ TEST(JsonDocument, ReducesATextToSectionsAndKeys) {
       {"an empty section", R"({"s":{}})", "s="},
       {"an empty name and value", R"({"":{"":""}})", "={=}"},
       {"nulls", R"({"s":null,"t":{"k":null}})", "s:null t={k:null}"},
-      {"ascending byte order",
+      {"ascending byte order, letter case apart",
        "{\"b\":{},\"a\":{\"z\":\"\",\"Z\":\"\",\"zz\":\"\",\"\":\"\"},\"B\":null,\"\xC3\xA4\":{}}",
-       "B:null a={= Z= z= zz=} b= \xC3\xA4="},
+       "a={= Z= z= zz=} B:null b= \xC3\xA4="},
       {"names as written", R"({"Net":{},"NET":{},"net":{}})", "NET= Net= net="},
       {"escapes", R"({"\u0041\n":{"\"":"\\\/\b\f\n\r\t\u00e9\ud83d\ude00"}})",
        "A\n={\"=\\/\b\f\n\r\t\xC3\xA9\xF0\x9F\x98\x80}"},
@@ -153,54 +161,71 @@ TEST(JsonDocument, HasNoSectionsIfTheTopIsNoObject) {
   }
 }
 
-TEST(JsonDocument, OutlivesTheText) {
-  std::optional<std::string> text(R"({"section":{"key":")" + std::string(100, 'v') + R"("}})");
-  const JsonDocument document = JsonDocument::Parse(*text);
-  text.reset();
-  const JsonDocument moved = JsonDocument(document);
-  EXPECT_EQ(Describe(moved), "section={key=" + std::string(100, 'v') + "}");
+std::string Folded(std::string name) {
+  std::transform(name.begin(), name.end(), name.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+  return name;
 }
 
-TEST(JsonDocument, OrdersByNormalisedNamesAndKeepsTheOrderOfEqualOnes) {
-  JsonDocument document = JsonDocument::Parse(
-      R"({"b":{"k":"1"},"Aa":{"y":"2","X":"3","x":"4"},"B":null,"aA":5,"C":{"Z":"6","":"7"},"dropped":1,"c":{}})");
-  document.NormaliseNames([](const std::string& name) {
-    std::string folded = name == "dropped" ? "d" : name;
-    std::transform(folded.begin(), folded.end(), folded.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    return folded;
-  });
-  EXPECT_EQ(Describe(document), "aa={x=3 x=4 y=2} aa!5 b:null b={k=1} c={=7 z=6} c= d!1");
-}
-
-TEST(JsonDocument, KeepsTheOrderOfManyNamesThatBecomeEqual) {
-  std::string members;
-  std::string in_order;
-  for (int i = 99; i >= 0; --i) {
-    const std::string number = std::to_string(100 + i);
-    members += "\"" + number + "\":" + number + ",";
-    in_order = " n!" + number + in_order;
+// With the escapes of a quote and of a NUL only.
+std::string Unescaped(const std::string& name) {
+  std::string unescaped;
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    const bool is_nul = name.compare(i, 6, "\\u0000") == 0;
+    i += is_nul ? 5 : name[i] == '\\' ? 1 : 0;
+    unescaped += is_nul ? '\0' : name[i];
   }
-  JsonDocument document = JsonDocument::Parse("{" + members + "\"999\":{" + members + "\"999\":\"v\"}}");
-  document.NormaliseNames([](const std::string&) { return std::string("n"); });
-  EXPECT_EQ(Describe(document), in_order.substr(1) + " n={" + in_order.substr(1) + " n=v}");
+  return unescaped;
 }
 
-TEST(JsonDocument, NormalisesOnlyTheNamesThatCount) {
-  JsonDocument document = JsonDocument::Parse(R"({"s":{"lost":"1"},"s":{"k":{"inner":1},"l":"v"},"t":["x"]})");
+// Names of all lengths about that of the part that is compared at once, of which some go on and some end.
+TEST(JsonDocument, OrdersLongNamesAndSaysWhichAreTheSameApartFromTheirCase) {
+  const std::string stem = "abcdefghijklmno";
+  std::vector<std::string> names = {"", stem + "p", stem + "P", stem + "Pq", "x\\\"1", "X\\\"0"};
+  for (std::size_t size = 1; size <= stem.size(); ++size) {
+    for (const char* end : {"", "\\u0000", "\\u0000a"}) {
+      names.push_back(stem.substr(0, size) + end);
+    }
+    for (int variant = 0; variant < 20; ++variant) {
+      std::string name = stem.substr(0, size);
+      for (std::size_t i = 0; i < size; ++i) {
+        name[i] = static_cast<char>(name[i] - (variant >> i % 5 & 1 ? 'a' - 'A' : 0));
+      }
+      names.push_back(name);
+    }
+  }
+  std::mt19937 random(7);
+  for (int round = 0; round < 20; ++round) {
+    std::shuffle(names.begin(), names.end(), random);
+    std::string text;
+    for (const std::string& name : names) {
+      text += (text.empty() ? "{\"" : ",\"") + name + "\":null";
+    }
+    text += '}';
+    const JsonDocument document = JsonDocument::Parse(text);
+    std::set<std::pair<std::string, std::string>> expected;  // folded and as written
+    for (const std::string& name : names) {
+      expected.emplace(Folded(Unescaped(name)), Unescaped(name));
+    }
+    auto next = expected.begin();
+    ASSERT_EQ(document.Sections().size(), expected.size());
+    for (const JsonMember& section : document.Sections()) {
+      EXPECT_EQ(document.NameOf(section), next->second);
+      const std::string folded = next->first;
+      ++next;
+      EXPECT_EQ(section.is_last_of_name, next == expected.end() || next->first != folded);
+    }
+  }
+}
+
+TEST(JsonDocument, SaysWhichNamesAreAscii) {
+  const std::string text = "{\"a\\n\u007f\":{},\"\xC3\xA4\":{},\"\\u0080\":{}}";
   std::string seen;
-  document.NormaliseNames([&](const std::string& name) {
-    seen += name + " ";
-    return name;
-  });
-  EXPECT_EQ(seen.find("lost"), std::string::npos) << seen;
-  EXPECT_EQ(seen.find("inner"), std::string::npos) << seen;
-  EXPECT_EQ(Describe(document), R"(s={k!{"inner":1} l=v} t!["x"])");
-}
-
-TEST(JsonDocument, PassesOnWhatTheNormalisingThrows) {
-  JsonDocument document = JsonDocument::Parse(R"({"s":{}})");
-  EXPECT_THROW(document.NormaliseNames([](const std::string&) -> std::string { throw 42; }), int);
+  const JsonDocument document = JsonDocument::Parse(text);
+  for (const JsonMember& section : document.Sections()) {
+    seen += section.is_ascii ? 'y' : 'n';
+  }
+  EXPECT_EQ(seen, "ynn");
 }
 
 TEST(JsonDocument, RefusesWhatIsNotJson) {
@@ -232,6 +257,10 @@ TEST(JsonDocument, RefusesWhatIsNotJson) {
       {"a number as name", "{1:{}}"},
       {"single quotes", "{'a':{}}"},
       {"something behind the end", "{}{}"},
+      {"a NUL byte behind the end", "{}\0"s},
+      {"a NUL byte and more behind the end", "{}\0garbage"s},
+      {"a NUL byte behind blanks and a number", " 1\0"s},
+      {"a NUL byte before the beginning", "\0{}"s},
       {"a word behind the end", "{} x"},
       {"two values", "1 2"},
       {"a comment", "{} // comment"},

@@ -5,9 +5,12 @@
 #include <chrono>
 #include <functional>
 #include <future>
+#include <list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/registry/back_end_fixture.h"
@@ -77,6 +80,63 @@ TEST(RegistryBackEndLock, HoldsOthersUpWhileASectionCallbackRuns) {
     });
     EXPECT_TRUE(elsewhere->EndsWithin(kBound));
   }
+}
+
+// Calls a hook when it is asked for its capacity, as a save does.
+class HookedStore : public test_support::RecordingStore {
+public:
+  using RecordingStore::RecordingStore;
+
+  std::uint32_t Capacity() override {
+    if (m_hook) {
+      m_hook();
+    }
+    return RecordingStore::Capacity();
+  }
+
+  void OnCapacity(std::function<void()> hook) { m_hook = std::move(hook); }
+
+private:
+  std::function<void()> m_hook;
+};
+
+TEST(RegistryBackEndLock, HoldsOthersUpUntilTheSaveHasEnded) {
+  const Operation operations[] = {
+      {"Write", [](RegistryBackEnd& r) { r.Write("s", "k", "w"); }},
+      {"DeleteKey", [](RegistryBackEnd& r) { r.DeleteKey("s", "k"); }},
+      {"DeleteSection", [](RegistryBackEnd& r) { r.DeleteSection("s"); }},
+      {"DeleteAll", [](RegistryBackEnd& r) { r.DeleteAll(); }},
+  };
+  for (const Operation& operation : operations) {
+    SCOPED_TRACE(operation.name);
+    const auto store = std::make_shared<HookedStore>("[s]\nk=v\n");
+    RegistryBackEnd back_end(store);
+    std::optional<Elsewhere> elsewhere;
+    store->OnCapacity([&] {
+      if (!elsewhere) {
+        elsewhere.emplace([&] { back_end.Read("s", "k"); });
+        EXPECT_FALSE(elsewhere->EndsWithin(kSoon));
+      }
+    });
+    operation.run(back_end);
+    ASSERT_TRUE(elsewhere);
+    EXPECT_TRUE(elsewhere->EndsWithin(kBound));
+  }
+}
+
+// Deliberately: only the save behind the merge takes the lock.
+TEST(RegistryBackEndLock, LetsOthersReadDuringTheMergeOfAnImport) {
+  const auto store = std::make_shared<HookedStore>("[s]\nk=v\n");
+  RegistryBackEnd back_end(store);
+  std::vector<bool> ended;
+  std::list<Elsewhere> elsewhere;
+  store->OnCapacity([&] {
+    elsewhere.emplace_back([&] { back_end.Read("s", "k"); });
+    ended.push_back(elsewhere.back().EndsWithin(ended.empty() ? kBound : kSoon));
+  });
+  back_end.WriteJson(R"({"s":{"k":"w"}})");
+  store->OnCapacity(nullptr);
+  EXPECT_EQ(ended, (std::vector<bool>{true, false})) << "the merge and the save ask for the capacity";
 }
 
 TEST(RegistryBackEndLock, HoldsOthersUpWhileAKeyCallbackRuns) {

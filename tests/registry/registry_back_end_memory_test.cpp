@@ -190,4 +190,24 @@ TEST_P(RegistryBackEndMemory, IsNotSeenByTheOperationBehindIt) {
   }
 }
 
+// A reload that fails again must be made up for still.
+TEST_P(RegistryBackEndMemory, IsNotSeenBehindASecondFailureEither) {
+  Prepared untouched;
+  const RegistrySections before = Table(*untouched.registry);
+  bool has_failed = true;
+  for (std::size_t nth = 1; has_failed; ++nth) {
+    SCOPED_TRACE(nth);
+    ASSERT_LT(nth, kTooMany);
+    Prepared back_end;
+    std::string thrown;
+    has_failed = RunShortOfMemory(
+        nth, GetParam(), [&] { back_end->Write("a new section of some length", "k", kLong); }, thrown);
+    if (has_failed) {
+      RunShortOfMemory(
+          1, GetParam(), [&] { back_end->KeyExists("s", "j"); }, thrown);
+      EXPECT_EQ(Table(*back_end.registry), before);
+    }
+  }
+}
+
 }  // namespace

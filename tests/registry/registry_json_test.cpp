@@ -1,6 +1,7 @@
 // Export, and the imports that are accepted.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -188,6 +189,43 @@ TEST(WriteJson, SavesAStraySectionOfARefusedWrite) {
   EXPECT_THROW(back_end->Write("stray", "\x80", "v"), Registry::InvalidName);
   back_end->WriteJson("{}");
   EXPECT_EQ(back_end.store->Text(), "[stray]\n");
+}
+
+TEST(WriteJsonStop, ChangesNothingWheneverItComes) {
+  std::string keys;
+  for (int i = 0; i < 20000; ++i) {
+    keys += "\"" + std::to_string(i * 7919 % 20000) + "\":null,";
+  }
+  const struct {
+    const char* name;
+    std::string json;
+    std::size_t fewest_questions;
+  } rows[] = {
+      {"one string", R"({"t":{"k":")" + std::string(1000000, 'x') + R"("},"T":{"k":"w"},"t":{"k":"v"}})",
+       1000000 / 65536},
+      {"many keys", R"({"s":{)" + keys + R"("k":"w"}})", 8},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::size_t asked = 0;
+    std::size_t stop_at = 0;
+    const auto store = std::make_shared<test_support::RecordingStore>("[s]\nk=v\n");
+    RegistryBackEnd back_end(store, [&] { return ++asked == stop_at; });
+    back_end.Write("s", "pending", "1");
+    do {
+      asked = 0;
+      ++stop_at;
+      try {
+        back_end.WriteJson(row.json);
+      } catch (const WorkStopped&) {
+        EXPECT_EQ(asked, stop_at) << "asked again after the answer";
+        EXPECT_EQ(back_end.ReadAllJson(), R"({"s":{"k":"v","pending":"1"}})");
+        EXPECT_TRUE(store->Writes().empty());
+      }
+    } while (asked == stop_at);
+    EXPECT_GE(asked, row.fewest_questions);
+    EXPECT_EQ(store->Writes().size(), 1U) << "never stopped, it is accepted";
+  }
 }
 
 }  // namespace

@@ -1,0 +1,244 @@
+#include "registry/json_parser.h"
+
+#include <algorithm>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <utility>
+#include <vector>
+
+#include "lib/platform/escape.h"
+#include "lib/platform/string_operations.h"
+
+namespace {
+
+using nlohmann::json;
+
+// The text as the library's scanner reads it, byte by byte.
+struct Input {
+  Input(std::string_view text, StopCheck& stop_check)
+      : begin(text.data()), end(text.data() + text.size()), at(begin), stop(stop_check) {}
+
+  std::size_t Position() const { return static_cast<std::size_t>(at - begin); }
+
+  const char* const begin;
+  const char* const end;
+  const char* at;
+  StopCheck& stop;
+};
+
+// All copies read from the same input; the one without an input is the end.
+class Cursor {
+public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = char;
+  using difference_type = std::ptrdiff_t;
+  using pointer = const char*;
+  using reference = const char&;
+
+  explicit Cursor(Input* input = nullptr) : m_input(input) {}
+
+  const char& operator*() const { return *m_input->at; }
+  Cursor& operator++() {
+    ++m_input->at;
+    m_input->stop.Step();
+    return *this;
+  }
+  bool operator!=(const Cursor&) const { return m_input->at != m_input->end; }
+
+private:
+  Input* m_input;
+};
+
+using Adapter = nlohmann::detail::iterator_input_adapter<Cursor>;
+using Scanner = nlohmann::detail::lexer<json, Adapter>;
+using Token = Scanner::token_type;
+
+class Parser {
+public:
+  Parser(std::string_view text, JsonHandler& handler, StopCheck& stop)
+      : m_input(text, stop), m_scanner(Adapter(Cursor(&m_input), Cursor())), m_handler(handler) {
+    // A long string that grows leaves holes in the heap, as large as itself. A block of this size is none of the heap;
+    // what is not used of it is never touched.
+    if (text.size() > kLongText) {
+      m_scanner.get_string().reserve(text.size() + kNotOfHeap);
+    }
+  }
+
+  void ParseValue() {
+    Scan();
+    do {
+      if (StartOrScalar()) {
+        EndContainers();
+      }
+    } while (!m_open.empty());
+  }
+
+  void ExpectEnd() {
+    // To the scanner a NUL byte is an end too.
+    if (Scan() != Token::end_of_input) {
+      Fail(Token::end_of_input);
+    }
+    if (m_input.at != m_input.end || (m_input.at != m_input.begin && m_input.at[-1] == '\0')) {
+      FailWith("'<U+0000>'; expected end of input");
+    }
+  }
+
+private:
+  Token Scan() {
+    // To find a number's end, the scanner reads one byte more.
+    m_scanned_from = m_input.Position() - (IsNumber() ? 1 : 0);
+    m_token = m_scanner.scan();
+    if (m_token == Token::value_string || IsNumber()) {
+      m_quoted_from = m_scanned_from;
+    }
+    return m_token;
+  }
+
+  bool IsNumber() const {
+    return m_token == Token::value_unsigned || m_token == Token::value_integer || m_token == Token::value_float;
+  }
+
+  // Handles the current token as the beginning of a value. Returns whether the value has ended with it, an empty
+  // container's end included.
+  bool StartOrScalar() {
+    switch (m_token) {
+      case Token::begin_object:
+        m_handler.Start(true);
+        if (Scan() != Token::end_object) {
+          m_open.push_back(true);
+          NameAndColon();
+          return false;
+        }
+        m_handler.End();
+        return true;
+      case Token::begin_array:
+        m_handler.Start(false);
+        if (Scan() != Token::end_array) {
+          m_open.push_back(false);
+          return false;
+        }
+        m_handler.End();
+        return true;
+      case Token::literal_null:
+        m_handler.Null();
+        return true;
+      case Token::literal_true:
+        m_handler.Other("true");
+        return true;
+      case Token::literal_false:
+        m_handler.Other("false");
+        return true;
+      case Token::value_string:
+        m_handler.String(m_scanner.get_string());
+        return true;
+      case Token::value_unsigned:
+      case Token::value_integer:
+      case Token::value_float:
+        m_handler.Other(m_scanner.get_string());
+        return true;
+      default:
+        Fail(Token::literal_or_value);
+    }
+  }
+
+  // Takes what follows a value: the ends of its containers, up to the beginning of the next value.
+  void EndContainers() {
+    while (!m_open.empty()) {
+      const bool is_object = m_open.back();
+      const Token end = is_object ? Token::end_object : Token::end_array;
+      if (Scan() == Token::value_separator) {
+        Scan();
+        if (is_object) {
+          NameAndColon();
+        }
+        return;
+      }
+      if (m_token != end) {
+        Fail(end);
+      }
+      m_handler.End();
+      m_open.pop_back();
+    }
+  }
+
+  void NameAndColon() {
+    if (m_token != Token::value_string) {
+      Fail(Token::value_string);
+    }
+    m_handler.Name(m_scanner.get_string(), m_input.Position());
+    if (Scan() != Token::name_separator) {
+      Fail(Token::name_separator);
+    }
+    Scan();
+  }
+
+  // The texts are those of the library's own parser.
+  [[noreturn]] void Fail(Token expected) {
+    if (m_token != Token::parse_error) {
+      FailWith(std::string(Scanner::token_type_name(m_token)) + "; expected " + Scanner::token_type_name(expected));
+    }
+    std::string reason = m_scanner.get_error_message() + ("; last read: '" + LastRead() + '\'');
+    if (expected != Token::literal_or_value) {
+      reason += std::string("; expected ") + Scanner::token_type_name(expected);
+    }
+    FailWith(reason);
+  }
+
+  [[noreturn]] static void FailWith(std::string reason) {
+    // The quoted end of the input can break off within a character.
+    reason.resize(std::min(reason.size(), bramble::kLongestFormattedString));
+    throw JsonSyntaxError(bramble::strprintf("parse error - unexpected %s", escape::AsciiCopy(reason).c_str()));
+  }
+
+  // The beginning of what the scanner has read since the last string or number began, as far as an error shows it.
+  std::string LastRead() const {
+    const std::string_view text(m_input.begin, m_input.Position());
+    const std::size_t failed = text.find_first_not_of(" \t\r\n", m_scanned_from);
+    const bool is_quoted = failed != std::string_view::npos && IsQuoted(text[failed]);
+    std::size_t from = is_quoted ? m_scanned_from : m_quoted_from;
+    while (from != kNone && from < text.size() && !IsQuoted(text[from])) {
+      ++from;
+    }
+    std::string shown;
+    for (const char c : text.substr(from == kNone ? 0 : from, bramble::kLongestFormattedString)) {
+      shown += static_cast<unsigned char>(c) < 0x20 ? bramble::strprintf("<U+%.4X>", c) : std::string(1, c);
+    }
+    return shown;
+  }
+
+  static bool IsQuoted(char c) { return c == '"' || c == '-' || (c >= '0' && c <= '9'); }
+
+  static constexpr std::size_t kLongText = std::size_t{1} << 20;
+  static constexpr std::size_t kNotOfHeap = std::size_t{32} << 20;
+  static constexpr std::size_t kNone = std::string_view::npos;
+
+  Input m_input;
+  Scanner m_scanner;
+  JsonHandler& m_handler;
+  Token m_token = Token::uninitialized;
+  std::size_t m_scanned_from = 0;     // where the current token was looked for
+  std::size_t m_quoted_from = kNone;  // likewise the last string or number
+  std::vector<bool> m_open;           // outermost first; whether it is an object
+};
+
+}  // namespace
+
+void ParseJson(std::string_view text, JsonHandler& handler, StopCheck& stop) {
+  Parser parser(text, handler, stop);
+  parser.ParseValue();
+  parser.ExpectEnd();
+}
+
+void ParseJsonValue(std::string_view text, JsonHandler& handler, StopCheck& stop) {
+  Parser(text, handler, stop).ParseValue();
+}
+
+// The library's values are used for scalars only: those of arrays and objects allocate when they are destroyed, which
+// ends the process if there is no memory.
+std::string PrintJsonScalar(const std::string& token) {
+  try {
+    return json::parse(token).dump();
+  } catch (const json::out_of_range&) {
+    return token;
+  }
+}
