@@ -1,4 +1,4 @@
-// The JSON text that a caller wants to merge into the registry, checked for syntax and reduced to its sections and keys.
+// A JSON text that a caller wants to merge into the registry, checked for syntax and reduced to sections and keys.
 #pragma once
 
 #include <cstddef>

@@ -41,7 +41,7 @@ public:
   /// The view lives until the next call of MakeMember.
   std::string_view Name(const JsonMember& member) const;
 
-  /// Where the text goes on behind the member's name.
+  /// Where the text goes on after the member's name.
   std::size_t EndOfName(const JsonMember& member) const;
 
   /// Drops each member from `first` on of whose name, as written, there is a later one. Sorts the others by name,

@@ -21,7 +21,7 @@ class JsonHandler {
 public:
   virtual ~JsonHandler() = default;
 
-  /// The name of the next member. The text goes on at `end`, behind the closing quote.
+  /// The name of the next member. The text goes on at `end`, after the closing quote.
   virtual void Name(const std::string& /*name*/, std::size_t /*end*/) {}
 
   virtual void Null() {}

@@ -19,9 +19,10 @@ const JsonMember* FirstByName(const JsonDocument& document, const JsonMember* a,
   return a == nullptr || document.NameOf(b) < document.NameOf(*a) ? &b : a;
 }
 
-const JsonMember* FirstBadKey(const JsonDocument& document, const JsonMember& section) {
+const JsonMember* FirstBadKey(const JsonDocument& document, const JsonMember& section, StopCheck& stop) {
   const JsonMember* first = nullptr;
   for (const JsonMember& key : document.KeysOf(section)) {
+    stop.Step();
     first = IsBad(key) ? FirstByName(document, first, key) : first;
   }
   return first;
@@ -102,7 +103,7 @@ void RegistryBackEnd::ValidateJson(const JsonDocument& document, StopCheck& stop
   if (first == nullptr) {
     return;
   }
-  const JsonMember& bad = IsBad(*first) ? *first : *FirstBadKey(document, *first);
+  const JsonMember& bad = IsBad(*first) ? *first : *FirstBadKey(document, *first, stop);
   NormaliseName(std::string(document.NameOf(bad)));
   throw InvalidJson(document.ValueOf(bad, stop));
 }

@@ -132,7 +132,7 @@ def test_texts_of_the_error_for_everything_else_are_those_of_the_sources(manual)
     explained = manual("com.tavimesh.Registry.5", "ERRORS")
     sources = {"dbus/bus_text.cpp": ["D-Bus cannot carry the ", "is not UTF-8", "holds a NUL byte",
                                      "makes the reply too long"],
-               "registry/json_document.cpp": ["parse error - unexpected "],
+               "registry/json_parser.cpp": ["parse error - unexpected "],
                "registry/json_printer.cpp": ["No JSON: "]}
     for path, texts in sources.items():
         for text in texts:

@@ -124,7 +124,7 @@ TEST(RegistryBackEndLock, HoldsOthersUpUntilTheSaveHasEnded) {
   }
 }
 
-// Deliberately: only the save behind the merge takes the lock.
+// Deliberately: only the save after the merge takes the lock.
 TEST(RegistryBackEndLock, LetsOthersReadDuringTheMergeOfAnImport) {
   const auto store = std::make_shared<HookedStore>("[s]\nk=v\n");
   RegistryBackEnd back_end(store);
