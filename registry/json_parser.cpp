@@ -1,6 +1,7 @@
 #include "registry/json_parser.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -236,9 +237,17 @@ void ParseJsonValue(std::string_view text, JsonHandler& handler, StopCheck& stop
 // The library's values are used for scalars only: those of arrays and objects allocate when they are destroyed, which
 // ends the process if there is no memory.
 std::string PrintJsonScalar(const std::string& token) {
-  try {
-    return json::parse(token).dump();
-  } catch (const json::out_of_range&) {
-    return token;
+  StopCheck never;
+  Input input(token, never);
+  Scanner scanner{Adapter(Cursor(&input), Cursor())};
+  switch (scanner.scan()) {
+    case Token::value_unsigned:
+      return json(scanner.get_number_unsigned()).dump();
+    case Token::value_integer:
+      return json(scanner.get_number_integer()).dump();
+    case Token::value_float:
+      return std::isfinite(scanner.get_number_float()) ? json(scanner.get_number_float()).dump() : token;
+    default:
+      return token;
   }
 }
