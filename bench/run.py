@@ -27,7 +27,7 @@ class Extent:
 
     def __init__(self, quick):
         self.rounds = 2 if quick else 15
-        self.passes = 1 if quick else 20
+        self.passes = 1 if quick else 60
         self.block = 20 if quick else 50
         self.starts = 2 if quick else 20
 

@@ -8,7 +8,7 @@ armhf_packages="cpio e2fsprogs g++-arm-linux-gnueabihf python3 qemu-system-arm q
 test_packages="babeltrace2 bash-completion clang clang-format clang-tidy cppcheck fish gcovr git libclang-rt-14-dev
                libglib2.0-bin libgmock-dev libgtest-dev lttng-tools procps python3 python3-dbus python3-pyflakes
                python3-pytest shellcheck strace zsh"
-bench_packages="binutils dconf-service libbenchmark-dev python3 valgrind xfconf"
+bench_packages="binutils python3 valgrind xfconf"
 fuzz_packages="clang libclang-rt-14-dev llvm"
 page_packages="man-db mandoc scdoc"
 package_packages="binutils debian-archive-keyring mmdebstrap python3 python3-dbus python3-pytest qemu-user-static"
