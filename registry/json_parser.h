@@ -42,5 +42,5 @@ void ParseJson(std::string_view text, JsonHandler& handler, StopCheck& stop);
 /// Likewise for a value at the beginning of `text`; what follows the value is not looked at.
 void ParseJsonValue(std::string_view text, JsonHandler& handler, StopCheck& stop);
 
-/// Returns the number, true or false as the JSON library prints it; a number that no double holds is returned unchanged.
+/// Returns the number, true or false as the JSON library prints it. Returns a number that no double holds unchanged.
 std::string PrintJsonScalar(const std::string& token);
