@@ -5,8 +5,9 @@ import pathlib
 
 import pytest
 
+import attacked
 from booted_system import BootedSystem
-from harness import Bus, World
+from harness import PATIENCE, Bus, World
 from ledgerctl import Ledgerctl
 from namespace_world import NamespaceWorld
 
@@ -77,6 +78,15 @@ def client(daemon):
     client = daemon.client()
     yield client
     client.close()
+
+
+@pytest.fixture
+def victim(world, client):
+    """A client that still wants to be served after an attack, and to find its data unchanged."""
+    attacked.fill(client)
+    client.timeout = 4 * PATIENCE
+    yield client
+    attacked.check_served_and_untouched(world, client)
 
 
 @pytest.fixture
