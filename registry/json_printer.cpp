@@ -13,6 +13,10 @@ using nlohmann::json;
 constexpr escape::ByteSet kNotPlain = escape::ByteSet::Where(
     [](unsigned char byte) { return byte < 0x20 || byte > 0x7E || byte == '"' || byte == '\\'; });
 
+// Room for the JSON text of a full registry, so that the text need not move while it grows. Memory that stays unused is
+// never touched.
+constexpr std::size_t kUsualLength = std::size_t{24} * 1024;
+
 // Before all members but the first.
 void AppendComma(std::string& object) {
   if (object.back() != '{') {
@@ -62,7 +66,9 @@ void AppendJsonString(std::string& output, const std::string& text) {
 
 std::string PrintJson(const RegistrySections& sections) {
   try {
-    std::string text = "{";
+    std::string text;
+    text.reserve(kUsualLength);
+    text += '{';
     for (const auto& [name, keys] : sections) {
       AppendComma(text);
       AppendJsonString(text, name);
