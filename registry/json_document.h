@@ -20,12 +20,16 @@ class JsonDocument {
 public:
   using Kind = JsonMember::Kind;
 
-  /// From `first` up to, not including, `last`.
-  struct Range {
-    const JsonMember* first;
-    const JsonMember* last;
-    const JsonMember* begin() const { return first; }
-    const JsonMember* end() const { return last; }
+  /// Members next to each other, from `begin` up to, not including, `end`.
+  class Range {
+  public:
+    Range(const JsonMember* begin, const JsonMember* end) : m_begin(begin), m_end(end) {}
+    const JsonMember* begin() const { return m_begin; }
+    const JsonMember* end() const { return m_end; }
+
+  private:
+    const JsonMember* m_begin;
+    const JsonMember* m_end;
   };
 
   /// The text must outlive the document. Throws JsonSyntaxError, WorkStopped, std::length_error for a text of half a

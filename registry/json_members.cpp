@@ -61,10 +61,10 @@ public:
   Sorter(const JsonNames& names, std::vector<JsonMember>& members, StopCheck& stop)
       : m_names(names), m_members(members), m_stop(stop) {}
 
-  void SortByFoldedName(std::size_t first) { SortRange(first, m_members.size(), Names::Folded); }
+  void SortByFoldedName(std::size_t first) { SortRange<Names::Folded>(first, m_members.size()); }
 
   // Those that are then equal by the name as written.
-  void SortByFoldedAndWrittenName(std::size_t first) { SortRange(first, m_members.size(), Names::FoldedAndWritten); }
+  void SortByFoldedAndWrittenName(std::size_t first) { SortRange<Names::FoldedAndWritten>(first, m_members.size()); }
 
   // Drops all but the last of the sorted members of each name as written.
   void KeepLast(std::size_t first) {
@@ -91,7 +91,8 @@ private:
   };
 
   // One chunk after the other, so that long names with a common beginning are looked at once.
-  void SortRange(std::size_t first, std::size_t last, Names names) {
+  template <Names names>
+  void SortRange(std::size_t first, std::size_t last) {
     std::vector<Range> ranges;
     Push(ranges, first, last, 0);
     while (!ranges.empty()) {
@@ -102,27 +103,30 @@ private:
         const std::size_t end = EndOfEqualChunks(begin, range.last);
         if (end - begin > 1 && (m_members[begin].chunk & 0xFF) == kGoesOn) {
           Push(ranges, begin, end, range.depth + 1);
-        } else if (end - begin > 1 && names != Names::Written) {
-          EndFoldedName(begin, end, names);
+        } else if (end - begin > 1) {
+          EndName<names>(begin, end);
         }
         begin = end;
       }
     }
   }
 
-  // The members' names are the same apart from their case.
-  void EndFoldedName(std::size_t first, std::size_t last, Names names) {
-    if (names == Names::FoldedAndWritten) {
+  // The members' names are the same; apart from their case, unless they are sorted as written.
+  template <Names names>
+  void EndName(std::size_t first, std::size_t last) {
+    if constexpr (names == Names::FoldedAndWritten) {
       SortByWrittenName(first, last);
     }
-    for (std::size_t i = first; i < last; ++i) {
-      m_members[i].is_last_of_name = i + 1 == last;
+    if constexpr (names != Names::Written) {
+      for (std::size_t i = first; i < last; ++i) {
+        m_members[i].is_last_of_name = i + 1 == last;
+      }
     }
   }
 
   void SortByWrittenName(std::size_t first, std::size_t last) {
     if (last - first > kFew) {
-      SortRange(first, last, Names::Written);
+      SortRange<Names::Written>(first, last);
       return;
     }
     std::sort(Iterator(first), Iterator(last), [this](const JsonMember& a, const JsonMember& b) {

@@ -16,16 +16,15 @@ using nlohmann::json;
 
 // The text as the library's scanner reads it, byte by byte.
 struct Input {
-  Input(std::string_view text, StopCheck& stop_check)
-      : begin(text.data()), end(text.data() + text.size()), at(begin), stop(stop_check) {}
-
-  std::size_t Position() const { return static_cast<std::size_t>(at - begin); }
-
-  const char* const begin;
-  const char* const end;
+  const char* begin;
+  const char* end;
   const char* at;
   StopCheck& stop;
 };
+
+Input InputOf(std::string_view text, StopCheck& stop) {
+  return {text.data(), text.data() + text.size(), text.data(), stop};
+}
 
 // All copies read from the same input; the one without an input is the end.
 class Cursor {
@@ -57,7 +56,7 @@ using Token = Scanner::token_type;
 class Parser {
 public:
   Parser(std::string_view text, JsonHandler& handler, StopCheck& stop)
-      : m_input(text, stop), m_scanner(Adapter(Cursor(&m_input), Cursor())), m_handler(handler) {
+      : m_input(InputOf(text, stop)), m_scanner(Adapter(Cursor(&m_input), Cursor())), m_handler(handler) {
     // A long string that grows leaves holes in the heap, as large as itself. A block of this size is none of the heap;
     // what is not used of it is never touched.
     if (text.size() > kLongText) {
@@ -85,9 +84,11 @@ public:
   }
 
 private:
+  std::size_t Position() const { return static_cast<std::size_t>(m_input.at - m_input.begin); }
+
   Token Scan() {
     // To find a number's end, the scanner reads one byte more.
-    m_scanned_from = m_input.Position() - (IsNumber() ? 1 : 0);
+    m_scanned_from = Position() - (IsNumber() ? 1 : 0);
     m_token = m_scanner.scan();
     if (m_token == Token::value_string || IsNumber()) {
       m_quoted_from = m_scanned_from;
@@ -166,7 +167,7 @@ private:
     if (m_token != Token::value_string) {
       Fail(Token::value_string);
     }
-    m_handler.Name(m_scanner.get_string(), m_input.Position());
+    m_handler.Name(m_scanner.get_string(), Position());
     if (Scan() != Token::name_separator) {
       Fail(Token::name_separator);
     }
@@ -193,7 +194,7 @@ private:
 
   // The beginning of what the scanner has read since the last string or number began, as far as an error shows it.
   std::string LastRead() const {
-    const std::string_view text(m_input.begin, m_input.Position());
+    const std::string_view text(m_input.begin, Position());
     const std::size_t failed = text.find_first_not_of(" \t\r\n", m_scanned_from);
     const bool is_quoted = failed != std::string_view::npos && IsQuoted(text[failed]);
     std::size_t from = is_quoted ? m_scanned_from : m_quoted_from;
@@ -238,7 +239,7 @@ void ParseJsonValue(std::string_view text, JsonHandler& handler, StopCheck& stop
 // ends the process if there is no memory.
 std::string PrintJsonScalar(const std::string& token) {
   StopCheck never;
-  Input input(token, never);
+  Input input = InputOf(token, never);
   Scanner scanner{Adapter(Cursor(&input), Cursor())};
   switch (scanner.scan()) {
     case Token::value_unsigned:

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/platform/assertion.h"
 #include "lib/platform/lazy_persistent_store.h"
 #include "registry/json_document.h"
 #include "registry/json_printer.h"
@@ -36,7 +37,7 @@ void ForEachLastKey(const JsonDocument& document, JsonDocument::Range sections, 
   std::vector<const JsonMember*> keys;
   std::vector<JsonMember> sorted;
   for (const JsonMember& section : sections) {
-    const bool is_only_section = sections.last - sections.first == 1;
+    const bool is_only_section = sections.end() - sections.begin() == 1;
     for (const JsonMember& key : document.KeysOf(section)) {
       stop.Step();
       if (!is_only_section) {
@@ -103,9 +104,10 @@ void RegistryBackEnd::ValidateJson(const JsonDocument& document, StopCheck& stop
   if (first == nullptr) {
     return;
   }
-  const JsonMember& bad = IsBad(*first) ? *first : *FirstBadKey(document, *first, stop);
-  NormaliseName(std::string(document.NameOf(bad)));
-  throw InvalidJson(document.ValueOf(bad, stop));
+  const JsonMember* const bad = IsBad(*first) ? first : FirstBadKey(document, *first, stop);
+  BRAMBLE_ASSERT(bad != nullptr);
+  NormaliseName(std::string(document.NameOf(*bad)));
+  throw InvalidJson(document.ValueOf(*bad, stop));
 }
 
 // A document can name far more than the registry holds: when what is certain to stay is already too long, the registry
@@ -126,13 +128,13 @@ void RegistryBackEnd::MergeJson(const JsonDocument& document, StopCheck& stop) {
 std::size_t RegistryBackEnd::MergeJsonSections(const JsonDocument& document, JsonDocument::Range variants,
                                                std::size_t room, StopCheck& stop) {
   RegistryTable& table = Table();
-  const std::string name = NormaliseName(std::string(document.NameOf(*variants.first)));
+  const std::string name = NormaliseName(std::string(document.NameOf(*variants.begin())));
   bool sets_key = false;
   for (const JsonMember& section : variants) {
     stop.Step();
     if (section.kind == JsonDocument::Kind::Null) {
       table.EraseSection(name);
-      variants.first = &section + 1;
+      variants = {&section + 1, variants.end()};
       sets_key = false;
     } else {
       const auto keys = document.KeysOf(section);
