@@ -98,8 +98,9 @@ void Dispatcher::do_iteration() {
 
 void Dispatcher::WaitForEvents() {
   // While replies wait to be written no call is read: a client that never reads its replies must not fill the memory.
-  const bool writing = std::any_of(m_watches.begin(), m_watches.end(),
-                                   [](const Watch* watch) { return watch->Wants(DBUS_WATCH_WRITABLE); });
+  // The replies of a lost connection wait for ever, and libdbus gives it up only when it reads the end.
+  const bool writing = !m_hung_up && std::any_of(m_watches.begin(), m_watches.end(),
+                                                 [](const Watch* watch) { return watch->Wants(DBUS_WATCH_WRITABLE); });
   const int wanted = writing ? DBUS_WATCH_WRITABLE : DBUS_WATCH_READABLE;
   m_polled.clear();
   m_descriptors.clear();
@@ -119,6 +120,7 @@ void Dispatcher::WaitForEvents() {
     return;
   }
   for (std::size_t i = 0; i < m_polled.size(); ++i) {
+    m_hung_up = m_hung_up || (m_descriptors[i].revents & (POLLHUP | POLLERR)) != 0;
     // Handling one watch can remove another.
     if (m_descriptors[i].revents != 0 && Contains(m_watches, m_polled[i]) &&
         !m_polled[i]->Handle(m_descriptors[i].revents)) {

@@ -45,6 +45,7 @@ private:
   void WaitForEvents();
 
   std::atomic<bool> m_leave{false};
+  bool m_hung_up = false;  // the bus, but not all that it has sent is read
   bool m_lost_connection = false;
   // Never closed: a signal can come when everything else is gone.
   int m_wake_reader = -1;

@@ -162,6 +162,23 @@ def test_daemon_with_replies_to_write_neither_spins_nor_stays_while_the_bus_hang
     asking.close()
 
 
+def test_bus_that_is_killed_while_replies_wait_ends_the_daemon(world):
+    daemon = world.start()
+    client = daemon.client()
+    client.write("net", "ip", "x" * 16000)
+    daemon.signal(signal.SIGSTOP)
+    ask_for_all(client.connection, 100)
+    for _ in range(3):
+        assert client.connection.name_has_owner(BUS_NAME)
+    stop_bus(world)
+    daemon.signal(signal.SIGCONT)
+    wait_for(lambda: observe.status(daemon.pid)["State"].startswith("S"), "the daemon waits for the bus")
+    world.bus.process.kill()
+    assert daemon.wait_end() == 0
+    assert daemon.take_stderr() == LOST
+    assert world.registry_bytes() == b"[net]\nip=" + b"x" * 16000 + b"\n"
+
+
 def test_replies_that_had_to_wait_all_arrive_when_the_bus_goes_on(world, daemon):
     client = daemon.client()
     client.write("net", "ip", "x" * 16000)
