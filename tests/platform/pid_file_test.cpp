@@ -68,7 +68,7 @@ TEST(WritePidFile, MakesTheFileReadableByAllAndWritableByTheOwner) {
   const TempDir dir;
   const std::string path = dir / "pid";
   for (const bool mode_can_be_set : {true, false}) {
-    for (const mode_t mask : {0, 022, 077}) {
+    for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
       for (const mode_t old : {kMissing, mode_t{0666}, mode_t{0600}, mode_t{04755}}) {
         SCOPED_TRACE(testing::Message() << std::oct << mask << " over " << old << " " << mode_can_be_set);
         ::unlink(path.c_str());
