@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <boost/thread/lock_guard.hpp>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -31,22 +32,59 @@ const JsonMember* FirstBadKey(const JsonDocument& document, const JsonMember& se
 
 bool SetsKey(const JsonMember& key) { return key.kind == JsonMember::Kind::Accepted; }
 
+// The keys of several sections as one sequence. It takes little memory, because there can be millions of keys.
+class KeySequence {
+public:
+  KeySequence(const JsonDocument& document, JsonDocument::Range sections) {
+    for (const JsonMember& section : sections) {
+      const JsonDocument::Range keys = document.KeysOf(section);
+      if (keys.begin() != keys.end()) {
+        m_parts.push_back({m_size, keys.begin()});
+        m_size += static_cast<std::size_t>(keys.end() - keys.begin());
+      }
+    }
+  }
+
+  std::size_t Size() const { return m_size; }
+
+  const JsonMember& At(std::size_t index) const {
+    const auto next = std::upper_bound(m_parts.begin(), m_parts.end(), index,
+                                       [](std::size_t wanted, const Part& part) { return wanted < part.start; });
+    const Part& part = *std::prev(next);
+    return part.first_key[index - part.start];
+  }
+
+private:
+  struct Part {
+    std::size_t start;  // how many keys there are before
+    const JsonMember* first_key;
+  };
+
+  std::vector<Part> m_parts;
+  std::size_t m_size = 0;
+};
+
 // Calls `visit` for the last one of the members that act on the same key, in ascending order of the keys.
 template <typename Visit>
 void ForEachLastKey(const JsonDocument& document, JsonDocument::Range sections, StopCheck& stop, Visit visit) {
-  std::vector<const JsonMember*> keys;
-  std::vector<JsonMember> sorted;
-  for (const JsonMember& section : sections) {
-    const bool is_only_section = sections.end() - sections.begin() == 1;
-    for (const JsonMember& key : document.KeysOf(section)) {
+  if (sections.end() - sections.begin() == 1) {
+    for (const JsonMember& key : document.KeysOf(*sections.begin())) {
       stop.Step();
-      if (!is_only_section) {
-        sorted.push_back(key);
-        sorted.back().number = static_cast<std::uint32_t>(keys.size()) & JsonMember::kGreatestNumber;
-        keys.push_back(&key);
-      } else if (key.is_last_of_name) {
+      if (key.is_last_of_name) {
         visit(key);
       }
+    }
+    return;
+  }
+  const KeySequence keys(document, sections);
+  std::vector<JsonMember> sorted;
+  sorted.reserve(keys.Size());
+  for (const JsonMember& section : sections) {
+    for (const JsonMember& key : document.KeysOf(section)) {
+      stop.Step();
+      const std::size_t index = sorted.size();
+      sorted.push_back(key);
+      sorted.back().number = static_cast<std::uint32_t>(index) & JsonMember::kGreatestNumber;
     }
   }
   document.SortByFoldedName(sorted, stop);
@@ -55,7 +93,7 @@ void ForEachLastKey(const JsonDocument& document, JsonDocument::Range sections, 
     stop.Step();
     last = std::max<std::size_t>(last, key.number);
     if (key.is_last_of_name) {
-      visit(*keys[last]);
+      visit(keys.At(last));
       last = 0;
     }
   }

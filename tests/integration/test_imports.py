@@ -1,5 +1,6 @@
 """JSON texts that are long, deep or broken: none blocks the daemon for long, and none changes what it does not name."""
 
+import itertools
 import os
 import random
 import signal
@@ -57,6 +58,14 @@ def shuffled(length, before, pattern, after):
     return before + "".join([pattern % number for number in numbers]) + after
 
 
+def two_spellings(length, value):
+    """One section in two spellings, each with all the keys of four letters that there is room for."""
+    count = (length - 20) // (2 * len(f'"abcd":{value},'))
+    names = itertools.islice(itertools.product("abcdefghijklmnopqrstuvwxyz0123456789", repeat=4), count)
+    keys = ",".join([f'"{a}{b}{c}{d}":{value}' for a, b, c, d in names])
+    return f'{{"S":{{{keys}}},"s":{{{keys}}}}}'
+
+
 def spelled(length, before, pattern, after):
     """Members whose names differ in their case only."""
     halves = [["".join(letter.upper() if number >> i & 1 else letter for i, letter in enumerate(letters))
@@ -72,6 +81,8 @@ LONG_TEXTS = {
     "sections of one name but for its case": (lambda length: spelled(length, "{", '"%s":{},', '"":{}}'), None),
     "deleted keys": (lambda length: shuffled(length, '{"t":{', '"%x":null,', '"":null}}'), None),
     "keys set and deleted": (lambda length: shuffled(length, "{", '"%x":{"K":"","k":null},', '"":null}'), FULL),
+    "keys of two spellings": (lambda length: two_spellings(length, '""'), FULL),
+    "deleted keys of two spellings": (lambda length: two_spellings(length, "null"), None),
     "names with escapes": (lambda length: shuffled(length, "{", r'"\n%x":{},', '"":{}}'), None),
     "different keys": (lambda length: shuffled(length, '{"a":{', '"%x":"",', '"":""}}'), FULL),
     "one section again and again": (
