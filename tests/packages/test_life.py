@@ -61,6 +61,10 @@ def test_probes_are_found_where_the_tracer_is_installed(installed):
     (probes,) = (line for line in installed.run("dpkg", "-L", "ledgerd").splitlines() if line.endswith(".so"))
     assert probes not in libraries() and installed.call("SectionExists", "s") == "boolean false"
     installed.apt("install", "liblttng-ust1")
+    # The daemon looks for it only if root's session daemon has its socket.
+    installed.run("mkdir", "-p", "/run/lttng")
+    installed.run("perl", "-MIO::Socket::UNIX", "-e",
+                  'IO::Socket::UNIX->new(Local => "/run/lttng/lttng-ust-sock-8", Listen => 1) or die $!')
     first = installed.daemon()
     assert installed.service("restart") == 0
     wait_for_another(installed, first)
