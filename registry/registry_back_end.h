@@ -23,8 +23,8 @@ class PersistentStore;
 class RegistryBackEnd : public Registry {
 public:
   /// Loads the registry from `store`, which is shared and from now on written 60 s after the first unwritten change.
-  /// Passes on what the load throws.
-  /// An import asks `is_stop_requested` many times a second whether to give up; without it, it never does.
+  /// Passes on what the load throws. An import asks `is_stop_requested` many times a second whether to give up; without
+  /// that function it never gives up.
   explicit RegistryBackEnd(std::shared_ptr<PersistentStore> store, std::function<bool()> is_stop_requested = nullptr);
 
   /// Writes out what is not written yet; a failure there ends the process.

@@ -16,7 +16,7 @@ namespace {
 
 bool IsBad(const JsonMember& member) { return !member.is_ascii || member.kind == JsonMember::Kind::Refused; }
 
-// The one that comes first by its name as written; either may be null.
+// Returns the one whose name, as written, is first in byte order; `b` if `a` is null.
 const JsonMember* FirstByName(const JsonDocument& document, const JsonMember* a, const JsonMember& b) {
   return a == nullptr || document.NameOf(b) < document.NameOf(*a) ? &b : a;
 }
