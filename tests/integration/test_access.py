@@ -192,8 +192,10 @@ def test_descriptor_that_does_not_close_cannot_freeze_the_daemon(served, daemon,
     # If the daemon gets a copy, it shall be the last one.
     daemon.signal(signal.SIGSTOP)
     client.send("Read", "s", "k", descriptors=[lingering])
-    client.send("GetId", interface=BUS_DAEMON, path="/", destination=BUS_DAEMON)
-    client.receive()
+    serial = client.send("GetId", interface=BUS_DAEMON, path="/", destination=BUS_DAEMON)
+    # The bus closes its own copy after it has refused the call, and before it answers the next one.
+    while client.receive().reply_serial != serial:
+        pass
     threading.Thread(target=os.close, args=[lingering], daemon=True).start()
     wait_for(lambda: not os.path.exists(f"/proc/self/fd/{lingering}"), "the test's own copy is gone")
     daemon.signal(signal.SIGCONT)
