@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
 #include "client/time_limit.h"
 #include "registry/registry.h"
 

@@ -8,27 +8,11 @@
 
 namespace ledgerctl {
 
-enum class Verb {
-  Get,
-  Set,
-  Exists,
-  List,
-  Show,
-  Unset,
-  Clear,
-  Flush,
-  Dump,
-  Load,
-  Edit,
-  Diff,
-  Watch,
-  Usage,
-  Help,
-  Version
-};
+struct VerbEntry;
 
 struct CommandLine {
-  Verb verb = Verb::Help;
+  const VerbEntry* verb = nullptr;  // null: --version
+  bool version = false;
 
   bool quiet = false;
   bool nul = false;
@@ -56,10 +40,7 @@ struct CommandLine {
 /// `arguments` without the program's name. Throws Failure (Usage).
 CommandLine ParseCommandLine(const std::vector<std::string>& arguments);
 
-/// The verbs that users can give, in the order of the help.
-const std::vector<std::string>& VerbNames();
-
 /// The options that a verb takes besides those that all take, as "--name" or "-n": for the test of the help.
-std::vector<std::string> OptionsOf(const std::string& verb);
+std::vector<std::string> OptionsOf(const VerbEntry& verb);
 
 }  // namespace ledgerctl

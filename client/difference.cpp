@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "client/text_form.h"
+#include "client/quote_word.h"
 
 namespace ledgerctl {
 namespace {

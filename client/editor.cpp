@@ -9,7 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
 
 namespace ledgerctl {
 namespace {

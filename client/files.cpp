@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <memory>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
+#include "client/quote_word.h"
 #include "client/temporary_file.h"
-#include "client/text_form.h"
 #include "lib/platform/errno_exception.h"
 #include "lib/platform/posix_helpers.h"
 

@@ -4,7 +4,7 @@
 #include <map>
 
 #include "client/name_rules.h"
-#include "client/text_form.h"
+#include "client/quote_word.h"
 
 namespace ledgerctl {
 namespace {

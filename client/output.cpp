@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
 
 namespace ledgerctl {
 namespace {

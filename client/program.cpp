@@ -1,8 +1,9 @@
 #include "client/program.h"
 
-#include "client/failure_report.h"
+#include "client/failure.h"
+#include "client/help.h"
 #include "client/output.h"
-#include "client/verbs.h"
+#include "client/verb_table.h"
 
 namespace ledgerctl {
 namespace {
@@ -10,7 +11,7 @@ namespace {
 ExitStatus Run(const CommandLine& command, Registry& registry, Output& output, const Messages& messages) {
   Context context{registry, output, messages};
   try {
-    const ExitStatus status = RunVerb(command, context);
+    const ExitStatus status = command.verb->run(command, context);
     output.Flush();
     return status;
   } catch (...) {
@@ -28,6 +29,11 @@ int RunProgram(const std::vector<std::string>& arguments, const RegistryFactory&
     const CommandLine command = ParseCommandLine(arguments);
     quiet = command.quiet;
     Output standard_output(output);
+    if (command.version) {
+      standard_output.Write(VersionText() + "\n");
+      standard_output.Flush();
+      return static_cast<int>(ExitStatus::Success);
+    }
     return static_cast<int>(Run(command, *make_registry(command), standard_output, Messages(error, quiet)));
   } catch (...) {
     const Failure failure = CurrentFailure();

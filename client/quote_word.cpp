@@ -1,7 +1,7 @@
+#include "client/quote_word.h"
+
 #include <cstddef>
 #include <cstdint>
-
-#include "client/text_form.h"
 
 namespace ledgerctl {
 namespace {

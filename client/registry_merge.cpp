@@ -2,10 +2,10 @@
 
 #include <cstddef>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
 #include "client/json_text.h"
 #include "client/name_rules.h"
-#include "client/text_form.h"
+#include "client/quote_word.h"
 #include "registry/json_document.h"
 
 namespace ledgerctl {

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "client/bus_errors.h"
-#include "client/exit_status.h"
+#include "client/failure.h"
 #include "client/time_limit.h"
 
 namespace ledgerctl {

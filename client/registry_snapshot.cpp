@@ -1,6 +1,7 @@
-#include "client/registry_merge.h"
-#include "client/text_form.h"
-#include "client/verbs.h"
+#include "client/registry_snapshot.h"
+
+#include "client/failure.h"
+#include "client/quote_word.h"
 #include "registry/json_document.h"
 
 namespace ledgerctl {
@@ -28,7 +29,7 @@ RegistrySection ReadSection(Registry& registry, const std::string& section) {
 }
 
 void CheckFits(const RegistrySections& sections) {
-  if (SerialiseRegistry(sections).size() > kCapacity) {
+  if (SerialiseRegistry(sections).size() > kRegistryCapacity) {
     throw Registry::Full();
   }
 }

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
 #include "lib/platform/errno_exception.h"
 
 namespace ledgerctl {

@@ -2,8 +2,9 @@
 
 #include <cstddef>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
 #include "client/name_rules.h"
+#include "client/quote_word.h"
 
 namespace ledgerctl {
 namespace {

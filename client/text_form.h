@@ -10,17 +10,6 @@
 
 namespace ledgerctl {
 
-/// The text as one word of a shell (bash, zsh, ksh: $'...' for what a terminal should not get raw, such as control
-/// characters and bytes that are not UTF-8).
-std::string QuoteWord(std::string_view text);
-
-/// Whether the text is UTF-8.
-bool IsUtf8(std::string_view text);
-
-/// "section 'name'" and "key 'name' in section 'name'", for messages.
-std::string ShownSection(std::string_view section);
-std::string ShownKey(std::string_view section, std::string_view key);
-
 enum class TextPart { SectionName, Key, Other };
 
 /// Hands the text form piece by piece to `print`, which may throw. It ends in a line feed unless it is empty.

@@ -6,7 +6,7 @@
 #include <csignal>
 #include <cstddef>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
 #include "client/temporary_file.h"
 
 namespace ledgerctl {

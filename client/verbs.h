@@ -2,10 +2,9 @@
 #pragma once
 
 #include "client/command_line.h"
-#include "client/exit_status.h"
+#include "client/failure.h"
 #include "client/output.h"
 #include "registry/registry.h"
-#include "registry/registry_format.h"
 
 namespace ledgerctl {
 
@@ -16,8 +15,7 @@ struct Context {
   const Messages& messages;
 };
 
-/// Runs the verb of the command line. Throws Failure and what the registry throws.
-ExitStatus RunVerb(const CommandLine& command, Context& context);
+// Each runs its verb. They throw Failure and what the registry throws.
 
 // In verbs_keys.cpp.
 ExitStatus Get(const CommandLine& command, Context& context);
@@ -41,17 +39,7 @@ ExitStatus Diff(const CommandLine& command, Context& context);
 ExitStatus Edit(const CommandLine& command, Context& context);
 ExitStatus Watch(const CommandLine& command, Context& context);
 
-// What several verbs need, in registry_snapshot.cpp.
-
-/// The whole registry, by one call.
-RegistrySections ReadRegistry(Registry& registry);
-
-/// A section by one call; by two if it is empty, to tell that from missing. Throws Failure (Missing).
-RegistrySection ReadSection(Registry& registry, const std::string& section);
-
-/// Throws Registry::Full if the registry could not hold them.
-void CheckFits(const RegistrySections& sections);
-
-constexpr std::size_t kCapacity = 16383;
+// In help.cpp.
+ExitStatus ShowHelp(const CommandLine& command, Context& context);
 
 }  // namespace ledgerctl

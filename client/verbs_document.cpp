@@ -4,6 +4,7 @@
 #include "client/json_text.h"
 #include "client/merge_warnings.h"
 #include "client/registry_merge.h"
+#include "client/registry_snapshot.h"
 #include "client/verbs.h"
 
 namespace ledgerctl {

@@ -8,7 +8,7 @@
 #include "client/json_text.h"
 #include "client/merge_warnings.h"
 #include "client/name_rules.h"
-#include "client/text_form.h"
+#include "client/quote_word.h"
 #include "client/verbs.h"
 #include "lib/platform/posix_helpers.h"
 

@@ -3,11 +3,15 @@
 
 #include "client/json_text.h"
 #include "client/name_rules.h"
+#include "client/quote_word.h"
+#include "client/registry_snapshot.h"
 #include "client/text_form.h"
 #include "client/verbs.h"
 
 namespace ledgerctl {
 namespace {
+
+constexpr std::size_t kCapacity = kRegistryCapacity;
 
 std::vector<std::string> Names(const CommandLine& command, Registry& registry) {
   std::vector<std::string> names;

@@ -5,6 +5,7 @@
 
 #include "client/difference.h"
 #include "client/name_rules.h"
+#include "client/registry_snapshot.h"
 #include "client/verbs.h"
 
 namespace ledgerctl {

@@ -17,6 +17,7 @@
 #include "lib/platform/standard_streams.h"
 #include "lib/platform/tracepoint.h"
 #include "registry/file_store.h"
+#include "registry/registry.h"
 
 namespace {
 
@@ -26,7 +27,6 @@ constexpr char kInitialProcessName[] = "ledgdp";
 constexpr char kDaemonName[] = "ledgd";
 
 constexpr char kBusName[] = "com.tavimesh.Registry";
-constexpr std::uint32_t kRegistryCapacity = 16383;
 constexpr mode_t kRegistryMode = 0600;
 
 const boost::posix_time::seconds kStartTimeout(5);

@@ -2,9 +2,13 @@
 #pragma once
 
 #include <boost/function.hpp>
+#include <cstdint>
 #include <exception>
 #include <stdexcept>
 #include <string>
+
+/// The longest text, in bytes, that the daemon's registry file may have.
+constexpr std::uint32_t kRegistryCapacity = 16383;
 
 /// All strings are byte strings. Names of sections and keys are 7-bit ASCII and case-insensitive: every operation folds
 /// 'A'..'Z' to lower case and throws InvalidName for a name with a byte of 0x80 or above. The empty name is valid.

@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "client/exit_status.h"
-#include "client/failure_report.h"
+#include "client/failure.h"
 
 namespace ledgerctl {
 namespace {

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
 #include "lib/platform/posix_helpers.h"
 #include "tests/client/client_fixture.h"
 #include "tests/support/forked_child.h"

@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
 #include "registry/registry.h"
 #include "tests/registry/back_end_fixture.h"
 

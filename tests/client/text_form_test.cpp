@@ -4,7 +4,8 @@
 
 #include <random>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
+#include "client/quote_word.h"
 #include "registry/registry.h"
 
 namespace ledgerctl {

@@ -1,7 +1,7 @@
 // "watch", ended by a registry that goes away.
 #include <chrono>
 
-#include "client/exit_status.h"
+#include "client/failure.h"
 #include "tests/client/client_fixture.h"
 
 namespace test_client {

@@ -1,11 +1,16 @@
-#include "client/failure_report.h"
+#include "client/failure.h"
 
+#include <cstring>
 #include <exception>
 
-#include "client/text_form.h"
+#include "client/quote_word.h"
 #include "registry/registry.h"
 
 namespace ledgerctl {
+
+Failure LocalFailure(const std::string& context, int error_number) {
+  return Failure(ExitStatus::Local, context + ": " + std::strerror(error_number));
+}
 
 Failure CurrentFailure() {
   try {
@@ -17,7 +22,8 @@ Failure CurrentFailure() {
   } catch (const Registry::InvalidJson&) {
     return Failure(ExitStatus::NotADocument, "not a registry document");
   } catch (const Registry::Full&) {
-    return Failure(ExitStatus::Full, "registry full (16383 bytes); nothing changed");
+    return Failure(ExitStatus::Full,
+                   "registry full (" + std::to_string(kRegistryCapacity) + " bytes); nothing changed");
   } catch (const std::exception& e) {
     return Failure(ExitStatus::Local, e.what());
   }

@@ -34,4 +34,8 @@ private:
 /// A Failure (Local) with the text of `error_number` behind "`context`: ".
 Failure LocalFailure(const std::string& context, int error_number);
 
+/// Called from a catch block: the failure that the exception being handled stands for. The one place where exceptions
+/// become an exit status and a text.
+Failure CurrentFailure();
+
 }  // namespace ledgerctl
