@@ -11,7 +11,7 @@ namespace {
 using nlohmann::json;
 
 constexpr escape::ByteSet kNotPlain = escape::ByteSet::Where(
-    [](unsigned char byte) { return byte < 0x20 || byte > 0x7E || byte == '"' || byte == '\\'; });
+    [](unsigned char byte) { return byte < 0x20 || byte >= 0x80 || byte == '"' || byte == '\\'; });
 
 // Room for the JSON text of a full registry, so that the text need not move while it grows. Memory that stays unused is
 // never touched.

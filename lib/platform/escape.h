@@ -54,17 +54,19 @@ public:
 private:
   constexpr void Add(unsigned byte) {
     m_contains[byte] = true;
-    m_highest = std::max(m_highest, byte);
+    if (byte < 0x80) {
+      m_highest = std::max(m_highest, byte);
+    }
   }
 
-  // Whether eight bytes are all above the highest one of the set, as nearly all are in most texts. The sum carries into
-  // the highest bit of each byte that is above. Bytes of 0x80 and more may be mistaken for lower ones.
+  // Whether eight bytes are all ASCII and above the highest ASCII byte of the set, as nearly all are in most texts. The
+  // sum carries into the highest bit of each byte that is above.
   bool AreEightAbove(const char* bytes) const {
     constexpr std::uint64_t kOnes = 0x0101010101010101;
     std::uint64_t word;
     std::memcpy(&word, bytes, sizeof word);
-    const std::uint64_t sum = (word & kOnes * 0x7F) + kOnes * (m_highest < 0x80 ? 0x7F - m_highest : 0);
-    return (sum & kOnes * 0x80) == kOnes * 0x80;
+    const std::uint64_t sum = (word & kOnes * 0x7F) + kOnes * (0x7F - m_highest);
+    return (sum & ~word & kOnes * 0x80) == kOnes * 0x80;
   }
 
   // No branch for each byte: most texts hold none of the set.
@@ -74,7 +76,7 @@ private:
   }
 
   std::array<bool, 256> m_contains{};
-  unsigned m_highest = 0;
+  unsigned m_highest = 0;  // of those below 0x80
 };
 
 /// Returns `input` with every byte that occurs in the NUL-terminated `escapeSet` written as "%" and two lower-case

@@ -34,6 +34,27 @@ TEST(PrintJson, PrintsCompactlyInByteOrder) {
   }
 }
 
+TEST(AppendJsonString, EscapesAByteAnywhereInAText) {
+  const std::string escaped = "\"\\" + [] {
+    std::string controls;
+    for (char byte = 0; byte < 0x20; ++byte) {
+      controls += byte;
+    }
+    return controls;
+  }();
+  for (std::size_t size = 1; size <= 25; ++size) {
+    for (std::size_t place = 0; place != size; ++place) {
+      for (char byte = 0; byte != 0x7F; ++byte) {
+        std::string text(size, 'a');
+        text[place] = byte;
+        std::string json;
+        AppendJsonString(json, text);
+        ASSERT_EQ(json == '"' + text + '"', escaped.find(byte) == std::string::npos) << testing::PrintToString(text);
+      }
+    }
+  }
+}
+
 TEST(PrintJson, SaysWhatIsNotUtf8) {
   const struct {
     const char* name;
