@@ -1,34 +1,34 @@
-// The program's assertion path. An impossible state is reported to the kernel log, which outlives the process on a
-// device without a console, and to a tracepoint; then the process aborts. It does not depend on NDEBUG. The assertion
-// entry points of the C library and of Boost are defined here too, so that assert() in any linked library, and a mutex
-// that fails, take the same path.
+// Assertions. A failed assertion is reported to the kernel log, which outlives the process on a device without a
+// console, and to a tracepoint. Then the process aborts. NDEBUG does not switch assertions off. This file also defines
+// the assertion functions of the C library and of Boost, so assert() in a linked library is reported in the same way.
 #pragma once
 
 #include <cstddef>
 
 namespace bramble {
 
-/// Reports a failed assertion and returns; the caller aborts. The report goes to `kernel_log` at priority 2 (critical),
-/// or to standard output when that cannot be opened. Takes no lock and does not throw.
+/// Reports a failed assertion and returns; the caller must abort. Writes the report to `kernel_log` with priority 2
+/// (critical), or to standard output if `kernel_log` cannot be opened. Takes no lock and does not throw.
 void ReportAssertion(const char* file, unsigned line, const char* function, const char* expression,
                      const char* kernel_log = "/dev/kmsg") noexcept;
 
-/// As ReportAssertion, with a message of the caller's, formatted as printf does, between the two lines of the report.
+/// Like ReportAssertion, with a message of the caller between the two lines of the report. The message is formatted as
+/// by printf.
 [[gnu::format(printf, 5, 6)]] void ReportAssertionWithMessage(const char* file, unsigned line, const char* function,
                                                               const char* expression, const char* format, ...) noexcept;
 
-/// ReportAssertion, then abort().
+/// Calls ReportAssertion, then abort().
 [[noreturn]] void AssertionFailed(const char* file, unsigned line, const char* function,
                                   const char* expression) noexcept;
 
-/// True if `pointer` is at least 4096 and a multiple of `alignment`, which must be a power of two. Otherwise writes one
-/// line to `kernel_log` (or to standard output when that cannot be opened) and returns false; the caller then raises an
-/// assertion that names its check.
+/// Returns true if `pointer` is at least 4096 and a multiple of `alignment`, which must be a power of two. Otherwise
+/// writes one line to `kernel_log` (or to standard output if that cannot be opened) and returns false. The caller then
+/// fails an assertion that names its check.
 bool ValidatePointer(const void* pointer, std::size_t alignment, const char* kernel_log = "/dev/kmsg") noexcept;
 
 }  // namespace bramble
 
-// Two levels, so that the reported expression has its macros expanded.
+// Two levels expand the macros in the reported expression.
 #define BRAMBLE_ASSERT(expression) BRAMBLE_ASSERT_EXPANDED(expression)
 #define BRAMBLE_ASSERT_EXPANDED(expression) \
   ((expression) ? static_cast<void>(0)      \

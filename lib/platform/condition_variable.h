@@ -1,4 +1,4 @@
-// A condition variable that waits with any kind of lock, to a deadline on the monotonic clock.
+// A condition variable that works with any kind of lock and takes deadlines on the monotonic clock.
 #pragma once
 
 #include <algorithm>
@@ -8,12 +8,12 @@
 
 namespace bramble {
 
-/// The standard library's condition variable with the clock fixed: its steady clock is CLOCK_MONOTONIC, and waiting on
-/// it does not detour through the wall clock. It has an internal mutex of its own, which is the last lock to be taken.
+/// The condition variable of the standard library, always with its steady clock, which is CLOCK_MONOTONIC. Changes of
+/// the wall clock do not affect a wait. The class has an internal mutex, which is the last one in the lock order.
 class condition_variable_any {
 public:
-  /// Both wake up for no reason at times; callers test their condition in a loop. `lock` must be held once; it is
-  /// released during the wait and held again afterwards.
+  /// Both may wake spuriously; callers must test their condition in a loop. The caller must hold `lock` exactly once.
+  /// It is released during the wait and held again afterwards.
   template <typename Lock>
   void wait(Lock& lock) {
     m_condition.wait(lock);
@@ -21,7 +21,7 @@ public:
 
   template <typename Lock>
   void wait_until(Lock& lock, const timespec& deadline) {
-    // The steady clock counts nanoseconds in 64 bits, which end after 292 years.
+    // The steady clock counts nanoseconds in 64 bits. They overflow after 292 years.
     constexpr auto kLastSecond = std::chrono::floor<std::chrono::seconds>(std::chrono::nanoseconds::max());
     const auto seconds = std::min(std::chrono::seconds(deadline.tv_sec), kLastSecond - std::chrono::seconds(1));
     const auto since_boot = seconds + std::chrono::nanoseconds(deadline.tv_nsec);

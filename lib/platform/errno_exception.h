@@ -1,4 +1,4 @@
-// The exception for a failed system call: an error number and the text made from it.
+// The exception for a failed system call: an error number and its message.
 #pragma once
 
 #include <exception>
@@ -13,11 +13,11 @@ public:
   /// The text is "<description> (<number>)", for example "No such file or directory (2)".
   explicit ErrnoException(int error_number);
 
-  /// The text is "<context>: <description> (<number>)". A null context counts as none.
+  /// The text is "<context>: <description> (<number>)". A null context is left out.
   ErrnoException(int error_number, const char* context);
   ErrnoException(int error_number, const std::string& context);
 
-  /// The text lives as long as the exception object.
+  /// The text is valid as long as the exception object.
   const char* what() const noexcept override { return m_message.c_str(); }
 
   int ErrorNumber() const noexcept { return m_error_number; }

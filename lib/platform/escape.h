@@ -1,5 +1,5 @@
-// Percent escaping of chosen bytes, its inverse, and two forms of it that make any bytes safe to show; XML and octal
-// escaping.
+// Percent escaping of chosen bytes, its inverse, and two forms of it that make any bytes safe to print. Also XML and
+// octal escaping.
 #pragma once
 
 #include <algorithm>
@@ -11,7 +11,7 @@
 
 namespace escape {
 
-/// A set of bytes as a table, made once for many texts.
+/// A set of bytes as a lookup table, built once for many texts.
 class ByteSet {
 public:
   /// The bytes of a NUL-terminated text.
@@ -35,7 +35,7 @@ public:
 
   constexpr bool Contains(char byte) const { return m_contains[static_cast<unsigned char>(byte)]; }
 
-  /// Whether the text holds a byte of the set.
+  /// Whether the text contains a byte of the set.
   bool ContainsAnyOf(const std::string& text) const {
     const char* position = text.data();
     const char* const end = position + text.size();
@@ -59,8 +59,8 @@ private:
     }
   }
 
-  // Whether eight bytes are all ASCII and above the highest ASCII byte of the set, as nearly all are in most texts. The
-  // sum carries into the highest bit of each byte that is above.
+  // Whether eight bytes are all ASCII and greater than the greatest ASCII byte of the set. In most texts nearly all
+  // are. The sum carries into the highest bit of each byte that is greater.
   bool AreEightAbove(const char* bytes) const {
     constexpr std::uint64_t kOnes = 0x0101010101010101;
     std::uint64_t word;
@@ -69,7 +69,7 @@ private:
     return (sum & ~word & kOnes * 0x80) == kOnes * 0x80;
   }
 
-  // No branch for each byte: most texts hold none of the set.
+  // There is no branch for each byte, because most texts contain no byte of the set.
   bool ContainsOneOfEight(const char* bytes) const {
     const auto at = [&](int i) { return static_cast<unsigned>(Contains(bytes[i])); };
     return (at(0) | at(1) | at(2) | at(3) | at(4) | at(5) | at(6) | at(7)) != 0;
@@ -79,16 +79,16 @@ private:
   unsigned m_highest = 0;  // of those below 0x80
 };
 
-/// Returns `input` with every byte that occurs in the NUL-terminated `escapeSet` written as "%" and two lower-case
-/// hexadecimal digits. The result can be reversed only if the set holds "%". A NUL byte cannot be in the set.
-/// Throws std::bad_alloc, std::length_error.
+/// Returns `input` with every byte of the NUL-terminated `escapeSet` written as "%" and two lower-case hexadecimal
+/// digits. The result can be decoded only if the set contains "%". A NUL byte cannot be in the set. Throws
+/// std::bad_alloc and std::length_error.
 std::string EscapeCopy(const std::string& input, const char* escapeSet);
 
-/// The slow half of AppendEscaped, for a text that holds bytes of the set.
+/// The slow half of AppendEscaped, for a text that contains bytes of the set.
 void AppendWithEscapes(std::string& output, const std::string& input, const ByteSet& set);
 
-/// Appends to `output` what EscapeCopy returns for `input`, without a copy in between. Throws std::bad_alloc,
-/// std::length_error; `output` may then end in a part of it.
+/// Appends the result of EscapeCopy to `output`, without a temporary copy. Throws std::bad_alloc and std::length_error;
+/// `output` may then end with a part of the result.
 inline void AppendEscaped(std::string& output, const std::string& input, const ByteSet& set) {
   if (set.ContainsAnyOf(input)) {
     AppendWithEscapes(output, input, set);
@@ -97,25 +97,24 @@ inline void AppendEscaped(std::string& output, const std::string& input, const B
   }
 }
 
-/// The inverse of EscapeCopy; every input decodes to something. Two deliberate oddities: a "%" with fewer than two
-/// bytes behind it is dropped alone, and a byte that is no hexadecimal digit counts as the digit 0. Throws
-/// std::bad_alloc.
+/// The inverse of EscapeCopy. Every input can be decoded. Two quirks are deliberate: a "%" that is followed by fewer
+/// than two bytes is dropped, and a byte that is not a hexadecimal digit counts as the digit 0. Throws std::bad_alloc.
 std::string UnescapeCopy(std::string_view input);
 
-/// Returns `input` with "%" and every byte but printable ASCII percent-escaped: one line that any terminal, log or bus
-/// can carry. UnescapeCopy reverses it. Throws std::bad_alloc.
+/// Returns `input` with "%" and every byte except printable ASCII percent-escaped. The result is one line that is safe
+/// for any terminal, log or bus. UnescapeCopy decodes it. Throws std::bad_alloc.
 std::string PrintableCopy(const std::string& input);
 
-/// Returns `input` with every byte of 0x80 or above percent-escaped and all others as they are: always valid UTF-8, and
-/// unchanged for ASCII text, but not reversible. Throws std::bad_alloc.
+/// Returns `input` with every byte of 0x80 or above percent-escaped and all others unchanged. The result is valid
+/// UTF-8, but it cannot be decoded, because "%" is not escaped. Throws std::bad_alloc.
 std::string AsciiCopy(const std::string& input);
 
-/// Returns `input` with the five characters that XML reserves written as "&lt;", "&gt;", "&amp;", "&apos;" and
-/// "&quot;": fit for XML text and attribute values if its other characters are. Throws std::bad_alloc.
+/// Returns `input` with the five reserved characters of XML written as "&lt;", "&gt;", "&amp;", "&apos;" and "&quot;".
+/// All other characters are unchanged, even those that XML does not allow. Throws std::bad_alloc.
 std::string XmlCopy(const std::string& input);
 
-/// Returns `input` with the backslash and every byte but printable ASCII written as a backslash and three octal digits.
-/// Throws std::bad_alloc.
+/// Returns `input` with the backslash and every byte except printable ASCII written as a backslash and three octal
+/// digits. Throws std::bad_alloc.
 std::string OctalCopy(const std::string& input);
 
 }  // namespace escape

@@ -1,11 +1,11 @@
-// Bytes written as hexadecimal text.
+// Hexadecimal digits, and bytes written as hexadecimal text.
 #pragma once
 
 #include <string>
 
 namespace bramble {
 
-/// The value of a hexadecimal digit of either case, -1 for any other byte.
+/// Returns the value of a hexadecimal digit in upper or lower case, or -1 for any other byte.
 constexpr int HexDigitValue(char digit) {
   if (digit >= '0' && digit <= '9') {
     return digit - '0';
@@ -19,9 +19,9 @@ constexpr int HexDigitValue(char digit) {
   return -1;
 }
 
-/// Returns the bytes that `text` holds as two digits each, without prefix or separators. Throws std::runtime_error
-/// "Invalid hexadecimal string length" if the length is odd, and otherwise "Invalid hexadecimal digit: 0x<byte>" with
-/// the first byte that is not a digit. Throws std::bad_alloc.
+/// Decodes `text`, which has two digits for each byte and no prefix or separators. Throws std::runtime_error with the
+/// text "Invalid hexadecimal string length" if the length is odd, or "Invalid hexadecimal digit: 0x<byte>" for the
+/// first byte that is not a digit. Throws std::bad_alloc.
 std::string HexToBytes(const std::string& text);
 
 }  // namespace bramble

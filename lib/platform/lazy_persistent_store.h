@@ -1,5 +1,6 @@
-// A store in front of another one that accepts texts at once and writes them later, so that a burst of changes costs
-// one write. The registry back end owns one and calls it from the dispatcher's thread; its worker thread writes.
+// A write-behind cache for another store. It accepts texts at once and writes them later, so that many changes in a
+// short time cause only one write. The registry back end owns one and calls it from the dispatcher's thread. A worker
+// thread writes.
 #pragma once
 
 #include <boost/thread/recursive_mutex.hpp>
@@ -10,45 +11,46 @@
 #include "lib/platform/deferred_action.h"
 #include "lib/platform/persistent_store.h"
 
-/// Every operation takes the store's own recursive lock. The accepted text is written to the underlying store when the
-/// delay has passed since the first unwritten change, on Flush, and by the destructor: until then a crash loses it.
+/// Every operation takes the store's own recursive lock. Three things write the accepted text to the underlying store:
+/// the worker, when the delay has passed since the first unwritten change; Flush; and the destructor. A crash before
+/// that loses the text. The process ends if a write of the worker or of the destructor fails.
 class LazyPersistentStore : public PersistentStore {
 public:
-  /// `delay` is in milliseconds. The underlying store is shared and called under this store's lock only. Throws
-  /// std::system_error if the worker thread cannot be started.
+  /// `delay` is in milliseconds. Keeps a share of the underlying store and calls it only while holding this store's
+  /// lock. Throws std::system_error if the worker thread cannot be started.
   LazyPersistentStore(std::shared_ptr<PersistentStore> store, std::uint32_t delay);
 
-  /// Flushes, then stops the worker. A flush that fails ends the process.
+  /// Flushes, then stops the worker. The process ends if the flush fails.
   ~LazyPersistentStore() override;
 
   LazyPersistentStore(const LazyPersistentStore&) = delete;
   LazyPersistentStore& operator=(const LazyPersistentStore&) = delete;
 
-  /// Returns the text accepted last; before any was, the text of the underlying store, which is read once. Passes on
-  /// what that read throws.
+  /// Returns the text that was accepted last. If none has been accepted yet, returns the text of the underlying store,
+  /// which is read only once. Throws the exceptions of that read.
   std::string Read() override;
 
-  /// Accepts the text for writing later. Throws Full if it is longer than the underlying store's capacity; the text
-  /// accepted before and its deadline then stay as they were.
+  /// Accepts the text; it is written later. Throws Full if it is longer than the capacity of the underlying store. The
+  /// previously accepted text and its deadline are then unchanged.
   void Write(const std::string& text) override;
 
-  /// The same for a text that the caller no longer needs, which is then not copied.
+  /// Like the other Write, without a copy of the text.
   void Write(std::string&& text);
 
   std::uint32_t Capacity() override;
 
-  /// Writes an accepted text that is not written yet, and disarms the deadline; with none, does nothing. Passes on what
-  /// the underlying store throws; the text then stays pending and the deadline armed.
+  /// If an accepted text has not been written yet, writes it and cancels the deadline. Otherwise does nothing. Throws
+  /// the exceptions of the underlying store; the text is then still pending, and its deadline is kept.
   virtual void Flush();
 
 private:
   enum class State {
     Unloaded = 0,  // nothing read yet
     Clean = 1,     // the cache equals the underlying store
-    Dirty = 2,     // the cache holds a text not yet written
+    Dirty = 2,     // the cache contains a text that has not been written yet
   };
 
-  // The worker's action. A failure here is nobody's to handle and ends the process.
+  // The worker's action. No caller can handle a failure here, so it ends the process.
   void OnLazyFlush();
 
   boost::recursive_mutex m_lock;

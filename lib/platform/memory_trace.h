@@ -1,4 +1,4 @@
-// A trace sink that keeps the latest texts in a ring of fixed size, to be looked at in a debugger or a core file.
+// A trace sink that keeps the latest texts in a ring buffer, for a debugger or a core file.
 #pragma once
 
 #include <boost/thread/mutex.hpp>
@@ -10,25 +10,26 @@
 
 namespace bramble {
 
-/// Any thread may call it; each call takes the object's own lock.
+/// Thread-safe: each call takes the object's own lock.
 class MemoryTrace : public BaseTrace {
 public:
-  /// `capacity` is the size of the ring in bytes and must not be 0. The ring is allocated by the first Emit.
+  /// `capacity` is the size of the ring buffer in bytes and must not be 0. The first Emit allocates the buffer.
   explicit MemoryTrace(std::size_t capacity) : m_capacity(capacity) {}
   ~MemoryTrace() override;
 
-  /// Puts "[seconds.milliseconds] " of the monotonic clock and then the text into the ring, over the oldest bytes. Of a
-  /// text longer than the ring only the tail stays. No room for the ring is an assertion failure. Throws
-  /// boost::lock_error, std::bad_alloc.
+  /// Writes "[seconds.milliseconds] " of the monotonic clock and the text over the oldest bytes. If the text is longer
+  /// than the buffer, only its end is kept. It is an assertion failure if the buffer cannot be allocated. Throws
+  /// boost::lock_error and std::bad_alloc.
   void Emit(const std::string& text) override;
 
-  /// Nothing to do: the ring is memory.
+  /// Does nothing: the texts are in memory.
   void Flush() override {}
 
-  /// Formats as strvprintf does and emits the result.
+  /// Formats with strvprintf and emits the result.
   [[gnu::format(printf, 2, 0)]] void TraceV(const char* format, va_list args);
 
-  /// The whole ring, oldest byte first; bytes never written are blanks. Empty before the first Emit.
+  /// Returns the whole buffer, oldest byte first. Bytes that were never written are spaces. Empty before the first
+  /// Emit.
   std::string Contents() const;
 
 private:

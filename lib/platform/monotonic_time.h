@@ -1,4 +1,4 @@
-// Points on the monotonic clock, which no change of the wall clock moves.
+// Times of the monotonic clock. Changes of the wall clock do not affect them.
 #pragma once
 
 #include <cstdint>
@@ -6,14 +6,14 @@
 
 namespace bramble {
 
-/// The time of CLOCK_MONOTONIC. A clock that cannot be read is an assertion failure.
+/// Returns the time of CLOCK_MONOTONIC. It is an assertion failure if the clock cannot be read.
 timespec get_monotonic_time();
 
-/// `time` moved into the future by `microseconds`; the nanoseconds of the result are below
-/// 1,000,000,000. A point that a timespec cannot hold becomes the last one that it can.
+/// Returns `time` plus `microseconds`. The nanoseconds of the result are below 1,000,000,000. A result that is too late
+/// for a timespec becomes the latest time that a timespec can represent.
 timespec AddMicroseconds(timespec time, std::uint64_t microseconds);
 
-/// Whether `left` is strictly earlier than `right`.
+/// Returns whether `left` is strictly earlier than `right`.
 bool IsBefore(const timespec& left, const timespec& right);
 
 }  // namespace bramble

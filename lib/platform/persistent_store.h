@@ -1,4 +1,4 @@
-// The holder of one text that outlives the process.
+// The interface of a store for one text that outlives the process.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ public:
   /// Returns the whole stored text.
   virtual std::string Read() = 0;
 
-  /// Replaces the stored text. Throws Full if `text` is longer than Capacity(); the old text then stays.
+  /// Replaces the stored text. Throws Full if `text` is longer than Capacity(); the stored text is then unchanged.
   virtual void Write(const std::string& text) = 0;
 
   /// The longest text, in bytes, that Write accepts.

@@ -1,4 +1,4 @@
-// The one way in which the program prints diagnostics: printf-compatible, type-safe, and never a reason to fail.
+// How the program prints diagnostics: printf-compatible and type-safe. A failure to format never propagates.
 #pragma once
 
 #include <fmt/printf.h>
@@ -8,11 +8,11 @@
 
 namespace bramble {
 
-/// Formats with fmt's printf-compatible formatter, writes the result to `stream` and returns the count of bytes
-/// (negative when the stream refuses them). When formatting throws a std::exception, the line
-/// "Message '<format>' threw '<reason>'" is written instead and its count returned. Does not throw a std::exception.
+/// Formats with fmt's printf-compatible formatter, writes the result to `stream` and returns the number of bytes, or a
+/// negative number if the write fails. If formatting throws a std::exception, writes the line
+/// "Message '<format>' threw '<reason>'" instead and returns its length. Does not throw a std::exception.
 ///
-/// fmt knows no "%m": text that needs it is made with strprintf first and printed through "%s".
+/// fmt does not support "%m". Format such a text with strprintf first and print it with "%s".
 template <typename... Args>
 int SafePrint(std::FILE* stream, const char* format, const Args&... args) noexcept {
   try {

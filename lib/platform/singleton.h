@@ -1,4 +1,4 @@
-// The base of a class of which one object exists at a time, reachable from everywhere.
+// The base of a class that has at most one object at a time, which all code can reach.
 #pragma once
 
 #include <cstddef>
@@ -7,9 +7,9 @@
 
 namespace bramble {
 
-/// Derive as `class alignas(8) Thing : public Singleton<Thing>`. The object is owned by whoever constructs it, and is
-/// constructed and destroyed on one thread while no other uses it. Breaking the rules is an assertion failure: a second
-/// object, the destruction of an object that is not the registered one, GetInstance without an object.
+/// Derive as `class alignas(8) Thing : public Singleton<Thing>`. Whoever constructs the object owns it. It must be
+/// constructed and destroyed on one thread while no other thread uses it. These are assertion failures: a second
+/// object, the destruction of an object that is not the registered one, and GetInstance without an object.
 template <typename T>
 class Singleton {
 public:
@@ -29,7 +29,7 @@ protected:
     sm_instance = static_cast<T*>(this);
   }
 
-  /// Runs also when the derived constructor throws, and then clears the instance again.
+  /// Also runs when the constructor of the derived class throws, and then clears the instance.
   ~Singleton() {
     BRAMBLE_ASSERT(sm_instance == this);
     sm_instance = nullptr;

@@ -1,14 +1,15 @@
-// Descriptors 0 to 2 belong to the standard streams, whatever the process was started with.
+// Keeps descriptors 0 to 2 for the standard streams, even if the process was started with them closed.
 #pragma once
 
 namespace bramble {
 
-/// Opens /dev/null on each of the descriptors 0 to 2 that is closed, so that no file, socket or pipe of the program
-/// gets one of them and then receives what is printed. Failure is ignored: a stream stays closed. Call it first.
+/// Opens /dev/null on each of the descriptors 0 to 2 that is closed. Otherwise a file, socket or pipe of the program
+/// could get one of them and receive the printed messages. Ignores errors: a stream may stay closed. Must be called
+/// first.
 void OpenClosedStandardStreams() noexcept;
 
-/// Puts standard input on /dev/null and standard output and error, line-buffered, on the kernel log: each line becomes
-/// one record there. A stream whose target cannot be opened goes to /dev/null.
+/// Redirects standard input to /dev/null, and standard output and error to the kernel log. They are line-buffered, so
+/// that each line becomes one record of the log. A stream is redirected to /dev/null if its target cannot be opened.
 void DetachStandardStreams() noexcept;
 
 }  // namespace bramble

@@ -1,5 +1,5 @@
-// Sinks for finished diagnostic texts. The program writes to one of them only, the standard-error sink of StderrSink();
-// the others belong to the platform layer. No sink but MemoryTrace has a lock of its own.
+// Sinks for formatted diagnostic texts. The program uses only the sink of StderrSink(); the others are part of the
+// platform library. Only MemoryTrace has a lock.
 #pragma once
 
 #include <cstdio>
@@ -14,12 +14,12 @@ public:
   BaseTrace(const BaseTrace&) = delete;
   BaseTrace& operator=(const BaseTrace&) = delete;
 
-  /// Writes one finished text as it stands; the caller brings the line feed.
+  /// Writes one formatted text unchanged. The caller adds the newline.
   virtual void Emit(const std::string& text) = 0;
   virtual void Flush() = 0;
 };
 
-/// Writes to standard error. Flush, and the destructor, also wait until a terminal has sent the text.
+/// Writes to standard error. If that is a terminal, Flush and the destructor also wait until it has sent the text.
 class StderrTrace : public BaseTrace {
 public:
   constexpr StderrTrace() = default;
@@ -28,8 +28,8 @@ public:
   void Flush() override;
 };
 
-/// A standard-error sink with a switch. The switch is advice for callers, who ask IsEnabled() before they compose a
-/// costly text; Emit itself always writes.
+/// A standard-error sink with a switch. Callers test IsEnabled() before they format an expensive text. Emit ignores the
+/// switch and always writes.
 class OptionalTrace : public StderrTrace {
 public:
   explicit constexpr OptionalTrace(bool enabled) : m_enabled(enabled) {}
@@ -43,20 +43,20 @@ private:
 /// Writes to a C stream that it owns and closes.
 class FileTrace : public BaseTrace {
 public:
-  /// `file` must not be null; ownership passes to this object.
+  /// Takes ownership of `file`, which must not be null.
   explicit FileTrace(std::FILE* file) : m_file(file) {}
   ~FileTrace() override;
   void Emit(const std::string& text) override;
 
-  /// Flushes standard error, not the stream of this sink: deliberate. The destructor flushes the stream by closing it.
+  /// Deliberately flushes standard error, not the stream of this sink. The destructor closes and so flushes the stream.
   void Flush() override;
 
 private:
   std::FILE* m_file;
 };
 
-/// The process-wide sink on standard error. It is constant-initialised, so usable before main; when the process ends it
-/// flushes and drains standard error.
+/// The process-wide sink on standard error. It is constant-initialised and therefore usable before main(). At the end
+/// of the process it flushes and drains standard error.
 BaseTrace& StderrSink();
 
 }  // namespace bramble

@@ -1,15 +1,15 @@
-// The LTTng tracepoint "plinthware_platform:td_event". Where LTTng is not installed, firing it costs a test of a flag.
+// The LTTng tracepoint "plinthware_platform:td_event". Without LTTng, firing it only tests a flag.
 #pragma once
 
 namespace bramble {
 
-/// Fires the event with the fields `desc` and `value` if a tracing session has enabled it. Any thread may call it; it
-/// takes no lock of this program's and does not throw.
+/// Fires the event with the fields `desc` and `value` if a tracing session has enabled it. Thread-safe; takes no lock
+/// of this program and does not throw.
 void FireTracepoint(const char* desc, int value) noexcept;
 
-/// Loads the event's probes, a shared object of this program's, which in turn loads LTTng and starts its threads: so it
-/// must not run before a fork. Does nothing if root's session daemon of LTTng is not running. Missing probes or a
-/// missing LTTng are passed over in silence. Call it once.
+/// Loads the probes of the event. They are a shared object of this program that loads LTTng, which starts threads.
+/// Therefore it must not be called before a fork. Does nothing if LTTng's session daemon of root is not running, or if
+/// the probes or LTTng are missing. Must be called only once.
 void LoadTracepointProbes() noexcept;
 
 }  // namespace bramble

@@ -1,5 +1,5 @@
-// The description of the event, from which LTTng's macros make the tracepoint (in the program) and its probes (in the
-// shared object). LTTng includes this file several times with different macros, hence the unusual guard.
+// The definition of the event. From it, LTTng's macros generate the tracepoint (in the program) and its probes (in the
+// shared object). LTTng includes this file several times with different macros; this explains the unusual guard.
 #undef LTTNG_UST_TRACEPOINT_PROVIDER
 #define LTTNG_UST_TRACEPOINT_PROVIDER plinthware_platform
 
