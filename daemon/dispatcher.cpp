@@ -14,7 +14,7 @@
 
 namespace {
 
-// A duplicate that is none of the standard streams, even in a process that was started with those closed.
+// Returns a duplicate with a number above 2, even if the process was started with its standard streams closed.
 int DuplicateAboveStandardStreams(int fd) {
   const int duplicate = ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   if (duplicate < 0) {
@@ -35,7 +35,7 @@ void Remove(std::vector<T*>& all, const void* one) {
 
 }  // namespace
 
-// Asked for its state before each wait, so a toggle needs no action.
+// The loop asks for its state before each wait, so toggle() has nothing to do.
 class Dispatcher::Watch final : public DBus::Watch {
 public:
   using DBus::Watch::Watch;
@@ -43,7 +43,7 @@ public:
 
   bool Wants(int flag) const { return enabled() && (flags() & flag) != 0; }
 
-  // False if libdbus had no memory for it.
+  // Returns false if libdbus had not enough memory.
   bool Handle(short events) {
     int flags = 0;
     flags |= (events & POLLIN) != 0 ? DBUS_WATCH_READABLE : 0;
@@ -61,8 +61,8 @@ public:
 };
 
 Dispatcher::Dispatcher() try {
-  // The base class has opened a pipe of its own, unused here, and in a process that was started with its standard
-  // streams closed on their descriptors.
+  // The base class has opened a pipe, which is not used here. If the process was started with its standard streams
+  // closed, that pipe occupies their descriptors.
   bramble::FileDescriptor unused[] = {bramble::FileDescriptor(_fdunlock[0]), bramble::FileDescriptor(_fdunlock[1])};
   m_wake_reader = DuplicateAboveStandardStreams(unused[0].Get());
   m_wake_writer = DuplicateAboveStandardStreams(unused[1].Get());
@@ -71,7 +71,7 @@ Dispatcher::Dispatcher() try {
     throw bramble::ErrnoException(errno, "dispatcher pipe");
   }
 } catch (const DBus::Error&) {
-  // The base class has no descriptors for its pipe; the text in its exception does not live long enough to be printed.
+  // The base class could not open its pipe. The text in its exception is destroyed before it can be printed.
   throw bramble::ErrnoException(errno, "dispatcher pipe");
 }
 
@@ -83,13 +83,13 @@ void Dispatcher::enter() {
 
 void Dispatcher::leave() {
   m_leave = true;
-  // A full pipe wakes the loop just as well.
+  // A full pipe wakes the loop too.
   [[maybe_unused]] const ssize_t ignored = ::write(m_wake_writer, "", 1);
 }
 
 void Dispatcher::do_iteration() {
   dispatch_pending();
-  // Dispatching ends the connection's last watch when the bus has closed it.
+  // If the bus has closed the connection, dispatching removes its last watch.
   m_lost_connection = m_watches.empty();
   if (!m_leave && !m_lost_connection) {
     WaitForEvents();
@@ -97,8 +97,8 @@ void Dispatcher::do_iteration() {
 }
 
 void Dispatcher::WaitForEvents() {
-  // While replies wait to be written no call is read: a client that never reads its replies must not fill the memory.
-  // The replies of a lost connection wait for ever, and libdbus gives it up only when it reads the end.
+  // While replies wait to be written, no call is read: a client that never reads its replies must not fill the memory.
+  // The replies on a lost connection wait for ever; libdbus notices the loss only when it reads the end of the stream.
   const bool writing = !m_hung_up && std::any_of(m_watches.begin(), m_watches.end(),
                                                  [](const Watch* watch) { return watch->Wants(DBUS_WATCH_WRITABLE); });
   const int wanted = writing ? DBUS_WATCH_WRITABLE : DBUS_WATCH_READABLE;
@@ -114,7 +114,7 @@ void Dispatcher::WaitForEvents() {
 
   if (::poll(m_descriptors.data(), m_descriptors.size(), -1) < 0) {
     if (errno != EINTR) {
-      // The next attempt would fail as well.
+      // The next attempt would fail too.
       throw bramble::ErrnoException(errno, "poll");
     }
     return;
@@ -124,15 +124,15 @@ void Dispatcher::WaitForEvents() {
     // Handling one watch can remove another.
     if (m_descriptors[i].revents != 0 && Contains(m_watches, m_polled[i]) &&
         !m_polled[i]->Handle(m_descriptors[i].revents)) {
-      // libdbus keeps what has arrived of a message and needs room for the rest, or for a copy of the whole, before it
-      // hands over any later one. No caller would be answered again.
+      // libdbus has read a part of a message and needs memory for the rest, or for a copy of it, before it delivers any
+      // later message. No caller would ever get a reply again.
       throw std::runtime_error("not enough memory for a message");
     }
   }
 }
 
-// No wait of the loop has a limit. libdbus makes a time-out for each call with a reply, and the program's only such
-// calls are the blocking ones at start-up, whose time-outs libdbus waits for itself and removes before they return.
+// The loop waits without a limit. libdbus creates a time-out for each call that expects a reply. The program makes such
+// calls only at start-up, and they block: libdbus handles their time-outs itself and removes them before they return.
 DBus::Timeout* Dispatcher::add_timeout(DBus::Timeout::Internal* internal) { return new Timeout(internal); }
 
 void Dispatcher::rem_timeout(DBus::Timeout* timeout) { delete timeout; }

@@ -1,5 +1,6 @@
-// The program's event loop on the D-Bus connection. It keeps the library's interface and replaces its machinery, which
-// loses an early leave(), dies of a second one, spins on blocked output and never tells of a lost bus.
+// The event loop of the program. It keeps the interface of the library's dispatcher and replaces its implementation,
+// which ignores a leave() before enter(), crashes on a second leave(), uses 100 % CPU when output blocks, and does not
+// report the loss of the bus.
 #pragma once
 
 #include <dbus-c++/dbus.h>
@@ -8,29 +9,30 @@
 #include <atomic>
 #include <vector>
 
-/// One object, never destroyed, used by the main thread; only leave() and IsLeaving() may be called from anywhere. It
-/// serves one connection.
+/// main() creates the only object and never destroys it. Only the main thread may use it, except for leave() and
+/// IsLeaving(). It serves one connection. While replies wait to be written, it reads no calls: a client that never
+/// reads its replies cannot fill the memory.
 class Dispatcher final : public DBus::BusDispatcher {
 public:
-  /// Throws bramble::ErrnoException if there is no descriptor for its pipe.
+  /// Throws bramble::ErrnoException if the pipe cannot be created.
   Dispatcher();
 
-  /// Runs until leave() is called, before or during the run, or the connection is lost. What handlers throw passes
-  /// through. Throws bramble::ErrnoException if the wait for events fails, std::runtime_error if libdbus has no
-  /// memory for a message.
+  /// Runs until leave() is called or the connection is lost. Returns at once if leave() was called before. Exceptions
+  /// from handlers propagate to the caller. Throws bramble::ErrnoException if the wait for events fails, and
+  /// std::runtime_error if libdbus has no memory for a message.
   void enter() override;
 
-  /// Makes enter() return after the messages that have been read, some 4 KB at most. Async-signal-safe, any number of
-  /// times, at any time.
+  /// Makes enter() return once it has handled the messages that have been read from the socket (about 4 KB at most).
+  /// Async-signal-safe. May be called at any time and more than once.
   void leave() override;
 
-  /// Whether leave() has been called. Any thread may ask, at any time.
+  /// Returns whether leave() has been called. Thread-safe.
   bool IsLeaving() const { return m_leave; }
 
-  /// Whether enter() returned because the bus closed the connection.
+  /// Returns whether enter() returned because the bus closed the connection.
   bool LostConnection() const { return m_lost_connection; }
 
-  /// Dispatches what has arrived, waits for the next event and handles it.
+  /// Dispatches the messages that have arrived, waits for the next event and handles it.
   void do_iteration() override;
 
   DBus::Timeout* add_timeout(DBus::Timeout::Internal* internal) override;
@@ -45,13 +47,13 @@ private:
   void WaitForEvents();
 
   std::atomic<bool> m_leave{false};
-  bool m_hung_up = false;  // the bus, but not all that it has sent is read
+  bool m_hung_up = false;  // the bus has closed the connection, but not all data has been read
   bool m_lost_connection = false;
-  // Never closed: a signal can come when everything else is gone.
+  // Never closed: a signal can arrive after everything else has been destroyed.
   int m_wake_reader = -1;
   int m_wake_writer = -1;
-  std::vector<Watch*> m_watches;  // owned by libdbus's watches, which end in rem_watch
-  // What the wait in hand is for; here so that not every wait takes memory anew.
+  std::vector<Watch*> m_watches;  // owned by the watches of libdbus, which are deleted in rem_watch
+  // The watches and descriptors of the current poll() call. They are members so that their memory is reused.
   std::vector<Watch*> m_polled;
   std::vector<pollfd> m_descriptors;
 };

@@ -1,4 +1,4 @@
-// The process entry: what runs, in which order, and how it ends.
+// main(): what runs, in which order, and how it ends.
 #include <pthread.h>
 #include <sys/prctl.h>
 
@@ -21,8 +21,8 @@
 
 namespace {
 
-// The starter and the foreground keep this name; the daemon takes the other one, which is what the PID file is checked
-// for.
+// The starting process and the foreground process keep this name. The daemon gets the other one; the check of the PID
+// file compares it.
 constexpr char kInitialProcessName[] = "ledgdp";
 constexpr char kDaemonName[] = "ledgd";
 
@@ -32,7 +32,8 @@ constexpr mode_t kRegistryMode = 0600;
 const boost::posix_time::seconds kStartTimeout(5);
 const boost::posix_time::seconds kStopTimeout(2);
 
-// Set once, before the handler that uses it is installed. Never destroyed: a signal may come after main has returned.
+// Set once, before the handler that uses it is installed. Never destroyed: a signal may arrive after main() has
+// returned.
 Dispatcher* g_dispatcher = nullptr;
 
 extern "C" void OnTerminationSignal(int) {
@@ -41,7 +42,7 @@ extern "C" void OnTerminationSignal(int) {
   errno = saved_errno;
 }
 
-// The starter's mask and dispositions do not matter: a signal that it blocked must not make "-k" end in SIGKILL.
+// Resets the inherited signal mask and dispositions: if SIGTERM stayed blocked, "-k" would need SIGKILL.
 void InstallSignalHandler() {
   sigset_t signals;
   ::sigemptyset(&signals);
@@ -52,14 +53,14 @@ void InstallSignalHandler() {
   ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-// A broken pipe and a file that is too long are then failed writes like any other.
+// Writes to a broken pipe or beyond the file size limit then fail with an error, like any other write.
 void IgnoreSignalsOfFailedWrites() {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
 }
 
-// Closes the connection when it goes out of scope. The library's own destructor would first wait for the bus to answer
-// a release of the name, up to 25 s if the bus hangs; the bus frees the name of a closed connection itself.
+// Closes the connection at the end of its scope. The destructor of the library would first release the name and wait
+// for the reply of the bus, up to 25 s if the bus hangs. The bus releases the name of a closed connection anyway.
 class DisconnectOnExit {
 public:
   explicit DisconnectOnExit(DBus::Connection& connection) : m_connection(connection) {}
@@ -75,8 +76,8 @@ std::shared_ptr<PersistentStore> CreateRegistryStore() {
   return FileStore::Create(HardwareConfig::GetInstance().GetRegistryPath(), kRegistryCapacity, kRegistryMode);
 }
 
-// Builds what the daemon consists of, runs it and takes it down in the reverse order. `daemonise` is told when the
-// service is ready; null in the foreground.
+// Creates the parts of the daemon, runs it and destroys them in the reverse order. Calls `daemonise` when the service
+// is ready; it is null in the foreground.
 void Serve(bramble::Daemonise* daemonise) {
   const HardwareConfig hardware;
   const std::shared_ptr<PersistentStore> store = CreateRegistryStore();
@@ -106,7 +107,7 @@ void Run(const char* argument) {
   }
   const bool foreground = mode == "-d";
   if (!foreground) {
-    // Any other argument means the same as none.
+    // Any other argument is ignored.
     daemonise.Prepare(kStartTimeout);
   }
   bramble::LoadTracepointProbes();
@@ -125,6 +126,6 @@ int main(int, char** argv) {
   } catch (...) {
     bramble::SafePrint(stderr, "ledgerd caught unknown exception.\n");
   }
-  // Always 0: callers learn of failures from standard error.
+  // Always 0: failures are reported on standard error.
   return 0;
 }

@@ -9,13 +9,14 @@
 
 namespace {
 
-// The longest message that a system bus takes unless it is configured otherwise, less room for the header.
+// The default limit of a system bus for a message, less room for the header.
 constexpr std::size_t kLongestReply = 32 * 1024 * 1024 - 64 * 1024;
 
-// A string's length field, terminator and padding, with its share of a dictionary entry's padding.
+// The length field, terminator and padding of a string, with its share of the padding of a dictionary entry.
 constexpr std::size_t kOverheadPerString = 16;
 
-// Nearly every text is ASCII, which is cheap to find out; libdbus looks at each byte, here and again when it appends.
+// Nearly every text is ASCII, which is cheap to check. libdbus would check each byte here, and does so again when it
+// appends the text.
 bool IsAscii(const std::string& text) {
   std::uint64_t all_bits = 0;
   std::size_t position = 0;

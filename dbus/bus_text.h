@@ -1,16 +1,16 @@
-// What a D-Bus message can carry: libdbus aborts the process on a string that is not UTF-8 and cuts one at its first
-// NUL, and the bus disconnects the sender of a message that is too long.
+// The limits of D-Bus messages. libdbus aborts the process if a string is not UTF-8, and cuts a string at its first
+// NUL. The bus disconnects the sender of a message that is too long.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
-/// Checks the strings of one reply, one after the other, before anything is appended to it: a container that is left
-/// open by an exception would never be freed. One object per reply.
+/// Checks the strings of one reply. All strings must be checked before the first one is appended, because libdbus never
+/// frees a container that an exception leaves open. Use one object per reply. The longest reply is 32 MiB less 64 KiB.
 class ReplyCheck {
 public:
-  /// If the bus cannot carry `text`, throws RegistryError (Exception) with a text that says which string is meant:
-  /// `meaning` is called for it, in that case only.
+  /// Throws RegistryError (Exception) if a D-Bus message cannot contain `text`. The message names the string: the check
+  /// calls `meaning` for the name, only if it throws.
   template <typename Meaning>
   void Check(const std::string& text, Meaning meaning) {
     if (const char* defect = Defect(text)) {

@@ -3,15 +3,15 @@
 #include <dbus-c++/message.h>
 #include <dbus/dbus.h>
 
-// The library keeps this definition in a private header. Its first member has been the wrapped message in every
-// release; the tests of calls without reply fail should that ever change.
+// The library has this definition in a private header. The first member has been the wrapped message in every release.
+// If that changes, the tests of calls without a reply fail.
 struct DBus::Message::Private {
   DBusMessage* msg;
 };
 
 namespace {
 
-// Reaches the protected member through a derived class, which may name it.
+// A derived class may access the protected member.
 struct MessageAccess : DBus::Message {
   static DBusMessage* Wrapped(const DBus::Message& message) { return (message.*&MessageAccess::_pvt)->msg; }
 };

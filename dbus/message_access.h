@@ -1,9 +1,9 @@
-// What dbus-c++ does not tell about a message.
+// Properties of a message that dbus-c++ does not offer.
 #pragma once
 
 namespace DBus {
 class Message;
 }
 
-/// Whether the caller waits for a reply, i.e. the call does not have the "no reply expected" flag.
+/// Returns whether the caller expects a reply: the call does not have the flag NO_REPLY_EXPECTED.
 bool WantsReply(const DBus::Message& call);

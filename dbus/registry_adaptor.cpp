@@ -7,7 +7,7 @@ namespace com {
 namespace tavimesh {
 namespace {
 
-// Takes the next in-argument; throws DBus::ErrorInvalidArgs if it is missing or no string.
+// Returns the next argument. Throws DBus::ErrorInvalidArgs if it is missing or not a string.
 std::string TakeString(DBus::MessageIter& reader) {
   std::string text = reader.get_string();
   ++reader;

@@ -1,5 +1,5 @@
-// The interface "com.tavimesh.Registry" as D-Bus sees it: its description, and the handlers that unpack calls and pack
-// replies. What a method does is left to the derived class.
+// The D-Bus interface "com.tavimesh.Registry": its description, and the handlers that unpack calls and build replies.
+// Derived classes implement the methods.
 #pragma once
 
 #include <dbus-c++/dbus.h>
@@ -11,9 +11,9 @@
 namespace com {
 namespace tavimesh {
 
-/// Called on the dispatcher's thread, one call at a time. A handler throws DBus::Error, or what the operation throws; a
-/// call with a missing argument or one of another type is DBus::ErrorInvalidArgs, and the operation is not called. A
-/// result that the bus cannot carry is RegistryError.
+/// The dispatcher's thread calls it, one call at a time. A handler throws DBus::Error and the exceptions of the
+/// operation. It throws DBus::ErrorInvalidArgs, without calling the operation, if an argument is missing or has another
+/// type. It throws RegistryError if a D-Bus message cannot contain the result.
 class Registry_adaptor : public DBus::InterfaceAdaptor {
 public:
   Registry_adaptor();
@@ -29,7 +29,7 @@ public:
   virtual bool KeyExists(const std::string& section, const std::string& key) = 0;
   virtual bool SectionExists(const std::string& section) = 0;
   virtual std::vector<std::string> SectionList() = 0;
-  /// Returns the keys with their values, despite its name.
+  /// Despite its name, returns the keys with their values.
   virtual std::map<std::string, std::string> KeyList(const std::string& section) = 0;
   virtual std::string ReadAllJson() = 0;
   virtual void WriteJson(const std::string& registry) = 0;

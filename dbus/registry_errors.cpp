@@ -14,7 +14,8 @@ const char RegistryError::kException[] = "com.tavimesh.Registry.Errors.Exception
 
 namespace {
 
-// Escaping only lengthens, so what lies behind the cap never shows; a hostile text of megabytes is not copied.
+// Escaping never shortens a text, so bytes after the limit are never visible. This avoids a copy of a hostile text of
+// megabytes.
 std::string FitForBus(const std::string& text) {
   const std::string beginning(text.c_str(), ::strnlen(text.c_str(), bramble::kLongestFormattedString + 1));
   return bramble::strprintf("%s", escape::AsciiCopy(beginning).c_str());

@@ -1,4 +1,4 @@
-// The D-Bus errors of the registry's interface, and the one place where exceptions become them.
+// The D-Bus errors of the registry's interface, and the only place where exceptions are converted to them.
 #pragma once
 
 #include <dbus-c++/error.h>
@@ -6,11 +6,11 @@
 #include <memory>
 #include <string>
 
-/// A D-Bus error that owns its text; the library's own class keeps only the pointer that it is given. The text is made
-/// fit for the bus: bytes of 0x80 and above are percent-escaped, and it is cut to 4000 bytes. Throws std::bad_alloc.
+/// A D-Bus error that owns its text; the class of the library only keeps a pointer. Bytes of 0x80 and above in the text
+/// are percent-escaped, and the text is cut to 4000 bytes. Throws std::bad_alloc.
 class RegistryError : public DBus::Error {
 public:
-  /// `name` must be a static string, `text` may be any bytes.
+  /// `name` must be a static string. `text` may contain any bytes.
   RegistryError(const char* name, const std::string& text);
 
   static const char kInvalidName[];
@@ -22,7 +22,7 @@ private:
   std::shared_ptr<const std::string> m_text;
 };
 
-/// Called from a catch block: throws the RegistryError that stands for the exception being handled.
+/// Call it in a catch block. Throws the RegistryError for the current exception:
 ///
 ///     Registry::InvalidName   InvalidName, "Invalid Name"
 ///     Registry::InvalidJson   InvalidJson, "Invalid Json"
@@ -30,5 +30,5 @@ private:
 ///     other std::exception    Exception, its text
 ///     anything else           InvalidName (deliberately, not Exception), "Unknown exception"
 ///
-/// The exception's own text is passed on for "other std::exception" only.
+/// The text of the exception is passed on only for "other std::exception".
 [[noreturn]] void ThrowAsRegistryError();

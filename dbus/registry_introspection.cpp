@@ -1,4 +1,4 @@
-// The description of the interface that introspection serves. Each list ends with an all-empty record.
+// The introspection data of the interface. Each list ends with an empty record.
 #include "dbus/registry_adaptor.h"
 
 namespace com {

@@ -84,17 +84,19 @@ bool RegistryServer::handle_message(const DBus::Message& message) {
   try {
     return Handle(message);
   } catch (...) {
-    // Not even the error reply could be made. Silence to one caller is better than the end of the process.
+    // Not even the error reply could be created. It is better to leave one caller without a reply than to end the
+    // process.
     return true;
   }
 }
 
-// A call that is not handled here gets libdbus's own answer, an unknown-method error, wanted or not.
+// If this returns false, libdbus itself answers with an unknown-method error, even if the caller expects no reply.
 bool RegistryServer::Handle(const DBus::Message& message) {
   if (message.type() != DBUS_MESSAGE_TYPE_METHOD_CALL) {
     return false;
   }
-  // The library's messages of all types are one class with different accessors; its own dispatch does this cast too.
+  // In the library, messages of all types have the same members and differ only in accessors. Its own dispatch uses the
+  // same cast.
   const auto& call = reinterpret_cast<const DBus::CallMessage&>(message);
   DBus::InterfaceAdaptor* const interface = FindInterface(call);
   if (interface == nullptr) {
@@ -110,10 +112,10 @@ bool RegistryServer::Handle(const DBus::Message& message) {
 DBus::InterfaceAdaptor* RegistryServer::FindInterface(const DBus::CallMessage& call) {
   com::tavimesh::Registry_adaptor* const registry = this;
   if (const char* name = call.interface()) {
-    // Nearly every call names it, and the library's search makes a string of the name.
+    // Nearly every call names this interface, and the search of the library would copy the name to a string.
     return registry->name() == name ? registry : find_interface(name);
   }
-  // The interface is optional in a call; without it the member decides.
+  // A call need not name its interface. The method name then selects it.
   if (com::tavimesh::Registry_adaptor::_methods.count(call.member()) != 0) {
     return registry;
   }

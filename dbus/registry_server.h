@@ -1,4 +1,4 @@
-// The object "/com/tavimesh/Registry": the registry served on a bus connection.
+// The object "/com/tavimesh/Registry", which serves the registry on a bus connection.
 #pragma once
 
 #include <functional>
@@ -11,19 +11,19 @@
 
 class PersistentStore;
 
-/// Owned by the process entry; called on the dispatcher's thread. Each operation forwards to the back end and throws
-/// RegistryError for whatever comes back (see ThrowAsRegistryError). Nothing is logged; the reply is the only report.
+/// main() owns it, and the dispatcher's thread calls it. Each operation calls the back end and converts its exceptions
+/// to RegistryError (see ThrowAsRegistryError). Nothing is logged: only the reply reports an error.
 class RegistryServer : public com::tavimesh::Registry_adaptor,
                        public DBus::IntrospectableAdaptor,
                        public DBus::ObjectAdaptor {
 public:
-  /// Registers the object on `connection` and loads the registry from `store`. The bus name is the caller's to request.
-  /// Passes on what the load throws; the object is then not registered. A WriteJson that takes long is given up when
-  /// `is_stop_requested` says so.
+  /// Registers the object on `connection` and loads the registry from `store`. Does not request the bus name. Throws
+  /// the exceptions of the load; the object is then not registered. A long WriteJson is abandoned when
+  /// `is_stop_requested` returns true.
   RegistryServer(DBus::Connection& connection, std::shared_ptr<PersistentStore> store,
                  std::function<bool()> is_stop_requested = nullptr);
 
-  /// Writes out what is not written yet, then unregisters the object.
+  /// Writes pending changes, then unregisters the object.
   ~RegistryServer() override;
 
   std::string Read(const std::string& section, const std::string& key) override;
@@ -40,8 +40,8 @@ public:
   void WriteJson(const std::string& registry) override;
 
 private:
-  // Takes the place of the library's dispatch, which lets exceptions into libdbus's C frames, throws one of its own for
-  // a call that names no interface, and answers calls that want no reply.
+  // Replaces the dispatch of the library. That one lets exceptions propagate into C code of libdbus, throws if a call
+  // names no interface, and answers calls that expect no reply.
   bool handle_message(const DBus::Message& message) override;
   bool Handle(const DBus::Message& message);
   DBus::InterfaceAdaptor* FindInterface(const DBus::CallMessage& call);

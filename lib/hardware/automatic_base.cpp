@@ -4,7 +4,7 @@
 #include <cstring>
 
 unsigned long long ParseUnsigned(const std::string& text) {
-  // A sign too many is skipped here, but strtoull refuses it.
+  // This skips more than one sign, but strtoull then rejects the number.
   const char* const digits = text.c_str() + std::strspn(text.c_str(), " \f\n\r\t\v+-");
   const bool leading_zero = digits[0] == '0';
   const bool prefix = leading_zero && (digits[1] == 'x' || digits[1] == 'X');

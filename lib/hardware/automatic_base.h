@@ -1,9 +1,10 @@
-// Numbers whose base their text says.
+// Numbers whose prefix gives their base.
 #pragma once
 
 #include <string>
 
-/// The number at the beginning of `text`, as strtoull with automatic base reads it: after white space and a sign, "0x"
-/// means hexadecimal, another "0" octal, anything else decimal. Trailing junk is ignored; no number gives 0, one that
-/// does not fit the greatest. Newer C libraries also know a binary "0b"; here that is the number 0 with trailing junk.
+/// Returns the number at the beginning of `text`, like strtoull with base 0: after white space and a sign, "0x" means
+/// hexadecimal, another "0" octal, anything else decimal. Ignores what follows the number. Returns 0 if there is no
+/// number, and the maximum if the number does not fit. Newer C libraries also accept the binary prefix "0b"; here it is
+/// the number 0, followed by text that is ignored.
 unsigned long long ParseUnsigned(const std::string& text);

@@ -10,8 +10,8 @@
 
 namespace {
 
-// An unsigned number as a 32-bit strtoul reads it, on any machine: automatic base, trailing junk ignored, a minus sign
-// negates modulo 2^32, and a magnitude of 2^32 or more gives the greatest number whatever the sign.
+// Parses an unsigned number like a 32-bit strtoul with base 0, on any machine. Ignores what follows the number. A minus
+// sign negates modulo 2^32. An absolute value of 2^32 or more gives the maximum, whatever the sign.
 std::uint32_t ParseNumber(const std::string& value) {
   constexpr unsigned long long kGreatest = std::numeric_limits<std::uint32_t>::max();
   const unsigned long long number = ParseUnsigned(value);
@@ -19,7 +19,7 @@ std::uint32_t ParseNumber(const std::string& value) {
   return static_cast<std::uint32_t>(magnitude > kGreatest ? kGreatest : number);
 }
 
-// A revision is a letter: A is 1.
+// A revision is a letter; A is 1.
 std::int32_t ParseRevision(const std::string& value) { return static_cast<unsigned char>(value.front()) - 0x40; }
 
 void Apply(BoardIdentity& board, const std::string& key, const std::string& value) {

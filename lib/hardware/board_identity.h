@@ -1,4 +1,4 @@
-// What the kernel tells about the board in "/proc/boardid".
+// The identity of the board, which the kernel reports in "/proc/boardid".
 #pragma once
 
 #include <cstdint>
@@ -14,9 +14,9 @@ struct BoardIdentity {
   std::string secure_id;
 };
 
-/// Parses lines of a key and a value. A line that has not both is skipped; so is an unknown key. A later line of the
-/// same key counts. Keys are cut at 20 bytes (and then match none), values at 64. Throws std::bad_alloc.
+/// Parses lines that consist of a key and a value. Incomplete lines and unknown keys are skipped. The last line of a
+/// key wins. Keys are cut to 20 bytes (and are then unknown), values to 64 bytes. Throws std::bad_alloc.
 BoardIdentity ParseBoardIdentity(const std::string& text);
 
-/// The same from a file. One that cannot be read leaves the defaults, in silence.
+/// Parses a file. Silently returns the defaults if the file cannot be read.
 BoardIdentity ReadBoardIdentity(const char* path = "/proc/boardid");

@@ -32,7 +32,7 @@ void Insert(CfeEnvironment& environment, const std::string& text) {
   environment[text.substr(0, equals)] = text.substr(equals + 1);
 }
 
-// A record of length 0 has not even a flags byte.
+// A record of length 0 does not even have a flags byte.
 std::string RecordText(const unsigned char* content, std::size_t length) {
   return length <= kFlagsSize ? std::string() : std::string(content + kFlagsSize, content + length);
 }

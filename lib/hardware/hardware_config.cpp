@@ -9,7 +9,7 @@ namespace {
 
 constexpr char kRegistryPath[] = "/var/lib/plinthware/registry";
 
-// The model that has the connector whatever its manufacturing data says.
+// This model has the connector, whatever its manufacturing data says.
 constexpr char kModelWithGpioConnector[] = "5R377";
 
 constexpr std::uint64_t Bit(HardwareFeature feature) { return std::uint64_t{1} << static_cast<unsigned>(feature); }
@@ -19,7 +19,7 @@ std::string Variable(const CfeEnvironment& environment, const char* name) {
   return found == environment.end() ? std::string() : found->second;
 }
 
-// A variable that is absent grants every feature, one that is present but empty grants none: deliberate.
+// Deliberate: a missing variable grants every feature, an empty one grants none.
 std::uint64_t ParseHardwareFlags(const CfeEnvironment& environment) {
   const auto found = environment.find("PW_HWFLAGS");
   return found == environment.end() ? ~std::uint64_t{0} : ParseUnsigned(found->second);

@@ -1,4 +1,4 @@
-// The description of the board that the process runs on, built once at start-up.
+// The description of the board that the process runs on. It is built once, at start-up.
 #pragma once
 
 #include <boost/thread/mutex.hpp>
@@ -11,16 +11,16 @@
 #include "lib/hardware/hardware_features.h"
 #include "lib/platform/singleton.h"
 
-/// Owned by the process entry, which constructs it before any other thread exists; immutable from then on, so any
-/// thread may read it. Bad or missing hardware data never fails the construction: defaults stay, with a line on
-/// standard error where a technician should know.
+/// main() owns it and constructs it before any other thread exists. It is immutable from then on, so any thread may
+/// read it. Bad or missing hardware data never makes the construction fail: the defaults are kept, and a line on
+/// standard error reports what a technician should know.
 class alignas(8) HardwareConfig : public bramble::Singleton<HardwareConfig> {
 public:
-  /// Describes this device: "/proc/boardid" and the bootloader's environment in NAND. Throws std::bad_alloc, and
-  /// boost::thread_resource_error if there is no room for a mutex; the instance is then not registered.
+  /// Describes this device from "/proc/boardid" and the bootloader environment in NAND. Throws std::bad_alloc, and
+  /// boost::thread_resource_error if no mutex can be created. The instance is then not registered.
   HardwareConfig();
 
-  /// The same from other sources: a board identity file, and a function that returns the bootloader's environment.
+  /// Uses other sources: a board identity file, and a function that returns the bootloader environment.
   HardwareConfig(const char* board_identity_path, const std::function<CfeEnvironment()>& environment);
 
   /// -1 if not known.
@@ -35,10 +35,10 @@ public:
   bool HasSecureBoot() const { return m_secure_boot; }
   std::string GetSecureId() const { return m_secure_id; }
 
-  /// False for a bit that the flags do not have (64 and above).
+  /// Returns false for a bit number of 64 or more.
   bool HasFeature(HardwareFeature feature) const;
 
-  /// Where the registry is stored; the same on every board.
+  /// Returns the path of the registry file. It is the same on every board.
   std::string GetRegistryPath() const;
 
 private:
@@ -52,7 +52,7 @@ private:
   std::string m_oem_id;
   std::string m_oem_model;
   std::string m_bootloader_version;
-  mutable boost::mutex m_lock;  // for queries that need serialising; the members above need none
+  mutable boost::mutex m_lock;  // for queries that need serialising; the members above do not need it
   bool m_secure_keys = false;
   bool m_secure_boot = false;
   std::string m_secure_id;

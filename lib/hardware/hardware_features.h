@@ -1,4 +1,4 @@
-// The features that the bits of the hardware flags grant, and the devices that they stand for.
+// The features that the bits of the hardware flags grant, and the names of their devices.
 #pragma once
 
 #include <string>
@@ -46,8 +46,8 @@ enum class HardwareFeature : unsigned {
   DisablePacketCapture = 37,
 };
 
-/// The display name of a bit; "Unknown bit <n>" for one without a name, "Unknown feature" for one that the flags do not
-/// have (64 and above).
+/// Returns the display name of a bit. Returns "Unknown bit <n>" for a bit without a name, and "Unknown feature" for a
+/// bit number of 64 or more.
 std::string HardwareFeatureName(unsigned bit);
 
 constexpr char kWiredInterface[] = "eth0";

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 void NandAccess::EraseRange(std::uint32_t offset, std::uint32_t length) {
-  // In 64 bits, so that a range up to the end of the largest device ends, and never goes on at its beginning.
+  // 64 bits avoid an overflow for a range that ends at the end of the largest device.
   const std::uint64_t end = std::min(std::uint64_t{offset} + length, std::uint64_t{1} << 32);
   for (std::uint64_t block = offset; block < end; block += GetEraseSize()) {
     const auto start = static_cast<std::uint32_t>(block);

@@ -7,10 +7,10 @@
 
 #include "lib/hardware/nand_access.h"
 
-/// Opens the MTD device at `path` for reading and synchronous writing. The usable size is the device's, or `size` if
-/// that is less; it must be a whole number of erase blocks, anything else is an assertion failure. The device is closed
-/// with the last owner. Throws bramble::ErrnoException (with the path if it cannot be opened).
+/// Opens the MTD device at `path` for reading and synchronous writing. The usable size is that of the device, or `size`
+/// if that is smaller. It is an assertion failure if that is not a whole number of erase blocks. The last owner closes
+/// the device. Throws bramble::ErrnoException, with the path if the device cannot be opened.
 ///
 /// Read and Write throw bramble::ErrnoException with the contexts "NandBlockAccess::Read", "NandBlockAccess::Write"
-/// (seek) and "read_all_throw", and std::runtime_error for a seek that lands elsewhere.
+/// (seek) and "read_all_throw", and std::runtime_error if a seek returns another offset.
 std::shared_ptr<NandAccess> LinuxNandAccessImpl(const std::string& path, std::size_t size);

@@ -19,9 +19,9 @@ void DropQuotes(std::string& name) {
   }
 }
 
-// A size of more than 32 bits is read as the greatest one: such a device must not hide those that follow it.
+// A size of more than 32 bits is read as the maximum, so that such a device does not hide later ones.
 bool ReadSize(std::istream& words, std::uint32_t& size) {
-  size = 0;  // at the end of the table the stream would leave the size of the row before
+  size = 0;  // at the end of the table the stream does not set it
   if (!(words >> std::hex >> size) && size == std::numeric_limits<std::uint32_t>::max()) {
     words.clear(words.rdstate() & ~std::ios::failbit);
   }

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::uintptr_t kLowestValidAddress = 4096;
 
-// A stream on the kernel log, null when it cannot be opened. Everything written before the close is one log record.
+// Returns a stream on the kernel log, or null if it cannot be opened. All text written before the close is one record.
 std::FILE* OpenKernelLog(const char* path) { return std::fopen(path, "we"); }
 
 }  // namespace
@@ -30,7 +30,7 @@ void ReportAssertion(const char* file, unsigned line, const char* function, cons
     std::fclose(log);
     return;
   }
-  // The carriage returns are meant: standard output may be a serial console in raw mode.
+  // The carriage returns are deliberate: standard output may be a serial console in raw mode.
   std::printf("\r\nASSERT FAILED: %s", expression);
   std::printf("\r\n%s:%u:%s\r\n", file, line, function);
   std::puts("\r");
@@ -57,7 +57,7 @@ void ReportAssertionWithMessage(const char* file, unsigned line, const char* fun
 
 void AssertionFailed(const char* file, unsigned line, const char* function, const char* expression) noexcept {
   ReportAssertion(file, line, function, expression);
-  // abort() does not flush, and the report may be in standard output's buffer.
+  // abort() does not flush, and the report may still be in the buffer of standard output.
   std::fflush(stdout);
   std::abort();
 }
@@ -78,7 +78,7 @@ bool ValidatePointer(const void* pointer, std::size_t alignment, const char* ker
 
 }  // namespace bramble
 
-// What Boost's assertions call. Those in use are about mutexes: their creation, unlocking and destruction.
+// Boost's assertions call these. The program uses those on the creation, unlocking and destruction of mutexes.
 void boost::assertion_failed(const char* expression, const char* function, const char* file, long line) {
   bramble::AssertionFailed(file, static_cast<unsigned>(line), function, expression);
 }
@@ -88,8 +88,8 @@ void boost::assertion_failed_msg(const char* expression, const char*, const char
   bramble::AssertionFailed(file, static_cast<unsigned>(line), function, expression);
 }
 
-// The C library's assertion entry points. Their names are reserved to the implementation, and taking them over is the
-// purpose: no library's assertion may bypass the kernel log.
+// The assertion functions of the C library. Their names are reserved for the implementation. They are replaced on
+// purpose, so that the assertions of all libraries are reported to the kernel log.
 extern "C" {
 
 // NOLINTBEGIN(bugprone-reserved-identifier)

@@ -24,7 +24,7 @@ namespace {
 constexpr long kMicrosecondsPerSecond = 1000000;
 constexpr long kNanosecondsPerSecond = 1000000000;
 
-// The signals of the hand-shake: the child is ready, or it has ended.
+// The signals of the handshake: the child is ready, or it has ended.
 sigset_t HandshakeSignals() {
   sigset_t signals;
   ::sigemptyset(&signals);
@@ -35,7 +35,7 @@ sigset_t HandshakeSignals() {
 
 void ChangeSignalMask(int how) {
   const sigset_t signals = HandshakeSignals();
-  // The call returns its error; "%m" wants it in errno.
+  // The call returns its error number, but "%m" uses errno.
   errno = ::pthread_sigmask(how, &signals, nullptr);
   if (errno != 0) {
     SafePrint(stderr, "%s", __extension__ strprintf("pthread_sigmask failed: %m\n"));
@@ -61,8 +61,8 @@ timespec TimeLeft(const timespec& deadline, const timespec& now) {
   return left;
 }
 
-// A program hands an ignored SIGCHLD and pending signals on to the program that it executes. The kernel reports no
-// child's end while SIGCHLD is ignored, and an old signal says nothing about the child of this start.
+// An ignored SIGCHLD and pending signals are inherited across exec. The kernel does not report the end of a child while
+// SIGCHLD is ignored, and an old signal says nothing about the child that is about to be started.
 void ForgetInheritedSignals() {
   ::signal(SIGCHLD, SIG_DFL);
   const sigset_t signals = HandshakeSignals();
@@ -71,14 +71,14 @@ void ForgetInheritedSignals() {
   }
 }
 
-// Leaves the child unreaped: it becomes a zombie until the starter ends.
+// Does not reap the child: it stays a zombie until this process ends.
 bool HasEnded(pid_t child) {
   siginfo_t info{};
   return ::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid == child;
 }
 
-// Returns as sigtimedwait does. SIGCHLD counts only once `child` has ended: it also comes for any other child of this
-// process, and for one that is stopped or continued.
+// Returns what sigtimedwait returns. Ignores SIGCHLD until `child` has ended: the signal is also sent for other
+// children, and for a child that is stopped or continued.
 int AwaitReport(pid_t child, const boost::posix_time::time_duration& timeout) {
   const sigset_t signals = HandshakeSignals();
   const timespec deadline =
@@ -111,7 +111,7 @@ void SetDispositions() {
 }  // namespace
 
 void Daemonise::Prepare(const boost::posix_time::time_duration& timeout) {
-  // Blocked before the fork, so that a report that comes before the wait stays pending.
+  // Blocked before the fork, so that a signal that is sent before the wait stays pending.
   ChangeSignalMask(SIG_BLOCK);
   ForgetInheritedSignals();
   m_starter = ::getpid();
@@ -127,7 +127,7 @@ void Daemonise::Prepare(const boost::posix_time::time_duration& timeout) {
   BecomeDaemon();
 }
 
-// Returns when the child is ready, else throws.
+// Returns when the child is ready, otherwise throws.
 void Daemonise::WaitForChild(pid_t child, const boost::posix_time::time_duration& timeout) {
   const int signal = AwaitReport(child, timeout);
   const int error_number = errno;
@@ -166,7 +166,7 @@ void Daemonise::BecomeDaemon() {
 
 int Daemonise::Signal() {
   const pid_t parent = ::getppid();
-  // The process that adopts an orphan is an ancestor of the starter and so never has its number.
+  // An ancestor of the starter adopts an orphan. Its process ID therefore differs from the starter's.
   if (m_starter != 0 && parent != m_starter) {
     errno = ESRCH;
     return -1;

@@ -12,7 +12,7 @@ namespace {
 
 using OwnerLock = boost::unique_lock<boost::recursive_mutex>;
 
-// The kernel's name of a thread holds 15 bytes; a longer one is refused as a whole.
+// The kernel allows 15 bytes for the name of a thread and rejects a longer name.
 constexpr std::size_t kLongestThreadName = 15;
 
 }  // namespace
@@ -54,13 +54,13 @@ void DeferredAction::Run(const std::string& thread_name) {
   OwnerLock lock(m_owner_lock);
   while (!m_stop) {
     if (m_scheduled) {
-      // A copy: the deadline can change while the lock is released.
+      // Copied, because the deadline can change while the lock is released.
       const timespec deadline = m_deadline;
       m_wake.wait_until(lock, deadline);
     } else {
       m_wake.wait(lock);
     }
-    // The deadline counts as passed strictly after it. An action that is due runs also when the destructor has already
+    // The deadline has passed only strictly after it. An action that is due runs even if the destructor has already
     // asked the worker to stop.
     if (m_scheduled && IsBefore(m_deadline, get_monotonic_time())) {
       m_scheduled = false;

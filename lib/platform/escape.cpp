@@ -33,10 +33,10 @@ std::string EscapeCopy(const std::string& input, const ByteSet& set) {
   return output;
 }
 
-// A byte that is no digit counts as 0.
+// A byte that is not a digit counts as 0.
 int DigitOrZero(char digit) { return std::max(bramble::HexDigitValue(digit), 0); }
 
-// Null for a byte that XML text holds as it is.
+// Returns null for a byte that needs no entity.
 const char* XmlEntity(char byte) {
   switch (byte) {
     case '<':

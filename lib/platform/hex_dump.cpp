@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kBytesPerLine = 16;
 
-// The sink's counterpart of SafePrint: a text that cannot be formatted is replaced by the reason.
+// Like SafePrint, for a sink: a text that cannot be formatted is replaced by the reason.
 void EmitFormatted(BaseTrace& sink, const char* format, const std::string& text) {
   std::string formatted;
   try {

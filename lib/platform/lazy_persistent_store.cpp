@@ -22,8 +22,8 @@ LazyPersistentStore::LazyPersistentStore(std::shared_ptr<PersistentStore> store,
       m_flush(
           m_lock, [this] { OnLazyFlush(); }, "LazyStore") {}
 
-// Flush is not dispatched virtually in a destructor, and no derived class remains here; the exception that may leave it
-// ends the process, because a destructor does not throw.
+// Flush is not a virtual call in a destructor, which is right: no derived object is left. If it throws, the process
+// ends, because destructors are noexcept.
 LazyPersistentStore::~LazyPersistentStore() { LazyPersistentStore::Flush(); }
 
 std::string LazyPersistentStore::Read() {

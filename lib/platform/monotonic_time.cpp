@@ -21,7 +21,7 @@ timespec get_monotonic_time() {
 
 timespec AddMicroseconds(timespec time, std::uint64_t microseconds) {
   const std::uint64_t seconds = microseconds / kMicrosecondsPerSecond;
-  // A second is left for the carry. With 32-bit time the last second is 68 years after the start of the clock.
+  // One second is kept for the carry. A 32-bit time_t ends 68 years after the start of the clock.
   if (seconds > static_cast<std::uint64_t>(kLastSecond) || time.tv_sec >= kLastSecond - static_cast<time_t>(seconds)) {
     return {kLastSecond, kNanosecondsPerSecond - 1};
   }

@@ -23,8 +23,7 @@ namespace {
 constexpr useconds_t kPollIntervalMicroseconds = 10000;
 constexpr mode_t kPidFileMode = 0644;
 
-// The umask may have taken bits away, and an older file may have more. A link may lead to a device, which keeps its
-// own mode.
+// The umask may have removed bits, and an older file may have more. A link may lead to a device, whose mode is kept.
 void SetMode(int fd) {
   struct stat status;
   if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
@@ -32,7 +31,7 @@ void SetMode(int fd) {
   }
 }
 
-// Whether the process runs under `name`; prints why not.
+// Returns whether the process has the name `name`; prints a line if not.
 bool IsRunningAs(pid_t pid, const std::string& name) {
   std::string stat;
   try {
@@ -41,7 +40,7 @@ bool IsRunningAs(pid_t pid, const std::string& name) {
     SafePrint(stderr, "PID file exists but %s process does not exist: %s\n", name, e.what());
     return false;
   }
-  // The kernel puts the name in parentheses.
+  // The kernel prints the name in parentheses.
   if (stat.find("(" + name + ")") == std::string::npos) {
     SafePrint(stderr, "PID file exists but %s not running\n", name);
     return false;
@@ -52,7 +51,7 @@ bool IsRunningAs(pid_t pid, const std::string& name) {
 }  // namespace
 
 void WritePidFile(const std::string& path, pid_t pid) {
-  // fopen would create the file with mode 0666, which others could open for writing before the mode is set.
+  // fopen would create the file with mode 0666. Others could open it for writing before its mode is set.
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kPidFileMode);
   if (fd < 0) {
     return;
@@ -69,7 +68,7 @@ pid_t ReadPidFile(const std::string& path, const std::string& name) {
     throw ErrnoException(ENOENT, context);
   }
   unsigned long number = 0;
-  // A file without a number leaves 0, which is no process. NOLINTNEXTLINE(cert-err34-c)
+  // If the file has no number, pid stays 0, which is no process. NOLINTNEXTLINE(cert-err34-c)
   [[maybe_unused]] const int ignored = std::fscanf(file, "%lu", &number);
   std::fclose(file);
   const auto pid = static_cast<pid_t>(number);

@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::size_t kChunk = 512;
 
-// The size of an open file as seeking tells it, 0 where seeking is not possible or, as for a directory, tells a number
-// that is no size. Leaves the offset at the start.
+// Returns the size of an open file by seeking to its end. Returns 0 if that is not possible, or if the result is not a
+// size, as for a directory. Leaves the offset at the start.
 std::size_t SizeBySeeking(int fd) {
   const off_t end = ::lseek(fd, 0, SEEK_END);
   if (end < 0) {
@@ -95,7 +95,7 @@ std::string ReadFile(const std::string& path) {
   FileDescriptor file = Open(path, O_RDONLY);
   std::string text(SizeBySeeking(file.Get()), '\0');
   text.resize(read_all_throw(file.Get(), text.data(), text.size()));
-  // The file may have grown, or its size be unknown: go on until it ends.
+  // The file may have grown, or its size may be unknown: read until it ends.
   for (;;) {
     const std::size_t known = text.size();
     text.resize(known + kChunk);

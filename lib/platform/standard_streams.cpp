@@ -11,7 +11,7 @@ namespace {
 constexpr char kNullDevice[] = "/dev/null";
 constexpr char kKernelLog[] = "/dev/kmsg";
 
-// The second attempt keeps the stream's descriptor from falling to somebody else.
+// The second attempt keeps the descriptor of the stream occupied.
 void Reopen(const char* path, const char* mode, std::FILE* stream) {
   if (std::freopen(path, mode, stream) == nullptr) {
     [[maybe_unused]] const std::FILE* const ignored = std::freopen(kNullDevice, mode, stream);
@@ -28,7 +28,7 @@ void ReopenOnKernelLog(std::FILE* stream) {
 void OpenClosedStandardStreams() noexcept {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (::fcntl(fd, F_GETFD) < 0) {
-      // The lowest free descriptor is this one.
+      // This is the lowest free descriptor.
       ::open(kNullDevice, O_RDWR);
     }
   }

@@ -1,5 +1,5 @@
-// The program's one trace sink. It stands alone so that a program links it as an object: nothing refers to it but the
-// exit-time drain that it brings, and a static archive would drop it.
+// The trace sink of the program. It has a file of its own so that programs can link it as an object: nothing refers to
+// it, so a linker would drop it from a static archive, and with it the drain at exit.
 #include "lib/platform/trace.h"
 
 namespace bramble {

@@ -23,7 +23,7 @@ std::string strvprintf(const char* format, va_list args) {
     return std::string(buffer, length);
   }
 
-  // The string's own terminator takes the NUL that vsnprintf appends.
+  // vsnprintf writes its NUL over the terminator of the string.
   std::string text(std::min(length, kLongestFormattedString), '\0');
   const int written = std::vsnprintf(text.data(), text.size() + 1, format, second_pass);
   va_end(second_pass);

@@ -9,7 +9,7 @@ namespace {
 
 void DrainStandardError() {
   std::fflush(stderr);
-  // Draining the terminal of another process group would stop the process, as it ends, by SIGTTOU.
+  // If the terminal belongs to another process group, draining it would stop this process with SIGTTOU.
   sigset_t stopping;
   sigset_t before;
   ::sigemptyset(&stopping);

@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-// The tracepoint finds LTTng's tracepoint library at run time, so the program has no dependency on LTTng.
+// The tracepoint loads LTTng's tracepoint library at run time, so the program does not depend on LTTng.
 #define LTTNG_UST_TRACEPOINT_DEFINE
 #define LTTNG_UST_TRACEPOINT_PROBE_DYNAMIC_LINKAGE
 #include "lib/platform/tracepoint_events.h"
@@ -13,7 +13,7 @@
 namespace bramble {
 namespace {
 
-// Where root's session daemon listens. The number is that of LTTng's protocol.
+// The socket of the session daemon of root. The number is the version of LTTng's protocol.
 constexpr char kSessionDaemonSocket[] = "/var/run/lttng/lttng-ust-sock-8";
 
 bool HasSessionDaemon() noexcept {
@@ -28,12 +28,12 @@ void FireTracepoint(const char* desc, int value) noexcept {
 }
 
 void LoadTracepointProbes() noexcept {
-  // Until a session daemon owns the file of /dev/shm that LTTng maps, any user may truncate it, and this process would
-  // die of SIGBUS.
+  // LTTng maps a file in /dev/shm. Without a session daemon any user may create and truncate that file, and SIGBUS
+  // would then end this process.
   if (!HasSessionDaemon()) {
     return;
   }
-  // LTTng would wait up to 3 s for a session daemon that does not answer.
+  // Otherwise LTTng waits up to 3 s for a session daemon that does not answer.
   ::setenv("LTTNG_UST_REGISTER_TIMEOUT", "0", 0);
   ::dlopen(LEDGERD_TRACEPOINT_PROBES, RTLD_NOW | RTLD_GLOBAL);
 }
