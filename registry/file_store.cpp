@@ -19,7 +19,7 @@ public:
     try {
       text = bramble::ReadFile(m_path);
     } catch (const bramble::ErrnoException& e) {
-      // A missing file is an empty registry; so is an unreadable one, but that is worth a line.
+      // A missing file is an empty registry. An unreadable file is one too, but is reported.
       if (e.ErrorNumber() != ENOENT) {
         bramble::SafePrint(stderr, "Error reading registry file: %d\n", e.ErrorNumber());
       }

@@ -1,4 +1,4 @@
-// A persistent store in one file, which is replaced as a whole.
+// A persistent store in one file, which is replaced atomically.
 #pragma once
 
 #include <sys/types.h>
@@ -9,16 +9,16 @@
 
 #include "lib/platform/persistent_store.h"
 
-/// No lock of its own: the lazy store in front of it serialises all calls.
+/// Has no lock: the lazy store that owns it serialises all calls.
 ///
-/// Read returns the file's text up to its first NUL byte. A file that is missing reads as the empty text, and so does
-/// one that cannot be read, with a line on standard error; only exceptions that are no ErrnoException leave it.
+/// Read returns the text of the file up to its first NUL byte. Returns the empty text if the file is missing or cannot
+/// be read; in the second case it also prints a line on standard error. Never throws ErrnoException.
 ///
-/// Write throws Full, with the file untouched, or bramble::ErrnoException, with the old file in place and no
-/// temporary file left. The new file has the mode given here, not the old file's; only where a crash has left a
-/// temporary file does it keep that one's.
+/// Write throws Full or bramble::ErrnoException. The old file is then unchanged, and no temporary file is left. The new
+/// file has the mode of the store, not that of the old file. But if a crash has left a temporary file, the new file has
+/// the mode of that one.
 class FileStore : public PersistentStore {
 public:
-  /// `capacity` is in bytes; `mode` is subject to the umask. The file is not touched. Throws std::bad_alloc.
+  /// `capacity` is in bytes; `mode` is subject to the umask. Does not access the file. Throws std::bad_alloc.
   static std::shared_ptr<FileStore> Create(const std::string& path, std::uint32_t capacity, mode_t mode);
 };

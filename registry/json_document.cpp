@@ -14,7 +14,7 @@ std::string Quoted(const std::string& text) {
   return quoted;
 }
 
-// Takes a value that is a string.
+// Receives a value that is a string.
 class StringValue : public JsonHandler {
 public:
   void String(const std::string& value) override { m_text = value; }
@@ -67,7 +67,7 @@ public:
   }
 
 private:
-  // Whether a value that comes now is a section or a key.
+  // Returns whether the next value is a section or a key.
   bool IsMemberNext() const { return m_depth == 1 ? m_document.m_is_object : m_depth == 2 && m_is_in_section; }
 
   void Value(Kind kind, std::size_t number) {
@@ -103,8 +103,8 @@ JsonDocument::JsonDocument(const std::string& text) : m_text(text), m_names(text
   }
 }
 
-// For all members that there can be, so that they are never moved, which takes twice the memory. What is not used of it
-// is never touched.
+// Reserves memory for the maximum number of members, so that they are never moved, which would need twice the memory.
+// Memory that is not used is never touched.
 void JsonDocument::TakeRoomForMembers() {
   m_sections.reserve(m_text.size() / kShortestMember);
   m_keys.reserve(m_text.size() / kShortestMember);

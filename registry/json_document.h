@@ -1,4 +1,4 @@
-// A JSON text that a caller wants to merge into the registry, checked for syntax and reduced to sections and keys.
+// Parses a JSON text that a caller wants to merge into the registry, and keeps its sections and keys.
 #pragma once
 
 #include <cstddef>
@@ -10,17 +10,17 @@
 #include "registry/json_parser.h"
 #include "registry/stop_check.h"
 
-/// A parsed JSON text of two levels: members of the top-level object (sections), and members of those (keys). Of
-/// several members with the same name in one object the last one counts. Each level is in ascending byte order of the
-/// names in lower case; names that differ in their case only are in ascending byte order as written.
+/// A parsed JSON text with two levels: the members of the top-level object are sections, their members are keys. If an
+/// object has several members with the same name, the last one wins. Each level is in ascending byte order of the names
+/// in lower case. Names that differ only in case are in ascending byte order as written.
 ///
-/// Any text can be parsed: without deep recursion, in time that grows little faster than its size, and in memory of at
-/// most four times its size. Values stay in the text until they are asked for.
+/// Any text can be parsed without deep recursion. The time grows little faster than the size of the text, and the
+/// memory is at most four times the size. Values are decoded only when a caller gets them.
 class JsonDocument {
 public:
   using Kind = JsonMember::Kind;
 
-  /// Members next to each other, from `begin` up to, not including, `end`.
+  /// Consecutive members from `begin` up to, but not including, `end`.
   class Range {
   public:
     Range(const JsonMember* begin, const JsonMember* end) : m_begin(begin), m_end(end) {}
@@ -32,30 +32,31 @@ public:
     const JsonMember* m_end;
   };
 
-  /// The text must outlive the document. Throws JsonSyntaxError, WorkStopped, std::length_error for a text of half a
-  /// gigabyte and more, std::bad_alloc.
+  /// The text must outlive the document. Throws JsonSyntaxError, WorkStopped, std::bad_alloc, and std::length_error for
+  /// a text of half a gigabyte or more.
   static JsonDocument Parse(const std::string& text, StopCheck stop = StopCheck());
   static JsonDocument Parse(std::string&& text, StopCheck stop = StopCheck()) = delete;
 
-  /// Whether the top-level value is an object. If not, there are no sections.
+  /// Returns whether the top-level value is an object. If not, there are no sections.
   bool IsObject() const { return m_is_object; }
 
   const std::vector<JsonMember>& Sections() const { return m_sections; }
 
-  /// None for a section that is no object.
+  /// Returns an empty range for a section that is not an object.
   Range KeysOf(const JsonMember& section) const;
 
-  /// As written. The view lives as long as the document.
+  /// Returns the name as written. The view is valid as long as the document.
   std::string_view NameOf(const JsonMember& member) const { return m_names.Name(member); }
 
-  /// The size of an accepted key's value in bytes.
+  /// Returns the size in bytes of the value of an accepted key.
   static std::size_t SizeOf(const JsonMember& key) { return key.number; }
 
-  /// The value of an accepted key, the compact JSON text of any other member's; of a large one only the beginning.
-  /// Throws WorkStopped, std::bad_alloc.
+  /// Returns the value of an accepted key, or the compact JSON text of the value of any other member. Returns only the
+  /// beginning of a large JSON text. Throws WorkStopped and std::bad_alloc.
   std::string ValueOf(const JsonMember& member, StopCheck stop = StopCheck()) const;
 
-  /// Sorts members of this document by name, letter case apart; those of the same name are in no particular order.
+  /// Sorts members of this document by name without regard to case. The order of members with the same name is
+  /// unspecified.
   void SortByFoldedName(std::vector<JsonMember>& members, StopCheck& stop) const {
     m_names.SortByFoldedName(members, stop);
   }

@@ -5,8 +5,8 @@
 
 namespace {
 
-// A chunk is this many bytes of a name, then how many of them there are, one more if the name goes on. Shorter names
-// thus come first, and NUL bytes are no trouble.
+// A chunk has this many bytes of a name, then their number, plus one if the name continues. So shorter names are sorted
+// first, even if names contain NUL bytes.
 constexpr std::size_t kChunk = 7;
 constexpr std::uint64_t kGoesOn = kChunk + 1;
 
@@ -25,7 +25,7 @@ JsonMember JsonNames::MakeMember(const std::string& name, std::size_t end) {
   member.is_last_of_name = true;
   member.is_last_key = false;
   member.number = 0;
-  // Without a quote in the name, a quote before it in the text can only be the opening one.
+  // If the name contains no quote, a quote before it in the text can only be the opening one.
   const std::size_t begin = end - 1 - name.size();
   if (begin < end && m_text[begin - 1] == '"' && m_text.compare(begin, name.size(), name) == 0 &&
       name.find('"') == std::string::npos) {
@@ -44,7 +44,7 @@ std::size_t JsonNames::EndOfName(const JsonMember& member) const {
   return IsInText(member) ? m_text.find('"', member.name) + 1 : m_decoded[member.name - m_text.size()].end_in_text;
 }
 
-// The part of the name that begins at `from`, at most `size` bytes of it.
+// Returns at most `size` bytes of the name, beginning at `from`.
 std::string_view JsonNames::Beginning(const JsonMember& member, std::size_t from, std::size_t size) const {
   if (IsInText(member)) {
     const std::string_view rest = std::string_view(m_text).substr(member.name + from, size);
@@ -63,10 +63,10 @@ public:
 
   void SortByFoldedName(std::size_t first) { SortRange<Names::Folded>(first, m_members.size()); }
 
-  // Those that are then equal by the name as written.
+  // Sorts members whose folded names are equal by their names as written.
   void SortByFoldedAndWrittenName(std::size_t first) { SortRange<Names::FoldedAndWritten>(first, m_members.size()); }
 
-  // Drops all but the last of the sorted members of each name as written.
+  // Keeps only the last of the sorted members with the same name as written.
   void KeepLast(std::size_t first) {
     std::size_t kept = first;
     for (std::size_t i = first; i < m_members.size(); ++i) {
@@ -90,7 +90,7 @@ private:
     std::uint32_t depth;  // in chunks; the names are equal up to there
   };
 
-  // One chunk after the other, so that long names with a common beginning are looked at once.
+  // Compares one chunk after another, so that a common beginning of long names is read only once.
   template <Names names>
   void SortRange(std::size_t first, std::size_t last) {
     std::vector<Range> ranges;
@@ -111,7 +111,7 @@ private:
     }
   }
 
-  // The members' names are the same; apart from their case, unless they are sorted as written.
+  // The members have the same name, or names that differ only in case if they are sorted without regard to case.
   template <Names names>
   void EndName(std::size_t first, std::size_t last) {
     if constexpr (names == Names::FoldedAndWritten) {
@@ -144,7 +144,7 @@ private:
       m_stop.Step();
       return a.chunk != b.chunk ? a.chunk < b.chunk : a.name < b.name;
     };
-    // Equal names are often all that there is.
+    // Often all names are equal.
     if (!std::is_sorted(Iterator(range.first), Iterator(range.last), is_less)) {
       std::sort(Iterator(range.first), Iterator(range.last), is_less);
     }

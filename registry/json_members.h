@@ -1,5 +1,5 @@
-// The members of the objects of a JSON text, millions of them if need be: 16 bytes for each, and no copy of a name that
-// is written without escapes.
+// The members of the objects of a JSON text. There can be millions of members: each takes 16 bytes, and names without
+// escapes are not copied.
 #pragma once
 
 #include <cstddef>
@@ -10,52 +10,53 @@
 
 #include "registry/stop_check.h"
 
-/// A member of an object, without its name and its value: JsonNames has the name, the text has the value.
+/// A member of an object, without its name and value. The name is in JsonNames, the value is in the text.
 struct JsonMember {
   enum class Kind : std::uint8_t {
-    Null,      // delete
-    Accepted,  // a section that is an object, a key that is a string
+    Null,      // deletes a section or a key
+    Accepted,  // a section that is an object, or a key that is a string
     Refused,   // anything else
   };
 
   static constexpr std::uint32_t kGreatestNumber = (1U << 27) - 1;
 
-  std::uint64_t chunk = 0;  // while members are sorted: the part of the name that is looked at
+  std::uint64_t chunk = 0;  // while members are sorted: the part of the name that is compared
   std::uint32_t name = 0;   // for JsonNames
   Kind kind : 2;
-  bool is_ascii : 1;          // the name
-  bool is_last_of_name : 1;   // whether the next member has another name, letter case apart
+  bool is_ascii : 1;          // of the name
+  bool is_last_of_name : 1;   // the next member has another name, even without regard to case
   bool is_last_key : 1;       // of its section
   std::uint32_t number : 27;  // of a section: its first key; of an accepted key: the size of the value
 };
-static_assert(sizeof(JsonMember) == 16, "the size is what bounds the memory");
+static_assert(sizeof(JsonMember) == 16, "this size limits the memory of an import");
 
-/// The names of the members of one text, which must outlive this object.
+/// The names of the members of one text. The text must outlive this object.
 class JsonNames {
 public:
   explicit JsonNames(const std::string& text) : m_text(text) {}
 
-  /// Returns the member for `name`, which the text has up to `end`, closing quote included. Its value is not set.
+  /// Returns a member with the name `name`, which ends at `end` in the text, closing quote included. Its value is not
+  /// set.
   JsonMember MakeMember(const std::string& name, std::size_t end);
 
-  /// The view lives until the next call of MakeMember.
+  /// The view is valid until the next call of MakeMember.
   std::string_view Name(const JsonMember& member) const;
 
-  /// Where the text goes on after the member's name.
+  /// Returns the offset in the text after the name.
   std::size_t EndOfName(const JsonMember& member) const;
 
-  /// Drops each member from `first` on of whose name, as written, there is a later one. Sorts the others by name,
-  /// letter case apart; of names that differ in their case only, the ones with capitals come first. Takes time in
-  /// proportion to the size of the names, memory in proportion to their number. Throws WorkStopped, std::bad_alloc.
+  /// Works on the members from index `first` on. Keeps only the last member of each name, and sorts them by name
+  /// without regard to case. Names that differ only in case are sorted in byte order, upper case first. The time is
+  /// proportional to the size of the names, the memory to their number. Throws WorkStopped and std::bad_alloc.
   void SortAndKeepLast(std::vector<JsonMember>& members, std::size_t first, StopCheck& stop) const;
 
-  /// Sorts by name, letter case apart; members of the same name are in no particular order.
+  /// Sorts by name without regard to case. The order of members with the same name is unspecified.
   void SortByFoldedName(std::vector<JsonMember>& members, StopCheck& stop) const;
 
 private:
   class Sorter;
 
-  // A name with escapes, decoded. The names are in the order of the text.
+  // The end of a name with escapes, which is decoded in m_decoded_text. The names are in the order of the text.
   struct Decoded {
     std::uint32_t begin;  // in m_decoded_text
     std::uint32_t end_in_text;

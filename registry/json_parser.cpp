@@ -14,7 +14,7 @@ namespace {
 
 using nlohmann::json;
 
-// The text as the library's scanner reads it, byte by byte.
+// The text as input of the library's scanner, which reads it byte by byte.
 struct Input {
   const char* begin;
   const char* end;
@@ -26,7 +26,7 @@ Input InputOf(std::string_view text, StopCheck& stop) {
   return {text.data(), text.data() + text.size(), text.data(), stop};
 }
 
-// All copies read from the same input; the one without an input is the end.
+// All copies read from the same input. A default-constructed iterator is the end.
 class Cursor {
 public:
   using iterator_category = std::input_iterator_tag;
@@ -57,8 +57,8 @@ class Parser {
 public:
   Parser(std::string_view text, JsonHandler& handler, StopCheck& stop)
       : m_input(InputOf(text, stop)), m_scanner(Adapter(Cursor(&m_input), Cursor())), m_handler(handler) {
-    // A long string that grows leaves holes in the heap, as large as itself. A block of this size is none of the heap;
-    // what is not used of it is never touched.
+    // A long string that grows leaves holes of its own size in the heap. A block of this size is mapped outside the
+    // heap. Memory that is not used is never touched.
     if (text.size() > kLongText) {
       m_scanner.get_string().reserve(text.size() + kNotOfHeap);
     }
@@ -74,7 +74,7 @@ public:
   }
 
   void ExpectEnd() {
-    // To the scanner a NUL byte is an end too.
+    // The scanner also treats a NUL byte as the end.
     if (Scan() != Token::end_of_input) {
       Fail(Token::end_of_input);
     }
@@ -87,7 +87,7 @@ private:
   std::size_t Position() const { return static_cast<std::size_t>(m_input.at - m_input.begin); }
 
   Token Scan() {
-    // To find a number's end, the scanner reads one byte more.
+    // To find the end of a number, the scanner reads one more byte.
     m_scanned_from = Position() - (IsNumber() ? 1 : 0);
     m_token = m_scanner.scan();
     if (m_token == Token::value_string || IsNumber()) {
@@ -100,8 +100,8 @@ private:
     return m_token == Token::value_unsigned || m_token == Token::value_integer || m_token == Token::value_float;
   }
 
-  // Handles the current token as the beginning of a value. Returns whether the value has ended with it, an empty
-  // container's end included.
+  // Handles the current token as the beginning of a value. Returns whether the value is complete; the end of an empty
+  // container is part of it.
   bool StartOrScalar() {
     switch (m_token) {
       case Token::begin_object:
@@ -143,7 +143,7 @@ private:
     }
   }
 
-  // Takes what follows a value: the ends of its containers, up to the beginning of the next value.
+  // Handles the tokens after a value: the ends of its containers, up to the beginning of the next value.
   void EndContainers() {
     while (!m_open.empty()) {
       const bool is_object = m_open.back();
@@ -174,7 +174,7 @@ private:
     Scan();
   }
 
-  // The texts are those of the library's own parser.
+  // The messages are those of the library's own parser.
   [[noreturn]] void Fail(Token expected) {
     if (m_token != Token::parse_error) {
       FailWith(std::string(Scanner::token_type_name(m_token)) + "; expected " + Scanner::token_type_name(expected));
@@ -187,12 +187,13 @@ private:
   }
 
   [[noreturn]] static void FailWith(std::string reason) {
-    // The quoted end of the input can break off within a character.
+    // The quoted input can end within a character.
     reason.resize(std::min(reason.size(), bramble::kLongestFormattedString));
     throw JsonSyntaxError(bramble::strprintf("parse error - unexpected %s", escape::AsciiCopy(reason).c_str()));
   }
 
-  // The beginning of what the scanner has read since the last string or number began, as far as an error shows it.
+  // Returns what the scanner has read since the beginning of the last string or number, as far as an error message
+  // prints it.
   std::string LastRead() const {
     const std::string_view text(m_input.begin, Position());
     const std::size_t failed = text.find_first_not_of(" \t\r\n", m_scanned_from);
@@ -218,9 +219,9 @@ private:
   Scanner m_scanner;
   JsonHandler& m_handler;
   Token m_token = Token::uninitialized;
-  std::size_t m_scanned_from = 0;     // where the current token was looked for
-  std::size_t m_quoted_from = kNone;  // likewise the last string or number
-  std::vector<bool> m_open;           // outermost first; whether it is an object
+  std::size_t m_scanned_from = 0;     // where the scan for the current token began
+  std::size_t m_quoted_from = kNone;  // where the scan for the last string or number began
+  std::vector<bool> m_open;           // open containers, outermost first; true for an object
 };
 
 }  // namespace
@@ -235,8 +236,8 @@ void ParseJsonValue(std::string_view text, JsonHandler& handler, StopCheck& stop
   Parser(text, handler, stop).ParseValue();
 }
 
-// The library's values are used for scalars only: those of arrays and objects allocate when they are destroyed, which
-// ends the process if there is no memory.
+// Uses the values of the library only for scalars. The destructors of arrays and objects allocate memory, which ends
+// the process if there is none.
 std::string PrintJsonScalar(const std::string& token) {
   StopCheck never;
   Input input = InputOf(token, never);

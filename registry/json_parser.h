@@ -1,6 +1,6 @@
-// JSON text as a sequence of events. The JSON library takes the text apart into tokens; the sequence of the tokens is
-// checked here, because the library's own parser copies the text several times for an error and cannot go on after a
-// number that no double holds.
+// Converts a JSON text to a sequence of events. The JSON library splits the text into tokens. The sequence of the
+// tokens is checked here, because the parser of the library copies the text several times for an error message, and
+// cannot continue after a number that does not fit a double.
 #pragma once
 
 #include <cstddef>
@@ -10,18 +10,18 @@
 
 #include "registry/stop_check.h"
 
-/// The text is not JSON. The text begins "parse error - unexpected ".
+/// The text is not JSON. what() begins with "parse error - unexpected ".
 class JsonSyntaxError : public std::runtime_error {
 public:
   using std::runtime_error::runtime_error;
 };
 
-/// Takes what a text consists of, in its order. What is not overridden is ignored.
+/// Receives the parts of a text in their order. The default implementations ignore them.
 class JsonHandler {
 public:
   virtual ~JsonHandler() = default;
 
-  /// The name of the next member. The text goes on at `end`, after the closing quote.
+  /// The name of the next member. `end` is the offset after its closing quote.
   virtual void Name(const std::string& /*name*/, std::size_t /*end*/) {}
 
   virtual void Null() {}
@@ -34,13 +34,14 @@ public:
   virtual void End() {}
 };
 
-/// Hands the parts of `text`, which is one JSON value with nothing after it, to `handler`. Neither the depth of the
-/// value nor the length of the text matters. Throws JsonSyntaxError, WorkStopped, std::bad_alloc and what `handler`
-/// throws.
+/// Parses `text`, which must be one JSON value, and calls `handler` for each part. The depth of the value and the
+/// length of the text are not limited. Throws JsonSyntaxError, WorkStopped, std::bad_alloc and the exceptions of
+/// `handler`.
 void ParseJson(std::string_view text, JsonHandler& handler, StopCheck& stop);
 
-/// Likewise for a value at the beginning of `text`; what follows the value is not looked at.
+/// Like ParseJson, for a value at the beginning of `text`. Does not read what follows the value.
 void ParseJsonValue(std::string_view text, JsonHandler& handler, StopCheck& stop);
 
-/// Returns the number, true or false as the JSON library prints it. Returns a number that no double holds unchanged.
+/// Returns a number, true or false as the JSON library prints it. Returns a number that does not fit a double
+/// unchanged.
 std::string PrintJsonScalar(const std::string& token);

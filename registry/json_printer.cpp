@@ -13,11 +13,11 @@ using nlohmann::json;
 constexpr escape::ByteSet kNotPlain = escape::ByteSet::Where(
     [](unsigned char byte) { return byte < 0x20 || byte >= 0x80 || byte == '"' || byte == '\\'; });
 
-// Room for the JSON text of a full registry, so that the text need not move while it grows. Memory that stays unused is
+// Enough for the JSON text of a full registry, so that the text is not moved while it grows. Memory that is not used is
 // never touched.
 constexpr std::size_t kUsualLength = std::size_t{24} * 1024;
 
-// Before all members but the first.
+// Appends a comma before each member except the first.
 void AppendComma(std::string& object) {
   if (object.back() != '{') {
     object += ',';
@@ -54,7 +54,7 @@ bool IsUtf8(const std::string& text) {
 }  // namespace
 
 void AppendJsonString(std::string& output, const std::string& text) {
-  // The library makes a whole printer for each value, and most strings need none.
+  // The library creates a printer for each value, and most strings do not need one.
   if (kNotPlain.ContainsAnyOf(text)) {
     output += json(text).dump();
     return;

@@ -1,14 +1,14 @@
-// The JSON text of a registry. The JSON library stays out of this header.
+// Prints a registry as JSON.
 #pragma once
 
 #include <string>
 
 #include "registry/registry_format.h"
 
-/// Appends `text` as a JSON string, escaped as the JSON library does. Throws a std::exception if it is not UTF-8, and
-/// std::bad_alloc; `output` may then end in a part of it.
+/// Appends `text` as a JSON string, escaped like in the JSON library. Throws a std::exception if `text` is not UTF-8,
+/// and std::bad_alloc; `output` may then end with a part of the string.
 void AppendJsonString(std::string& output, const std::string& text);
 
-/// Returns the registry as JSON: an object of objects of strings, compact, on one line. Throws std::runtime_error,
-/// whose ASCII text says which section or key is meant, if a name or a value is not UTF-8.
+/// Returns the registry as one line of JSON without whitespace. Each section is an object whose values are strings.
+/// Throws std::runtime_error if a name or value is not UTF-8; its ASCII text names the section or key.
 std::string PrintJson(const RegistrySections& sections);

@@ -5,7 +5,7 @@
 
 namespace {
 
-// How much is kept of a value.
+// How many bytes of a value are kept.
 constexpr std::size_t kMostElements = 1000;
 constexpr std::size_t kGreatestSize = std::size_t{64} * 1024;
 constexpr std::size_t kGreatestDepth = 100;

@@ -1,5 +1,4 @@
-// The compact text of a JSON value that the registry refuses. The text is all that is ever asked of such a value, so no
-// tree is built of it.
+// The compact text of a JSON value that the registry refuses. No tree is built, because only the text is needed.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +8,8 @@
 
 #include "registry/json_parser.h"
 
-/// Takes the parts of one value. Only the beginning of a value that is large or deeply nested is kept: it is refused
-/// just the same, with a shorter text. Of several members of one name the last one counts.
+/// Receives the parts of one value. Keeps only the beginning of a large or deeply nested value; the value is still
+/// refused, with a shorter text. If an object has several members with the same name, the last one wins.
 class RefusedJson : public JsonHandler {
 public:
   /// `quote` returns a string as JSON text.
@@ -23,15 +22,15 @@ public:
   void Start(bool is_object) override;
   void End() override;
 
-  /// The text of the value, once it has ended.
+  /// Returns the text of the value. The value must be complete.
   const std::string& Text() const { return m_text; }
 
 private:
   struct Container {
     bool is_object;
-    std::string name;                            // its own, if it is an object's member
-    std::map<std::string, std::string> members;  // of an object: name to text
-    std::string elements;                        // of an array: the texts, with commas between them
+    std::string name;                            // if the container is a member of an object
+    std::map<std::string, std::string> members;  // of an object: names to texts
+    std::string elements;                        // of an array: texts, separated by commas
   };
 
   bool Fits(std::size_t size);

@@ -1,4 +1,4 @@
-// The settings database as its users see it: named sections of keys with string values.
+// The interface of the settings registry: named sections of keys with string values.
 #pragma once
 
 #include <boost/function.hpp>
@@ -7,12 +7,13 @@
 #include <stdexcept>
 #include <string>
 
-/// The longest text, in bytes, that the daemon's registry file may have.
+/// The maximum size of the registry file in bytes.
 constexpr std::uint32_t kRegistryCapacity = 16383;
 
-/// All strings are byte strings. Names of sections and keys are 7-bit ASCII and case-insensitive: every operation folds
-/// 'A'..'Z' to lower case and throws InvalidName for a name with a byte of 0x80 or above. The empty name is valid.
-/// Values are arbitrary and kept as given. Implementations may add exceptions of their store and std::bad_alloc.
+/// All strings are byte strings. Names of sections and keys are 7-bit ASCII and case-insensitive: every operation
+/// converts 'A' to 'Z' to lower case and throws InvalidName for a name with a byte of 0x80 or above. The empty name is
+/// valid. Values are arbitrary and stored unchanged. Implementations may also throw the exceptions of their store, and
+/// std::bad_alloc. Whether an implementation is thread-safe is its own choice.
 class Registry {
 public:
   /// A name with a byte of 0x80 or above.
@@ -28,7 +29,7 @@ public:
     std::string m_message;
   };
 
-  /// JSON text that is not an object of objects of strings.
+  /// JSON text that is not an object of sections, each an object whose values are strings or null.
   class InvalidJson : public std::exception {
   public:
     explicit InvalidJson(const std::string& detail);
@@ -52,37 +53,41 @@ public:
 
   virtual ~Registry() = default;
 
-  /// The whole registry as one line of JSON, an object of objects of strings, without whitespace and in ascending byte
-  /// order of the names. Throws std::runtime_error if a name or value is not UTF-8.
+  /// Returns the whole registry as one line of JSON without whitespace, in ascending byte order of the names. Each
+  /// section is an object whose values are strings. Throws std::runtime_error if a name or value is not UTF-8.
   virtual std::string ReadAllJson() = 0;
 
-  /// Merges a JSON text into the registry and flushes it. A null deletes a section or a key; what the text does not
-  /// name stays. Throws InvalidJson, InvalidName, Full, and std::runtime_error with a text that begins "parse error"
-  /// for what is not JSON: nothing has then changed. Throws what the flush throws: the merge then stands, unwritten.
+  /// Merges a JSON text into the registry, then flushes. A string sets a key; null deletes a section or a key;
+  /// everything that is not in the text stays unchanged. Throws InvalidJson, InvalidName or Full, or std::runtime_error
+  /// with a text that begins with "parse error" if the text is not JSON. The registry is then unchanged. If the flush
+  /// fails, throws its exception; the merged data is then in memory, but not in the file yet.
   virtual void WriteJson(const std::string& registry) = 0;
 
-  /// The value, or the empty string if there is none. The key's name is not checked if the section is missing.
+  /// Returns the value, or the empty string if the key does not exist. Does not check the name of the key if the
+  /// section does not exist.
   virtual std::string Read(const std::string& section, const std::string& key) = 0;
 
-  /// Creates or overwrites. Throws Full, and the registry is then as it was last accepted. An invalid key in a new
-  /// section leaves that section behind, empty: deliberate, the section is made before the key is checked.
+  /// Creates or overwrites a key. Throws Full if the text would be too long; the registry then returns to the last
+  /// accepted text. Deliberate quirk: an invalid key name in a new section leaves that section empty, because the
+  /// section is created before the key is checked.
   virtual void Write(const std::string& section, const std::string& key, const std::string& value) = 0;
 
   virtual bool KeyExists(const std::string& section, const std::string& key) = 0;
   virtual bool SectionExists(const std::string& section) = 0;
 
-  /// Deleting what does not exist does nothing. A section stays when its last key goes.
+  /// These do nothing if the key or section does not exist. Deleting the last key of a section does not delete the
+  /// section.
   virtual void DeleteKey(const std::string& section, const std::string& key) = 0;
   virtual void DeleteSection(const std::string& section) = 0;
   virtual void DeleteAll() = 0;
 
-  /// Calls back once for each section in ascending byte order, with the implementation's lock held. An empty callback
-  /// throws boost::bad_function_call if there is a section.
+  /// Calls `callback` once for each section, in ascending byte order, while holding the lock of the implementation.
+  /// Throws boost::bad_function_call if `callback` is empty and there is a section.
   virtual void SectionList(const SectionCallback& callback) = 0;
 
-  /// As SectionList, for the keys of one section; a missing section has none.
+  /// Like SectionList, for the keys of one section. A missing section has no keys.
   virtual void KeyList(const std::string& section, const KeyCallback& callback) = 0;
 
-  /// Writes out now what is not written yet.
+  /// Writes pending changes now.
   virtual void Flush() = 0;
 };

@@ -36,7 +36,7 @@ std::string RegistryBackEnd::Read(const std::string& section, const std::string&
 void RegistryBackEnd::Write(const std::string& section, const std::string& key, const std::string& value) {
   const Guard guard(m_lock);
   try {
-    // The section comes before the check of the key; Registry says what that leaves behind.
+    // The section is created before the key is checked; see the quirk in Registry::Write.
     const std::string folded_section = NormaliseName(section);
     Table().AddSection(folded_section);
     Table().SetKey(folded_section, NormaliseName(key), value);
@@ -110,7 +110,7 @@ RegistrySection RegistryBackEnd::KeyList(const std::string& section) {
 
 void RegistryBackEnd::Flush() { m_store->Flush(); }
 
-// The locale does not matter here: only the letters of ASCII fold.
+// Independent of the locale: only ASCII letters are folded.
 std::string RegistryBackEnd::NormaliseName(const std::string& name) {
   std::string folded = name;
   for (char& byte : folded) {
@@ -152,7 +152,7 @@ void RegistryBackEnd::Save() {
   }
 }
 
-// Short of memory, the reload can fail as well; the next operation then makes up for it before it looks at the table.
+// If memory is short, the reload can fail too. The next operation then reloads before it uses the table.
 void RegistryBackEnd::RollBack() noexcept {
   const Guard guard(m_lock);
   try {

@@ -1,4 +1,5 @@
-// The registry in memory, written out as a whole after every change.
+// The registry in memory. After each change it passes the whole text to the lazy store, which writes it to the file
+// later.
 #pragma once
 
 #include <boost/thread/recursive_mutex.hpp>
@@ -16,24 +17,26 @@
 class LazyPersistentStore;
 class PersistentStore;
 
-/// Every operation but Flush and WriteJson's merge takes the registry's recursive lock for its whole duration; the lazy
-/// store's lock is taken inside it. The capacity rule: a change is made in memory, the whole text is measured, and a
-/// text longer than the store's capacity is refused by loading the last accepted text again. A change that fails for
-/// another reason, be it the store's or a lack of memory, is undone the same way and the exception passes on.
+/// Thread-safe. Every operation except Flush and the merge of WriteJson holds the registry's recursive lock from
+/// beginning to end. The lock of the lazy store is taken while that lock is held.
+///
+/// The capacity rule: a change is made in memory, and the size of the whole text is checked. If it exceeds the capacity
+/// of the store, the back end reloads the last accepted text and throws Full. A change that fails for another reason
+/// (the store failed, or there was not enough memory) is undone in the same way, and its exception is thrown.
 class RegistryBackEnd : public Registry {
 public:
-  /// Loads the registry from `store`, which is shared and from now on written 60 s after the first unwritten change.
-  /// Passes on what the load throws. An import asks `is_stop_requested` many times a second whether to give up; without
-  /// that function it never gives up.
+  /// Loads the registry from `store` and keeps a share of it. From then on it writes to `store` 60 s after the first
+  /// unwritten change. Throws the exceptions of the load. An import calls `is_stop_requested` many times a second, and
+  /// is abandoned when it returns true; without that function it is never abandoned.
   explicit RegistryBackEnd(std::shared_ptr<PersistentStore> store, std::function<bool()> is_stop_requested = nullptr);
 
-  /// Writes out what is not written yet; a failure there ends the process.
+  /// Writes pending changes. A failure ends the process.
   ~RegistryBackEnd() override;
 
   std::string ReadAllJson() override;
 
-  /// Takes no lock for the merge itself: changes come from one thread only, the dispatcher's. Throws WorkStopped, and
-  /// nothing has then changed.
+  /// The merge itself takes no lock, because only one thread, the dispatcher's, makes changes. Throws WorkStopped; the
+  /// registry is then unchanged.
   void WriteJson(const std::string& registry) override;
 
   std::string Read(const std::string& section, const std::string& key) override;
@@ -46,18 +49,18 @@ public:
   void SectionList(const SectionCallback& callback) override;
   void KeyList(const std::string& section, const KeyCallback& callback) override;
 
-  /// A copy of the section; a missing one is empty. Throws InvalidName.
+  /// Returns a copy of the section, or an empty section if it does not exist. Throws InvalidName.
   RegistrySection KeyList(const std::string& section);
 
-  /// Takes the lazy store's lock only. Throws what the store's file replacement throws; the text then stays pending.
+  /// Takes only the lock of the lazy store. Throws the exceptions of the store; the text is then still pending.
   void Flush() override;
 
 private:
   static std::string NormaliseName(const std::string& name);
   static void ValidateJson(const JsonDocument& document, StopCheck& stop);
 
-  // The table that every operation works on. Throws std::bad_alloc if a failed change is still to be undone and there
-  // is not the memory to do it.
+  // Returns the table for an operation. If a failed change has not been undone yet, undoes it first; throws
+  // std::bad_alloc if there is not enough memory.
   RegistryTable& Table();
   const RegistrySections& Sections();
 
@@ -73,5 +76,5 @@ private:
   const std::shared_ptr<LazyPersistentStore> m_store;
   const std::function<bool()> m_is_stop_requested;
   RegistryTable m_table;       // guarded by m_lock
-  bool m_must_reload = false;  // guarded by m_lock; m_table holds a change that failed
+  bool m_must_reload = false;  // guarded by m_lock; m_table contains a change that failed
 };

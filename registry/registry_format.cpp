@@ -11,10 +11,10 @@ constexpr escape::ByteSet kEscapedInSection("%[]\r\n");
 constexpr escape::ByteSet kEscapedInKey("%\r\n=");
 constexpr escape::ByteSet kEscapedInValue("%\r\n");
 
-// The section of key lines that stand before the first header; deliberately not the empty name.
+// The section of key lines before the first header. Deliberately not the empty name.
 constexpr char kDefaultSection[] = "null";
 
-// The separator looks each byte of the text up in its two; the standard traits would call memchr() for that.
+// Finds the separators faster than the standard traits, which would call memchr() for each byte of the text.
 struct FewCharacters : std::char_traits<char> {
   static const char* find(const char* text, std::size_t size, const char& wanted) {
     for (; size > 0; ++text, --size) {
@@ -36,7 +36,7 @@ std::string HeaderName(std::string_view line) {
 void InsertKeyLine(RegistrySection& section, std::string_view line) {
   const std::size_t equals = line.find('=');
   const std::string_view value = equals == std::string_view::npos ? std::string_view() : line.substr(equals + 1);
-  // The lines of a text that was written here are in order, so most keys belong at the end.
+  // The daemon writes lines in order, so most keys belong at the end.
   section.insert_or_assign(section.end(), escape::UnescapeCopy(line.substr(0, equals)), escape::UnescapeCopy(value));
 }
 

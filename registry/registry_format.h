@@ -1,24 +1,24 @@
-// The registry's text form, which is also the byte layout of its file: "[section]" lines, each followed by the
+// The text form of the registry, which is also the format of its file: "[section]" lines, each followed by the
 // "key=value" lines of the section.
 #pragma once
 
 #include <map>
 #include <string>
 
-/// A section: key to value, in ascending byte order of the keys.
+/// A section: maps keys to values, in ascending byte order of the keys.
 using RegistrySection = std::map<std::string, std::string>;
 
-/// The registry: section name to section, in ascending byte order of the names.
+/// The registry: maps names to sections, in ascending byte order of the names.
 using RegistrySections = std::map<std::string, RegistrySection>;
 
-/// Returns the text form. A key whose name begins with "[" is written as it is and so is read back as a section header:
-/// deliberate. The empty key name with the empty value is an empty line and so is not read back. Throws std::bad_alloc.
+/// Returns the text form. Two quirks are deliberate: a key whose name begins with "[" is written unchanged and
+/// therefore read back as a section header; an empty key name with an empty value becomes an empty line, which is not
+/// read back. Throws std::bad_alloc.
 std::string SerialiseRegistry(const RegistrySections& sections);
 
-/// Appends one section as it is in that text. Throws std::bad_alloc; `text` may then end in a part of it.
+/// Appends the text form of one section. Throws std::bad_alloc; `text` may then end with a part of the section.
 void AppendSection(std::string& text, const std::string& name, const RegistrySection& keys);
 
-/// Reads a text form; every byte string parses to some registry. Lines end with CR or LF. Names are taken as they are
-/// written, neither folded nor checked. A second header of the same name empties the section; a later key line of the
-/// same name wins. Throws std::bad_alloc.
+/// Parses a text form. Every byte string is valid. Lines end with CR or LF. Names are neither folded nor checked. A
+/// second header of a section empties it. The last line of a key wins. Throws std::bad_alloc.
 RegistrySections ParseRegistry(const std::string& text);

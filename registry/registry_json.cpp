@@ -1,4 +1,4 @@
-// The JSON view of the registry: its export, and the validated merge of a JSON text.
+// The JSON operations of the registry: export, and the validated merge of a JSON text.
 #include <algorithm>
 #include <boost/thread/lock_guard.hpp>
 #include <cstring>
@@ -16,7 +16,7 @@ namespace {
 
 bool IsBad(const JsonMember& member) { return !member.is_ascii || member.kind == JsonMember::Kind::Refused; }
 
-// Returns the one whose name, as written, is first in byte order; `b` if `a` is null.
+// Returns the member whose name, as written, is first in byte order. Returns `b` if `a` is null.
 const JsonMember* FirstByName(const JsonDocument& document, const JsonMember* a, const JsonMember& b) {
   return a == nullptr || document.NameOf(b) < document.NameOf(*a) ? &b : a;
 }
@@ -32,7 +32,7 @@ const JsonMember* FirstBadKey(const JsonDocument& document, const JsonMember& se
 
 bool SetsKey(const JsonMember& key) { return key.kind == JsonMember::Kind::Accepted; }
 
-// The keys of several sections as one sequence. It takes little memory, because there can be millions of keys.
+// The keys of several sections as one sequence. It needs little memory, because there can be millions of keys.
 class KeySequence {
 public:
   KeySequence(const JsonDocument& document, JsonDocument::Range sections) {
@@ -64,7 +64,7 @@ private:
   std::size_t m_size = 0;
 };
 
-// Calls `visit` for the last one of the members that act on the same key, in ascending order of the keys.
+// Calls `visit` for each key, in ascending order, with the last of the members that refer to it.
 template <typename Visit>
 void ForEachLastKey(const JsonDocument& document, JsonDocument::Range sections, StopCheck& stop, Visit visit) {
   if (sections.end() - sections.begin() == 1) {
@@ -109,11 +109,11 @@ std::string RegistryBackEnd::ReadAllJson() {
 void RegistryBackEnd::WriteJson(const std::string& registry) {
   ImportJson(registry);
   Save();
-  // An import is never left pending, even one that named nothing.
+  // An import always flushes, even if its text names nothing.
   Flush();
 }
 
-// The parsed document is gone before the registry is saved: it can be large.
+// The parsed document can be large, so it is destroyed before the registry is saved.
 void RegistryBackEnd::ImportJson(const std::string& registry) {
   StopCheck stop(m_is_stop_requested);
   const JsonDocument document = JsonDocument::Parse(registry, stop);
@@ -129,7 +129,7 @@ void RegistryBackEnd::ImportJson(const std::string& registry) {
   }
 }
 
-// Throws for the first bad entry in ascending order of the names as written; the registry is not touched.
+// Throws for the first invalid entry in ascending order of the names as written. Does not change the registry.
 void RegistryBackEnd::ValidateJson(const JsonDocument& document, StopCheck& stop) {
   const JsonMember* first = nullptr;
   for (const JsonMember& section : document.Sections()) {
@@ -148,8 +148,8 @@ void RegistryBackEnd::ValidateJson(const JsonDocument& document, StopCheck& stop
   throw InvalidJson(document.ValueOf(*bad, stop));
 }
 
-// A document can name far more than the registry holds: when what is certain to stay is already too long, the registry
-// is full, and the rest is not looked at.
+// A document can contain far more than fits into the registry. Once the entries that are certain to be kept are too
+// long, the registry is full, and the rest is not read.
 void RegistryBackEnd::MergeJson(const JsonDocument& document, StopCheck& stop) {
   std::size_t room = m_store->Capacity();
   const JsonMember* const end = document.Sections().data() + document.Sections().size();
@@ -161,8 +161,8 @@ void RegistryBackEnd::MergeJson(const JsonDocument& document, StopCheck& stop) {
   }
 }
 
-// Merges sections whose names differ only in case: they act on the same one, one after the other. Returns how many
-// bytes are certain to be in the registry's text because of them; throws Full if there is not the room for so many.
+// Merges members that refer to the same section, because their names differ only in case, one after another. Returns
+// the minimum number of bytes that they add to the text of the registry. Throws Full if that exceeds `room`.
 std::size_t RegistryBackEnd::MergeJsonSections(const JsonDocument& document, JsonDocument::Range variants,
                                                std::size_t room, StopCheck& stop) {
   RegistryTable& table = Table();
@@ -187,7 +187,7 @@ std::size_t RegistryBackEnd::MergeJsonSections(const JsonDocument& document, Jso
       throw Full();
     }
   };
-  // Made even if a later member deletes the key again.
+  // Created even if a later member deletes the key again.
   if (sets_key) {
     take(name.size() + std::strlen("[]\n"));
     table.AddSection(name);

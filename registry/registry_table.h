@@ -1,4 +1,4 @@
-// The registry's table together with its text form. The back end owns one and calls it under its lock.
+// The table of the registry, with its text form. The back end owns one and calls it while holding its lock.
 #pragma once
 
 #include <cstddef>
@@ -9,9 +9,9 @@
 
 #include "registry/registry_format.h"
 
-/// Keeps the text of each section and makes anew only the text of those that were changed. There is no way to change
-/// the table past the operations here, so a kept text is never stale, not even after a change that failed half way.
-/// Names are neither folded nor checked. All operations throw std::bad_alloc; a change may then be done in part.
+/// Caches the text of each section and regenerates only the texts of changed sections. The table can be changed only by
+/// these operations, so a cached text is never stale, even after a change that failed halfway. Names are neither folded
+/// nor checked. All operations throw std::bad_alloc; a change may then be incomplete.
 class RegistryTable {
 public:
   RegistryTable() = default;
@@ -25,22 +25,22 @@ public:
   /// Creates or overwrites the key, and creates its section if it does not exist.
   void SetKey(const std::string& section, const std::string& key, std::string_view value);
 
-  /// Returns whether the key existed. The section stays when its last key is erased.
+  /// Returns whether the key existed. Erasing the last key of a section does not erase the section.
   bool EraseKey(const std::string& section, const std::string& key);
 
   /// Returns whether the section existed.
   bool EraseSection(const std::string& section);
 
-  /// Returns what SerialiseRegistry returns for the sections.
+  /// Returns the result of SerialiseRegistry for the sections.
   std::string Text();
 
 private:
-  // The only way to a table that can be changed: drops the text of the section that is about to change.
+  // The only function that returns a table that can be changed. Drops the cached text of `section`.
   RegistrySections& Changing(const std::string& section);
 
   RegistrySections m_sections;
-  // By section; empty, as no section's text is, if it is to be made anew. The memory of a text is used again, or the
-  // many small blocks between the large ones of the whole text would make the heap grow.
+  // Cached texts by section name. An empty text must be regenerated; no section has an empty text. The memory of a text
+  // is reused. Otherwise the many small blocks between the large blocks of whole texts would make the heap grow.
   std::map<std::string, std::string> m_texts;
-  std::size_t m_text_size = 0;  // what Text returned last; the next text is about as long
+  std::size_t m_text_size = 0;  // the size of the last text, a hint for the next one
 };

@@ -1,4 +1,4 @@
-// A way out of work that takes long: an import of tens of megabytes must not delay the end of the daemon.
+// Abandons long work: an import of tens of megabytes must not delay the end of the daemon.
 #pragma once
 
 #include <cstddef>
@@ -6,26 +6,27 @@
 #include <stdexcept>
 #include <utility>
 
-/// The work has been given up.
+/// The work has been abandoned.
 class WorkStopped : public std::runtime_error {
 public:
   WorkStopped() : std::runtime_error("ledgerd is stopping") {}
 };
 
-/// Asks a predicate now and then whether to go on. One object per piece of work, used by one thread.
+/// Calls a predicate from time to time to find out whether to continue. Use one object for each piece of work, on one
+/// thread.
 class StopCheck {
 public:
-  /// Without a predicate the work is never stopped.
+  /// Without a predicate the work is never abandoned.
   explicit StopCheck(std::function<bool()> is_requested = nullptr) : m_is_requested(std::move(is_requested)) {}
 
-  /// Throws WorkStopped if the predicate says so.
+  /// Throws WorkStopped if the predicate returns true.
   void Ask() const {
     if (m_is_requested && m_is_requested()) {
       throw WorkStopped();
     }
   }
 
-  /// Called once per small step, of which there can be millions; asks at every 65536th.
+  /// Called for each small step, of which there can be millions. Calls Ask at every 65536th step.
   void Step() {
     if (++m_steps % kStepsBetween == 0) {
       Ask();
