@@ -90,10 +90,10 @@ class Services:
         assert text == registry_json(percent), "the daemon does not hold the registry of the benchmark"
         for entry in changed_entries(percent):
             self.add(f"{version}Write {percent}", service, *object_and_interface, "Write", "sss", *entry)
-        if percent == FULL and not version:
+        if percent == FULL:
             for section, keys in sections(percent).items():
-                self.add("Read", service, *object_and_interface, "Read", "ss", section, min(keys))
-            self.add("ReadAllJson", service, *object_and_interface, "ReadAllJson")
+                self.add(f"{version}Read", service, *object_and_interface, "Read", "ss", section, min(keys))
+            self.add(f"{version}ReadAllJson", service, *object_and_interface, "ReadAllJson")
 
     def start_echo(self, build):
         service = self.start(self.place.start, ECHO, build / "bench/ledgerd_echo_service", ECHO,

@@ -31,7 +31,8 @@ def baseline_of(name):
     if "Write" in kind or "SetProperty" in kind:
         baseline = "echo of Write"
     else:
-        baseline = {"Read": "echo of Read", "ReadAllJson": "echo of a long text"}.get(kind, kind)
+        baseline = {"Read": "echo of Read",
+                    "ReadAllJson": "echo of a long text"}.get(kind.removeprefix("before "), kind)
     return f"{baseline} {field}" if baseline != kind else None
 
 
