@@ -25,8 +25,9 @@ if(LEDGERD_SANITIZE)
   target_link_options(ledgerd_options INTERFACE -fsanitize=${LEDGERD_SANITIZE})
 else()
   target_link_options(ledgerd_options INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack -Wl,--gc-sections -Wl,--as-needed)
-  if(CMAKE_BUILD_TYPE MATCHES "Rel")
-    target_compile_definitions(ledgerd_options INTERFACE _FORTIFY_SOURCE=3)
+  # A package build chooses the level itself. The compiler may have a level of its own, which must not be defined twice.
+  if(CMAKE_BUILD_TYPE MATCHES "Rel" AND NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
+    target_compile_options(ledgerd_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
   endif()
 endif()
 

@@ -1,4 +1,5 @@
-// The LTTng tracepoint "plinthware_platform:td_event". Without LTTng, firing it only tests a flag.
+// The LTTng tracepoint "plinthware_platform:td_event". Without LTTng, firing it only tests a flag. In a build without
+// LEDGERD_TRACING both functions do nothing.
 #pragma once
 
 namespace bramble {
