@@ -18,11 +18,13 @@ def type_in(machine, request, tmp_path):
     """Runs a command in the world of the daemon; returns what the terminal shows. A failure would show too."""
     path = f"{machine.binary.parent}:{request.config.getoption('--ledgerctl').parent}:{os.environ['PATH']}"
     output = tmp_path / "output"
+    (tmp_path / "examples").symlink_to(SOURCES / "examples")
 
     def run(command):
         with open(output, "wb") as terminal:
-            program = machine.spawn("bash", "-c", command, environment={"PATH": path, "TERM": "dumb"},
-                                    stdout=terminal, stderr=subprocess.STDOUT, cwd=tmp_path)
+            # Entering the world changes to the root directory.
+            program = machine.spawn("env", f"--chdir={tmp_path}", "bash", "-c", command, stdout=terminal,
+                                    stderr=subprocess.STDOUT, environment={"PATH": path, "TERM": "dumb"})
         program.wait()
         printed = output.read_text()
         # A document has the next prompt on a line of its own.
