@@ -12,15 +12,21 @@ def test_everything_is_installed_in_its_place(request, tmp_path):
                  for path in tmp_path.rglob("*") if path.is_file()}
     libraries = pathlib.Path(option("--libdir"))
     program, data = 0o755, 0o644
-    pages = ["man1/ledgerctl.1", "man5/com.tavimesh.Registry.5", "man5/ledgerd-registry.5", "man8/ledgerd.8"]
-    assert installed == {
+    pages = ["man5/com.tavimesh.Registry.5", "man5/ledgerd-registry.5", "man8/ledgerd.8"]
+    client = {
         "bin/ledgerctl": program,
-        **{f"share/man/{page}": data for page in pages if option("--man")},
-        "sbin/ledgerd": program,
-        str(libraries / "ledgerd/ledgerd-tracepoint-probes.so"): data,
         "share/bash-completion/completions/ledgerctl": data,
         "share/fish/vendor_completions.d/ledgerctl.fish": data,
         "share/zsh/vendor-completions/_ledgerctl": data,
+    }
+    if option("--client"):
+        pages.append("man1/ledgerctl.1")
+    probes = {str(libraries / "ledgerd/ledgerd-tracepoint-probes.so"): data}
+    assert installed == {
+        **(client if option("--client") else {}),
+        **(probes if option("--tracing") else {}),
+        **{f"share/man/{page}": data for page in pages if option("--man")},
+        "sbin/ledgerd": program,
         "etc/init.d/ledgerd": program,
         "share/dbus-1/interfaces/com.tavimesh.Registry.xml": data,
         "share/dbus-1/system-services/com.tavimesh.Registry.service": data,

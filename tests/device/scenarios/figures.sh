@@ -31,6 +31,14 @@ ledgerd
 daemon=$(cat /run/ledgd.pid)
 call Read string:a string:b >/dev/null
 # The root file system is in memory here, so the pages of files count as shared memory and not as files.
-echo "idle:"
-sed -n '/^\(Rss\|Pss\|Pss_Anon\|Private_Dirty\|Anonymous\):/p' "/proc/$daemon/smaps_rollup"
+print_memory() {
+  echo "$1:"
+  sed -n '/^\(Rss\|Pss\|Pss_Anon\|Private_Dirty\|Anonymous\):/p' "/proc/$daemon/smaps_rollup"
+}
+print_memory "idle with an empty registry"
+# A line of 32 bytes for each key.
+keys=$(for number in $(seq 1000 1509); do printf '"key%s":"%023d",' "$number" 0; done)
+call WriteJson "string:{\"s\":{${keys%,}}}" >/dev/null
+echo "registry: $(wc -c </var/lib/plinthware/registry) of 16383 bytes"
+print_memory "idle with a full registry"
 sed -n '/^Threads/p' "/proc/$daemon/status"
