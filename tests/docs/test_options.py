@@ -20,12 +20,12 @@ def configure(request, tmp_path):
     """Configures in `tmp_path` without the named libraries and options. Returns the process."""
     cmake, generator = map(request.config.getoption, ("--cmake", "--generator"))
     pkg_config = ("pkg-config", "--variable", "pc_path", "pkg-config")
-    folders = subprocess.run(pkg_config, stdout=subprocess.PIPE, check=True, text=True).stdout.strip().split(":")
+    directories = subprocess.run(pkg_config, stdout=subprocess.PIPE, check=True, text=True).stdout.strip().split(":")
 
     def run(*options, without):
         modules = tmp_path / "modules"
         modules.mkdir()
-        for path in (path for folder in folders for path in pathlib.Path(folder).glob("*.pc")):
+        for path in (path for directory in directories for path in pathlib.Path(directory).glob("*.pc")):
             link = modules / path.name
             if path.stem not in without and not link.exists():
                 link.symlink_to(path)
