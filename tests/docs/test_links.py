@@ -1,4 +1,4 @@
-"""The documents lead to one another."""
+"""The documents agree: links lead to headings that exist, and all name the same version."""
 
 import re
 
@@ -6,7 +6,7 @@ import pytest
 
 from manual import SOURCES
 
-DOCUMENTS = [*sorted(SOURCES.glob("*.md")), *sorted(SOURCES.glob("docs/**/*.md"))]
+DOCUMENTS = [*sorted(SOURCES.glob("*.md")), *sorted(SOURCES.glob("docs/**/*.md")), SOURCES / "tests/README.md"]
 
 
 def anchor(heading):
@@ -23,3 +23,12 @@ def test_links_lead_somewhere(document):
         if fragment:
             headings = re.findall(r"(?m)^#+ (.*)$", destination.read_text())
             assert fragment in map(anchor, headings), target
+
+
+def test_version_is_the_same_in_the_build_the_news_and_the_packages():
+    def first(pattern, path):
+        return re.search(pattern, (SOURCES / path).read_text(), re.M)[1]
+
+    version = first(r"^project\(ledgerd VERSION (\S+)", "CMakeLists.txt")
+    assert first(r"^## (?:Since )?(\S+)$", "NEWS.md") == version
+    assert first(r"^ledgerd \((.*)\)", "debian/changelog") == version
