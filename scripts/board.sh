@@ -1,9 +1,9 @@
-# Sourced by the scripts that use the emulated board, in the project's folder.
+# Sourced by the scripts that use the emulated board, in the project's directory.
 # shellcheck shell=bash
 
 . scripts/packages.sh
 
-# build_for_board TARGET...: prepares the board and builds what is to run on it.
+# build_for_board TARGET...: prepares the board and builds the programs that run on it.
 build_for_board() {
   # shellcheck disable=SC2086
   install_packages $build_packages
