@@ -1,5 +1,7 @@
 #include "client/quote_word.h"
 
+#include <utf8.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -12,35 +14,23 @@ bool IsPlain(char c) {
          kPlain.find(c) != std::string_view::npos;
 }
 
-// The character at the start of the text, and its length in bytes; a length of 0 if there is none of UTF-8.
+// The character at the start of a text, and its length in bytes. The length is 0 if the text does not start with UTF-8.
 struct Character {
   std::uint32_t code;
   std::size_t length;
 };
 
 Character FirstCharacter(std::string_view text) {
-  const auto lead = static_cast<unsigned char>(text.front());
-  if (lead < 0x80) {
-    return {lead, 1};
-  }
-  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-  constexpr std::uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-  if (lead < 0xC2 || lead > 0xF4 || text.size() < length) {
+  const char* end = text.data();
+  try {
+    const std::uint32_t code = utf8::next(end, text.data() + text.size());
+    return {code, static_cast<std::size_t>(end - text.data())};
+  } catch (const utf8::exception&) {
     return {0, 0};
   }
-  std::uint32_t code = lead & (0x7FU >> length);
-  for (std::size_t i = 1; i < length; ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    if ((byte & 0xC0) != 0x80) {
-      return {0, 0};
-    }
-    code = code << 6 | (byte & 0x3FU);
-  }
-  const bool is_surrogate = code >= 0xD800 && code <= 0xDFFF;
-  return code < kSmallest[length] || code > 0x10FFFF || is_surrogate ? Character{0, 0} : Character{code, length};
 }
 
-// Control characters, and what turns the direction of the text around or breaks its line.
+// Control characters, and characters that change the direction of the text or break its line.
 bool HarmsTerminal(std::uint32_t code) {
   return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x200E || code == 0x200F ||
          (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069) || code == 0xFEFF;
@@ -64,13 +54,13 @@ void AppendEscaped(std::string& word, char c) {
   }
 }
 
-// $'...', with all bytes that are not fit for a terminal as escapes.
+// Returns $'...', in which all bytes that could harm a terminal are escaped.
 std::string QuoteWithEscapes(std::string_view text) {
   std::string word = "$'";
   while (!text.empty()) {
     const Character character = FirstCharacter(text);
     if (character.length == 0 || HarmsTerminal(character.code)) {
-      // What follows in the character is none of UTF-8 alone, so it is escaped too.
+      // The other bytes of the character are not UTF-8 by themselves, so they are escaped too.
       AppendEscaped(word, text.front());
       text.remove_prefix(1);
       continue;
@@ -117,16 +107,7 @@ std::string QuoteWord(std::string_view text) {
   return text.empty() ? "''" : std::string(text);
 }
 
-bool IsUtf8(std::string_view text) {
-  while (!text.empty()) {
-    const Character character = FirstCharacter(text);
-    if (character.length == 0) {
-      return false;
-    }
-    text.remove_prefix(character.length);
-  }
-  return true;
-}
+bool IsUtf8(std::string_view text) { return utf8::is_valid(text.begin(), text.end()); }
 
 std::string ShownSection(std::string_view section) { return "section " + QuoteAlways(section); }
 

@@ -10,11 +10,12 @@ macro(ledgerd_report_missing what package)
   endif()
 endmacro()
 
-# ledgerd_find(NAME VERSION PACKAGE [OPTION]): a library that CMake finds.
+# ledgerd_find(NAME VERSION PACKAGE [OPTION]): a library that CMake finds; VERSION may be empty.
 macro(ledgerd_find name version package)
   find_package(${name} ${version} QUIET)
   if(NOT ${name}_FOUND)
-    ledgerd_report_missing("${name} ${version}" ${package} ${ARGN})
+    string(STRIP "${name} ${version}" wanted)
+    ledgerd_report_missing("${wanted}" ${package} ${ARGN})
   endif()
 endmacro()
 
@@ -43,6 +44,8 @@ if(LEDGERD_TRACING)
 endif()
 if(LEDGERD_CLIENT)
   ledgerd_find(CLI11 2.1 libcli11-dev LEDGERD_CLIENT)
+  # Versions 3 and 4 export different targets, but both install a header in the default path.
+  ledgerd_find(utf8cpp "" libutfcpp-dev LEDGERD_CLIENT)
 endif()
 if(BUILD_TESTING)
   ledgerd_find(GTest 1.12 "libgtest-dev and libgmock-dev" BUILD_TESTING)

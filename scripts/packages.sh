@@ -2,7 +2,7 @@
 # shellcheck shell=bash disable=SC2034
 
 build_packages="cmake dbus g++ libboost-dev libcli11-dev libdbus-1-dev libdbus-c++-dev libfmt-dev liblttng-ust-dev
-                ninja-build nlohmann-json3-dev pkg-config"
+                libutfcpp-dev ninja-build nlohmann-json3-dev pkg-config"
 run_packages="systemd util-linux"
 armhf_packages="cpio e2fsprogs g++-arm-linux-gnueabihf python3 qemu-system-arm qemu-user-static"
 test_packages="babeltrace2 bash-completion clang clang-format clang-tidy cppcheck fish gcovr git libclang-rt-14-dev

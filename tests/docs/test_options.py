@@ -42,7 +42,7 @@ def name_of(library):
 
 
 def test_missing_libraries_are_reported_as_the_guide_lists_them(configure):
-    assert len(LIBRARIES) == 8
+    assert len(LIBRARIES) == 9
     process = configure(without=[name_of(library) for library, *_ in LIBRARIES])
     expected = [f"{library}: install {packages.replace('` and `', ' and ')}" +
                 (f", or configure with -D{option}=OFF" if option else "") for library, packages, option in LIBRARIES]
