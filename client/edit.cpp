@@ -10,6 +10,7 @@
 #include "client/temporary_file.h"
 #include "client/text_form.h"
 #include "client/verbs.h"
+#include "client/written_change.h"
 
 namespace ledgerctl {
 namespace {
@@ -71,7 +72,7 @@ void MergeText(const CommandLine& command, const RegistrySections& seen, const s
   PrintDifferences(FindDifferences(seen, wanted), context.output);
   context.output.Flush();
   CheckUnchanged(seen, ReadEditable(command, context), merge);
-  context.registry.WriteJson(PrintMerge(merge));
+  WriteMerge(context.registry, merge);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "client/registry_merge.h"
 #include "client/registry_snapshot.h"
 #include "client/verbs.h"
+#include "client/written_change.h"
 
 namespace ledgerctl {
 namespace {
@@ -68,7 +69,7 @@ ExitStatus Load(const CommandLine& command, Context& context) {
     PrintDifferences(FindDifferences(before, after), context.output);
     CheckFits(after);
   } else {
-    context.registry.WriteJson(PrintMerge(merge));
+    WriteMerge(context.registry, merge);
   }
   Warn(MergeWarnings(document), context.messages);
   return ExitStatus::Success;

@@ -10,6 +10,7 @@
 #include "client/name_rules.h"
 #include "client/quote_word.h"
 #include "client/verbs.h"
+#include "client/written_change.h"
 #include "lib/platform/posix_helpers.h"
 
 namespace ledgerctl {
@@ -62,7 +63,7 @@ ExitStatus Set(const CommandLine& command, Context& context) {
     context.messages.Warning(LostAtRestart(ShownKey(*command.section, *command.key), "without name and value"));
   }
   if (command.flush) {
-    context.registry.Flush();
+    FlushChange(context.registry);
   }
   return ExitStatus::Success;
 }

@@ -14,6 +14,7 @@ from ledgerctl import (DAEMON_ERROR, DENIED, FULL, INVALID_NAME, LOCAL, MISSING,
                        USAGE, Ledgerctl, fake_daemon)
 from namespace_world import as_user, needs_root, NOBODY_ELSE
 from observe import needs_strace
+from raw_client import MEMBER_FIELD
 from stalled_bus import StalledBus
 
 REFUSED = '  <policy context="default"><deny send_destination="com.tavimesh.Registry"/></policy>\n'
@@ -134,6 +135,33 @@ def test_own_error_of_the_daemon_is_verbatim(ledgerctl, world, client):
     assert name == ERROR_PREFIX + "Exception"
     assert ledgerctl.run("flush") == failure(DAEMON_ERROR, message.encode())
     world.registry.rmdir()
+
+
+@pytest.mark.parametrize("command, output", [
+    (("load",), b""),
+    (("edit",), b"- [s] k=v\n+ [s] k=w\n"),
+    (("set", "s", "k", "w", "--flush"), b""),
+], ids=str)
+def test_change_that_the_daemon_cannot_write(ledgerctl, world, client, command, output):
+    client.write("s", "k", "v")
+    world.registry.mkdir()
+    status, printed, error = ledgerctl.run(*command, input=b'{"s":{"k":"w"}}', environment={
+        "EDITOR": "sed -i s/=v/=w/"})
+    _, message = client.error("Flush")
+    world.registry.rmdir()
+    assert (status, printed) == (DAEMON_ERROR, output)
+    assert error.startswith(b"ledgerctl: changed, but not written: %s\n" % message.encode()), error
+    assert client.read("s", "k") == "w"
+
+
+@pytest.mark.parametrize("registry, prefix", [('{"s":{"k":"v"}}', b""),
+                                              ('{"s":{"k":"w"}}', b"changed, but not written: ")])
+def test_error_of_a_load_is_told_apart_by_the_registry(ledgerctl, world, registry, prefix):
+    """The daemon has the same error for a lack of memory before the change."""
+    def answer(call):
+        return [registry] if call.fields[MEMBER_FIELD] == "ReadAllJson" else (ERROR_PREFIX + "Exception", "reason")
+    with fake_daemon(world.bus, answer):
+        assert ledgerctl.run("load", input=b'{"s":{"k":"w"}}') == failure(DAEMON_ERROR, prefix + b"reason")
 
 
 @every_verb
