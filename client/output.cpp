@@ -28,7 +28,9 @@ int WriteAll(int fd, std::string_view text) {
 
 bool KnowsColours() {
   const char* const terminal = std::getenv("TERM");
-  return std::getenv("NO_COLOR") == nullptr && terminal != nullptr && std::string_view(terminal) != "dumb";
+  const char* const no_colour = std::getenv("NO_COLOR");
+  const bool is_unwanted = no_colour != nullptr && *no_colour != '\0';
+  return !is_unwanted && terminal != nullptr && std::string_view(terminal) != "dumb";
 }
 
 std::string_view Sequence(Colour colour) {

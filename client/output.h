@@ -12,7 +12,7 @@ enum class Colour { None, Bold, Red, Green, Blue };
 /// Collects what is written and passes it on in large pieces: a slow terminal is waited for once, not once a line.
 class Output {
 public:
-  /// `fd` stays the caller's. Colours are used if it is a terminal that knows them and NO_COLOR is not set.
+  /// `fd` stays the caller's. Colours are used if it is a terminal that knows them and NO_COLOR is unset or empty.
   explicit Output(int fd);
 
   /// Throws Failure (Local) if the descriptor refuses what was written, as a full disk does.

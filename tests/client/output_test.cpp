@@ -70,8 +70,11 @@ TEST(Output, HasColoursOnATerminalThatKnowsThem) {
     const char* no_colour;
     const char* text;
   };
-  const Row rows[] = {
-      {"xterm", nullptr, "\033[32ma\033[0m"}, {"xterm", "1", "a"}, {"dumb", nullptr, "a"}, {nullptr, nullptr, "a"}};
+  const Row rows[] = {{"xterm", nullptr, "\033[32ma\033[0m"},
+                      {"xterm", "1", "a"},
+                      {"xterm", "", "\033[32ma\033[0m"},
+                      {"dumb", nullptr, "a"},
+                      {nullptr, nullptr, "a"}};
   for (const Row& row : rows) {
     Terminal terminal(132);
     row.terminal != nullptr ? ::setenv("TERM", row.terminal, 1) : ::unsetenv("TERM");
