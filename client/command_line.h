@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "registry/registry_format.h"
+
 namespace ledgerctl {
 
 struct VerbEntry;
@@ -22,13 +24,18 @@ struct CommandLine {
 
   std::optional<std::string> section;
   std::optional<std::string> key;
-  std::string value;
+  RegistrySection pairs;          // of set: keys in lower case, and their values
+  bool after_dashes = false;      // "--" precedes the names and values
+  std::vector<std::string> rest;  // words that the verb's own rules sort
   std::optional<std::string> default_value;
   std::optional<std::string> file;
   std::optional<std::string> topic;  // of help
   std::chrono::milliseconds interval{1000};
 
+  std::optional<double> fail_above;  // percent
+
   bool flush = false;
+  bool force = false;
   bool whole_section = false;
   bool confirmed = false;
   bool sync = false;
@@ -40,7 +47,7 @@ struct CommandLine {
 /// `arguments` without the program's name. Throws Failure (Usage).
 CommandLine ParseCommandLine(const std::vector<std::string>& arguments);
 
-/// The options that a verb takes besides those that all take, as "--name" or "-n": for the test of the help.
+/// The options of a verb without those that all verbs have, as "--name" or "-n": for the test of the help.
 std::vector<std::string> OptionsOf(const VerbEntry& verb);
 
 }  // namespace ledgerctl

@@ -3,7 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cmath>
+#include <system_error>
+#include <utility>
 
+#include "client/name_rules.h"
 #include "client/quote_word.h"
 #include "client/verb_table.h"
 
@@ -15,23 +18,54 @@ CLI::Option* AddText(CLI::App& app, const char* name, std::optional<std::string>
   return app.add_option_function<std::string>(name, [&target](const std::string& text) { target = text; });
 }
 
-// Seconds with decimals. Not strtod, which asks the locale.
+// Decimals are allowed. Not strtod, which asks the locale.
+double ParseNumber(const char* option, const std::string& text, double smallest, double largest, const char* range) {
+  double number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [parsed, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || parsed != end || !(number >= smallest && number <= largest)) {
+    throw CLI::ValidationError(std::string(option) + ": " + QuoteWord(text) + " is not " + range);
+  }
+  return number;
+}
+
 std::chrono::milliseconds ParseSeconds(const char* option, const std::string& text) {
   // libdbus waits six hours at most.
-  constexpr double kLongest = 6 * 3600;
-  constexpr double kShortest = 0.001;
-  // Stays 0 if the text begins with no number, or with one that is out of range.
-  double seconds = 0;
-  const char* const end = text.data() + text.size();
-  if (std::from_chars(text.data(), end, seconds).ptr != end || !(seconds >= kShortest && seconds <= kLongest)) {
-    throw CLI::ValidationError(std::string(option) + ": " + QuoteWord(text) + " is no number of seconds");
-  }
+  const double seconds = ParseNumber(option, text, 0.001, 21600, "a number of seconds from 0.001 to 21600");
   return std::chrono::milliseconds(std::lround(seconds * 1000));
 }
 
 CLI::Option* Section(CLI::App& app, CommandLine& command) { return AddText(app, "SECTION", command.section); }
 CLI::Option* Key(CLI::App& app, CommandLine& command) { return AddText(app, "KEY", command.key); }
 CLI::Option* File(CLI::App& app, CommandLine& command) { return AddText(app, "FILE", command.file); }
+
+// Sorts the words after SECTION.
+void SortPairs(CommandLine& command) {
+  bool is_input_used = false;
+  for (std::size_t i = 0; i < command.rest.size(); i += 2) {
+    const std::string& key = command.rest[i];
+    const std::size_t equals_sign = key.find('=');
+    if (equals_sign != std::string::npos && !command.after_dashes) {
+      throw CLI::ValidationError("KEY " + QuoteWord(key) + " has \"=\" in it\nwrite: ledgerctl set " +
+                                 QuoteWord(*command.section) + " " + QuoteWord(key.substr(0, equals_sign)) + " " +
+                                 QuoteWord(key.substr(equals_sign + 1)));
+    }
+    if (i + 1 == command.rest.size()) {
+      throw CLI::ValidationError("KEY " + QuoteWord(key) + " needs a VALUE" +
+                                 (key.rfind('-', 0) == 0 ? "\nWrite options before SECTION." : ""));
+    }
+    const std::string& value = command.rest[i + 1];
+    if (!command.pairs.emplace(FoldName(key), value).second) {
+      throw CLI::ValidationError("KEY " + QuoteWord(key) + " is given twice");
+    }
+    if (value == "-" && !command.after_dashes && std::exchange(is_input_used, true)) {
+      throw CLI::ValidationError("only one VALUE can be \"-\"");
+    }
+  }
+  if (command.pairs.empty()) {
+    throw CLI::ValidationError("KEY is required");
+  }
+}
 
 }  // namespace
 
@@ -42,6 +76,7 @@ Failure UsageFailure(const std::string& verb, const std::string& reason) {
 
 void DeclareCommonOptions(CLI::App& app, CommandLine& command) {
   app.set_help_flag("-h,--help");
+  app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   app.add_flag("-q,--quiet", command.quiet);
   app.add_flag("-0,--null", command.nul);
   app.add_flag("--json", command.json);
@@ -61,9 +96,11 @@ void DeclareGet(CLI::App& app, CommandLine& command) {
 
 void DeclareSet(CLI::App& app, CommandLine& command) {
   Section(app, command)->required();
-  Key(app, command)->required();
-  app.add_option("VALUE", command.value)->required();
   app.add_flag("--flush", command.flush);
+  app.add_flag("--force", command.force);
+  // Names and values are literal: no word after SECTION is an option.
+  app.prefix_command();
+  app.final_callback([&command] { SortPairs(command); });
 }
 
 void DeclareExists(CLI::App& app, CommandLine& command) {
@@ -119,6 +156,12 @@ void DeclareWatch(CLI::App& app, CommandLine& command) {
   Key(app, command);
   app.add_option_function<std::string>(
       "-i", [&command](const std::string& text) { command.interval = ParseSeconds("-i", text); });
+}
+
+void DeclareUsage(CLI::App& app, CommandLine& command) {
+  app.add_option_function<std::string>("--fail-above", [&command](const std::string& text) {
+    command.fail_above = ParseNumber("--fail-above", text, 0, 100, "a percentage from 0 to 100");
+  });
 }
 
 void DeclareHelp(CLI::App& app, CommandLine& command) {

@@ -31,6 +31,7 @@ void DeclareDump(CLI::App& app, CommandLine& command);
 void DeclareLoad(CLI::App& app, CommandLine& command);
 void DeclareDiff(CLI::App& app, CommandLine& command);
 void DeclareWatch(CLI::App& app, CommandLine& command);
+void DeclareUsage(CLI::App& app, CommandLine& command);
 void DeclareHelp(CLI::App& app, CommandLine& command);
 
 }  // namespace ledgerctl

@@ -8,48 +8,59 @@ namespace ledgerctl {
 
 const std::array<VerbEntry, 15> kVerbs = {{
     {"get", "SECTION KEY [--default VALUE]", "print a value",
-     "Prints the value as it is, and a line feed. Where there is no such key it fails\n"
-     "with status 1, or prints VALUE; an empty value is a value.\n"
+     "Prints the value unchanged, and a newline. Fails with status 1 if the key does\n"
+     "not exist. An empty value is a value.\n"
      "\n"
-     "  -0, --null       end in a NUL byte instead of the line feed\n"
+     "  -0, --null       print a NUL byte instead of the newline\n"
      "  --json           print a JSON string\n"
-     "  --default VALUE  print VALUE where there is no such key\n",
+     "  --default VALUE  print VALUE if the key does not exist\n",
      true, true, DeclareGet, Get},
-    {"set", "SECTION KEY VALUE [--flush]", "set a value",
-     "Makes the section and the key if they are missing. The value \"-\" stands for\n"
-     "standard input, byte for byte, the last line feed included. The daemon writes\n"
-     "its file 60 seconds after the first change.\n"
+    {"set", "[--flush] [--force] SECTION KEY VALUE [KEY VALUE]...", "set values",
+     "Creates a missing section and missing keys. The daemon writes its file 60\n"
+     "seconds after the first change. Several pairs are one change: all of them are\n"
+     "set or none, and the daemon writes its file at once.\n"
      "\n"
-     "  --flush          have the file written at once\n",
+     "Options precede SECTION. Each word after SECTION is literal, also \"-5\", \"-h\" and\n"
+     "\"--json\". The VALUE \"-\" is standard input, all bytes of it. After \"--\" before\n"
+     "SECTION, it is literal too, and a KEY can have \"=\" in it. A KEY that is given\n"
+     "twice is refused; upper case counts as lower case.\n"
+     "\n"
+     "Fails with status 3 if the next start of the daemon would lose a key: one that\n"
+     "begins with \"[\", or the empty one with an empty value. A value with a NUL byte\n"
+     "always fails with status 3, because D-Bus cannot carry it.\n"
+     "\n"
+     "  --flush          make the daemon write its file at once\n"
+     "  --force          set what the next start would lose, and warn\n",
      false, false, DeclareSet, Set},
-    {"exists", "SECTION [KEY]", "tell whether there is a section or key",
-     "Prints nothing; the exit status is 0 for yes and 1 for no.\n"
+    {"exists", "SECTION [KEY]", "report whether a section or key exists",
+     "Prints nothing. The exit status is 0 for yes and 1 for no.\n"
      "\n"
      "  --json           print true or false as well\n",
      false, true, DeclareExists, Exists},
-    {"list", "[SECTION]", "list the sections, or a section's keys",
-     "One name to a line, in ascending byte order. On a terminal, names that hold\n"
-     "other characters than letters, digits and _@%+:,./- are quoted for a shell.\n"
+    {"list", "[SECTION]", "list the sections, or the keys of one",
+     "Prints one name per line, in ascending byte order. On a terminal, a name with\n"
+     "characters other than letters, digits and _@%+:,./- is quoted for a shell.\n"
      "\n"
-     "  -0, --null       end each name in a NUL byte: names may hold line feeds\n"
+     "  -0, --null       end each name with a NUL byte: names may have newlines\n"
      "  --json           print an array of strings\n",
      true, true, DeclareSection, List},
     {"show", "[SECTION]", "show keys and values, for people",
-     "\"[section]\" and \"key=value\" lines; names and values are quoted as a shell needs\n"
-     "it, with $'...' where they hold control characters.\n"
+     "Prints \"[section]\" and \"key=value\" lines. Names and values are quoted for a\n"
+     "shell, as $'...' if they have control characters.\n"
      "\n"
      "  --json           print an object of objects of strings; with SECTION, an\n"
      "                   object of strings\n",
      false, true, DeclareSection, Show},
     {"unset", "SECTION KEY | -r SECTION", "delete a key or a whole section",
-     "Fails with status 1 where there is none. A section stays when its last key goes.\n"
+     "Fails with status 1 if it does not exist. A section remains without its last\n"
+     "key.\n"
      "\n"
      "  -r               delete the section with all its keys\n",
      false, false, DeclareUnset, Unset},
     {"clear", "--yes", "delete everything",
-     "Deletes all sections. \"ledgerctl dump FILE\" makes a copy before.\n"
+     "Deletes all sections. \"ledgerctl dump FILE\" makes a copy first.\n"
      "\n"
-     "  --yes            confirms that it is meant\n",
+     "  --yes            confirm\n",
      false, false, DeclareClear, Clear},
     {"flush", "[--sync]", "have the registry written to its file now",
      "Without it the daemon writes 60 seconds after the first change. A file that is\n"
@@ -89,13 +100,16 @@ const std::array<VerbEntry, 15> kVerbs = {{
      "\n"
      "  -i SECONDS       ask that often; decimals are allowed\n",
      false, false, DeclareWatch, Watch},
-    {"usage", "", "show how full the registry is",
-     "Counts the bytes of the registry's file, of which 16383 are allowed, in all and\n"
-     "for each section.\n"
+    {"usage", "[--fail-above PERCENT]", "show how full the registry is",
+     "Counts the bytes of the registry's file, in all and for each section. 16383 are\n"
+     "allowed.\n"
      "\n"
-     "  --json           print an object with used, capacity and sections\n",
-     false, true, DeclareNothing, ShowUsage},
-    {"help", "[VERB]", "explain a verb", "Also \"ledgerctl VERB --help\".\n", false, false, DeclareHelp, ShowHelp},
+     "  --json                print an object with used, capacity and sections\n"
+     "  --fail-above PERCENT  end with status 1 if more than PERCENT of the bytes are\n"
+     "                        used: 0 to 100, decimals are allowed\n",
+     false, true, DeclareUsage, ShowUsage},
+    {"help", "[VERB]", "explain a verb", "\"ledgerctl VERB --help\" prints the same.\n", false, false, DeclareHelp,
+     ShowHelp},
 }};
 
 const VerbEntry* FindVerb(std::string_view name) {

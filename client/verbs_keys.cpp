@@ -17,7 +17,7 @@ namespace ledgerctl {
 namespace {
 
 // Where the daemon keeps its file.
-constexpr char kStoreFolder[] = "/var/lib/plinthware";
+constexpr char kStoreDirectory[] = "/var/lib/plinthware";
 
 void CheckNames(const CommandLine& command) {
   for (const auto& name : {command.section, command.key}) {
@@ -34,6 +34,42 @@ Failure NoSuchKey(const CommandLine& command) {
 void PrintValue(const CommandLine& command, const std::string& value, Output& output) {
   output.Write(command.json ? QuoteJson(value) : value);
   output.Write(command.nul ? std::string_view("\0", 1) : "\n");
+}
+
+Failure NotCarried(ExitStatus status, const std::string& section, const std::string& key, const char* why) {
+  return Failure(status, "D-Bus cannot carry the value of " + ShownKey(section, key) + ": it " + why);
+}
+
+// The pairs of the command, with the value from standard input if there is one.
+RegistrySection ReadValues(const CommandLine& command) {
+  RegistrySection values = command.pairs;
+  for (auto& [key, value] : values) {
+    if (value == "-" && !command.after_dashes) {
+      value = ReadDocument("-");
+    }
+    if (value.find('\0') != std::string::npos) {
+      throw NotCarried(ExitStatus::InvalidName, *command.section, key, "holds a NUL byte");
+    }
+    // JSON text would silently have another character instead.
+    if (values.size() > 1 && !IsUtf8(value)) {
+      throw NotCarried(ExitStatus::Usage, *command.section, key, "is not UTF-8");
+    }
+  }
+  return values;
+}
+
+// What the daemon would write to its file and not find there when it starts the next time.
+std::vector<std::string> LossesAtRestart(const std::string& section, const RegistrySection& values) {
+  std::vector<std::string> losses;
+  for (const auto& [key, value] : values) {
+    if (!key.empty() && key.front() == '[') {
+      losses.push_back(LostAtRestart(ShownKey(section, key), "begins with \"[\""));
+    }
+    if (key.empty() && value.empty()) {
+      losses.push_back(LostAtRestart(ShownKey(section, key), "without name and value"));
+    }
+  }
+  return losses;
 }
 
 }  // namespace
@@ -54,16 +90,21 @@ ExitStatus Get(const CommandLine& command, Context& context) {
 
 ExitStatus Set(const CommandLine& command, Context& context) {
   CheckNames(command);
-  const std::string value = command.value == "-" ? ReadDocument("-") : command.value;
-  context.registry.Write(*command.section, *command.key, value);
-  if (!command.key->empty() && command.key->front() == '[') {
-    context.messages.Warning(LostAtRestart(ShownKey(*command.section, *command.key), "begins with \"[\""));
+  const RegistrySection values = ReadValues(command);
+  const std::vector<std::string> losses = LossesAtRestart(*command.section, values);
+  if (!losses.empty() && !command.force) {
+    throw Failure(ExitStatus::InvalidName, losses.front() + "\nUse --force to set it all the same.");
   }
-  if (command.key->empty() && value.empty()) {
-    context.messages.Warning(LostAtRestart(ShownKey(*command.section, *command.key), "without name and value"));
+  if (values.size() == 1) {
+    context.registry.Write(*command.section, values.begin()->first, values.begin()->second);
+    if (command.flush) {
+      FlushChange(context.registry);
+    }
+  } else {
+    WriteMerge(context.registry, {{*command.section, KeyMerge(values.begin(), values.end())}});
   }
-  if (command.flush) {
-    FlushChange(context.registry);
+  for (const std::string& loss : losses) {
+    context.messages.Warning(loss);
   }
   return ExitStatus::Success;
 }
@@ -102,9 +143,9 @@ ExitStatus Clear(const CommandLine&, Context& context) {
 ExitStatus Flush(const CommandLine& command, Context& context) {
   context.registry.Flush();
   if (command.sync) {
-    const bramble::FileDescriptor folder(::open(kStoreFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder.IsOpen() || ::syncfs(folder.Get()) != 0) {
-      throw LocalFailure(std::string("written, but not synced: ") + kStoreFolder, errno);
+    const bramble::FileDescriptor directory(::open(kStoreDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory.IsOpen() || ::syncfs(directory.Get()) != 0) {
+      throw LocalFailure(std::string("written, but not synced: ") + kStoreDirectory, errno);
     }
   }
   return ExitStatus::Success;

@@ -65,12 +65,24 @@ struct Share {
   std::size_t size;
 };
 
-void PrintBars(const std::vector<Share>& shares, std::size_t used, Output& output) {
+void PrintJsonShares(const std::vector<Share>& shares, std::size_t used, Output& output) {
+  output.Write("{\"used\":" + std::to_string(used) + ",\"capacity\":" + std::to_string(kCapacity) + ",\"sections\":{");
+  const char* separator = "";
+  for (const Share& share : shares) {
+    output.Write(separator + QuoteJson(share.section) + ":" + std::to_string(share.size));
+    separator = ",";
+  }
+  output.Write("}}\n");
+}
+
+void PrintBars(std::vector<Share> shares, std::size_t used, Output& output) {
   constexpr std::size_t kLongestName = 30;
   constexpr std::size_t kSizeWidth = 6;
   output.Write(std::to_string(used) + " of " + std::to_string(kCapacity) + " bytes used (" +
                std::to_string(Percent(used)) + " %), " + std::to_string(kCapacity - std::min(used, kCapacity)) +
                " free\n");
+  // The largest first: that is what people look for.
+  std::stable_sort(shares.begin(), shares.end(), [](const Share& a, const Share& b) { return a.size > b.size; });
   std::size_t name_width = 0;
   for (const Share& share : shares) {
     name_width = std::max(name_width, Shortened(QuoteWord(share.section), kLongestName).size());
@@ -142,19 +154,12 @@ ExitStatus ShowUsage(const CommandLine& command, Context& context) {
     shares.push_back({entry.first, size});
   }
   if (command.json) {
-    std::string text = "{\"used\":" + std::to_string(used) + ",\"capacity\":" + std::to_string(kCapacity);
-    const char* separator = ",\"sections\":{";
-    for (const Share& share : shares) {
-      text += separator + QuoteJson(share.section) + ":" + std::to_string(share.size);
-      separator = ",";
-    }
-    context.output.Write(text + (shares.empty() ? ",\"sections\":{}}\n" : "}}\n"));
-    return ExitStatus::Success;
+    PrintJsonShares(shares, used, context.output);
+  } else {
+    PrintBars(shares, used, context.output);
   }
-  // The largest first: that is what is looked for.
-  std::stable_sort(shares.begin(), shares.end(), [](const Share& a, const Share& b) { return a.size > b.size; });
-  PrintBars(shares, used, context.output);
-  return ExitStatus::Success;
+  const bool is_above = command.fail_above && static_cast<double>(used * 100) > *command.fail_above * kCapacity;
+  return is_above ? ExitStatus::Missing : ExitStatus::Success;
 }
 
 }  // namespace ledgerctl

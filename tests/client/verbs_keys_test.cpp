@@ -1,12 +1,16 @@
 // The verbs for single keys.
 #include <fcntl.h>
 
+#include "client/merge_warnings.h"
+#include "client/quote_word.h"
 #include "lib/platform/posix_helpers.h"
 #include "tests/client/client_fixture.h"
 
 namespace test_client {
 namespace {
 
+using ledgerctl::LostAtRestart;
+using ledgerctl::ShownKey;
 using KeyVerbs = ClientTest;
 
 TEST_F(KeyVerbs, GetPrintsTheValueAsItIs) {
@@ -35,29 +39,87 @@ TEST_F(KeyVerbs, GetAsksAgainForAnEmptyValueOnly) {
   EXPECT_EQ(registry.TakeCalls(), (Calls{"Read", "KeyExists"}));
 }
 
-TEST_F(KeyVerbs, SetWritesTheValueAsItIs) {
+TEST_F(KeyVerbs, SetWritesTheValueUnchanged) {
   EXPECT_EQ(Run({"set", "S", "K", "a\nb"}), Prints(""));
   EXPECT_EQ(registry.TakeCalls(), (Calls{"Write"}));
   EXPECT_EQ(back_end->Read("s", "k"), "a\nb");
   const StandardInput input("line\n\n");
+  EXPECT_EQ(Run({"set", "--", "s", "k=1", "-"}), Prints(""));
+  EXPECT_EQ(back_end->Read("s", "k=1"), "-");
   EXPECT_EQ(Run({"set", "s", "k", "-"}), Prints(""));
   EXPECT_EQ(back_end->Read("s", "k"), "line\n\n");
 }
 
-TEST_F(KeyVerbs, SetFlushesIfItIsTold) {
+TEST_F(KeyVerbs, SetFlushesIfAsked) {
   EXPECT_EQ(Run({"set", "s", "k", "v"}), Prints(""));
   EXPECT_EQ(back_end.store->Text(), "");
   EXPECT_EQ(Run({"set", "--flush", "s", "k", "v"}), Prints(""));
   EXPECT_EQ(back_end.store->Text(), "[s]\nk=v\n");
 }
 
-TEST_F(KeyVerbs, SetWarnsOfWhatARestartLoses) {
-  EXPECT_EQ(Run({"set", "s", "[k", "v"}),
-            (Outcome{0, "", "ledgerctl: warning: lost at a restart: key '[k' in section 's' (begins with \"[\")\n"}));
-  EXPECT_EQ(
-      Run({"set", "s", "", ""}),
-      (Outcome{0, "", "ledgerctl: warning: lost at a restart: key '' in section 's' (without name and value)\n"}));
-  EXPECT_EQ(Run({"-q", "set", "s", "[k", "v"}), Prints(""));
+TEST_F(KeyVerbs, SetWritesSeveralPairsByOneCallAndAtOnce) {
+  back_end->Write("s", "old", "1");
+  const StandardInput input("\"\\\xc3\xb6\n");
+  EXPECT_EQ(Run({"set", "S", "B", "-", "a", "", "-c", "-5", "--force", "--"}), Prints(""));
+  EXPECT_EQ(registry.TakeCalls(), (Calls{"WriteJson"}));
+  EXPECT_EQ(back_end.store->Text(), "[s]\n--force=--\n-c=-5\na\nb=\"\\\xc3\xb6%0a\nold=1\n");
+}
+
+TEST_F(KeyVerbs, SetChangesAllPairsOrNone) {
+  EXPECT_EQ(Run({"set", "s", "a", "1", "b", std::string(16383, 'x')}),
+            (Outcome{5, "", "ledgerctl: registry full (16383 bytes); nothing changed\n"}));
+  EXPECT_EQ(Run({"set", "s", "a", "1", "b", "\xff"}),
+            (Outcome{2, "", "ledgerctl: D-Bus cannot carry the value of key 'b' in section 's': it is not UTF-8\n"}));
+  EXPECT_EQ(Run({"set", "s", "a", "1", "\xff", "2"}).status, 3);
+  EXPECT_FALSE(back_end->SectionExists("s"));
+}
+
+TEST_F(KeyVerbs, SetRefusesWhatARestartLosesUnlessForced) {
+  const auto bracket = LostAtRestart(ShownKey("s", "[k"), "begins with \"[\"");
+  const auto empty = LostAtRestart(ShownKey("s", ""), "without name and value");
+  struct Row {
+    std::vector<std::string> pairs;
+    std::vector<std::string> losses;
+  };
+  const Row rows[] = {{{"[k", "v"}, {bracket}},
+                      {{"[k", "v", "a", "b"}, {bracket}},
+                      {{"a", "b", "", "", "[k", "v"}, {empty, bracket}},
+                      {{"", ""}, {empty}},
+                      {{"", "v"}, {}},
+                      {{"k[", ""}, {}}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.pairs.front());
+    back_end->DeleteAll();
+    std::vector<std::string> words = {"set", "s"};
+    words.insert(words.end(), row.pairs.begin(), row.pairs.end());
+    const Outcome refused =
+        row.losses.empty()
+            ? Prints("")
+            : Outcome{3, "", "ledgerctl: " + row.losses.front() + "\nUse --force to set it all the same.\n"};
+    EXPECT_EQ(Run(words), refused);
+    EXPECT_EQ(back_end->KeyExists("s", row.pairs.front()), row.losses.empty());
+    words.insert(words.begin() + 1, "--force");
+    std::string warnings;
+    for (const std::string& loss : row.losses) {
+      warnings += "ledgerctl: warning: " + loss + "\n";
+    }
+    EXPECT_EQ(Run(words), (Outcome{0, "", warnings}));
+    EXPECT_TRUE(back_end->KeyExists("s", row.pairs.front()));
+    words.insert(words.begin(), "-q");
+    EXPECT_EQ(Run(words), Prints(""));
+  }
+}
+
+TEST_F(KeyVerbs, SetRefusesANulByteAlsoIfForced) {
+  for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"l", "v"}}) {
+    const StandardInput input(std::string("a\0b", 3));
+    std::vector<std::string> words = {"set", "--force", "s", "k", "-"};
+    words.insert(words.end(), more.begin(), more.end());
+    EXPECT_EQ(
+        Run(words),
+        (Outcome{3, "", "ledgerctl: D-Bus cannot carry the value of key 'k' in section 's': it holds a NUL byte\n"}));
+    EXPECT_EQ(registry.TakeCalls(), Calls());
+  }
 }
 
 // The daemon would keep an empty section of it.
@@ -65,9 +127,11 @@ TEST_F(KeyVerbs, RefuseABadNameBeforeTheyCall) {
   const std::string bad = "gr\xc3\xb6n";
   const Outcome refused = {3, "", "ledgerctl: invalid name 'gr\xc3\xb6n': only ASCII is allowed\n"};
   const std::vector<std::vector<std::string>> rows = {
-      {"get", "s", bad},    {"get", bad, "k"},   {"set", "s", bad, "v"}, {"set", bad, "k", "v"}, {"exists", bad},
-      {"exists", "s", bad}, {"unset", "s", bad}, {"unset", "-r", bad},   {"list", bad},          {"show", bad},
-      {"edit", bad},        {"watch", bad},      {"watch", "s", bad},
+      {"get", "s", bad},      {"get", bad, "k"},   {"set", "s", bad, "v"},
+      {"set", bad, "k", "v"}, {"exists", bad},     {"set", bad, "k", "v", "l", "w"},
+      {"exists", "s", bad},   {"unset", "s", bad}, {"unset", "-r", bad},
+      {"list", bad},          {"show", bad},       {"edit", bad},
+      {"watch", bad},         {"watch", "s", bad},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.front());

@@ -58,6 +58,20 @@ TEST_F(ViewVerbs, UsageCountsAsTheDaemonDoes) {
   EXPECT_EQ(size, 28u);
 }
 
+TEST_F(ViewVerbs, UsageFailsAboveAPercentage) {
+  // 8192 of 16383 bytes: 50.003 %.
+  back_end->Write("s", "k", std::string(8192 - 7, 'x'));
+  const std::string text = Run({"usage"}).output;
+  const std::string json = Run({"usage", "--json"}).output;
+  for (const auto& [percent, status] : {std::pair("0", 1), {"50", 1}, {"50.003", 1}, {"50.01", 0}, {"100", 0}}) {
+    SCOPED_TRACE(percent);
+    EXPECT_EQ(Run({"usage", "--fail-above", percent}), (Outcome{status, text, ""}));
+    EXPECT_EQ(Run({"-q", "usage", "--json", "--fail-above", percent}), (Outcome{status, json, ""}));
+  }
+  back_end->DeleteAll();
+  EXPECT_EQ(Run({"usage", "--fail-above", "0"}).status, 0);
+}
+
 TEST_F(ViewVerbs, UsageIsOfAnEmptyRegistryToo) {
   EXPECT_EQ(Run({"usage"}), Prints("0 of 16383 bytes used (0 %), 16383 free\n"));
   EXPECT_EQ(Run({"usage", "--json"}), Prints("{\"used\":0,\"capacity\":16383,\"sections\":{}}\n"));

@@ -29,8 +29,8 @@ def verbs(overview):
 
 
 def terms_of(text):
-    """Terms of the page: not its sentences, which end in a full stop."""
-    return [line for line in terms(text, indent=7) if not line.endswith(".")]
+    """Terms of the page: not its sentences, which end in one full stop."""
+    return [line for line in terms(text, indent=7) if line.endswith("...") or not line.endswith(".")]
 
 
 def test_verbs_and_their_arguments_are_those_of_the_help(page, ledgerctl):

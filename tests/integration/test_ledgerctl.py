@@ -98,7 +98,7 @@ def test_shown_registry_is_read_by_a_shell(ledgerctl, client):
     assert ledgerctl.output("-0", "get", "s", "k") == value.encode() + b"\0"
     assert json.loads(ledgerctl.output("--json", "get", "s", "k")) == value
     name = re.sub("[\0A-Z]", "", value).encode("ascii", "ignore").decode()
-    ledgerctl.output("set", "--", name, name, "-")
+    ledgerctl.output("set", "--", name, name, "v")
     assert ledgerctl.output("-0", "list") == b"\0".join(sorted([name.encode(), b"s"])) + b"\0"
     assert ledgerctl.output("-0", "list", "--", name) == name.encode() + b"\0"
 

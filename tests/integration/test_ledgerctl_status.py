@@ -140,7 +140,8 @@ def test_own_error_of_the_daemon_is_verbatim(ledgerctl, world, client):
 @pytest.mark.parametrize("command, output", [
     (("load",), b""),
     (("edit",), b"- [s] k=v\n+ [s] k=w\n"),
-    (("set", "s", "k", "w", "--flush"), b""),
+    (("set", "--flush", "s", "k", "w"), b""),
+    (("set", "s", "k", "w", "l", "w"), b""),
 ], ids=str)
 def test_change_that_the_daemon_cannot_write(ledgerctl, world, client, command, output):
     client.write("s", "k", "v")
