@@ -18,6 +18,8 @@ from raw_client import MEMBER_FIELD
 from stalled_bus import StalledBus
 
 REFUSED = '  <policy context="default"><deny send_destination="com.tavimesh.Registry"/></policy>\n'
+DASH_HINT = b'Write "--" before names and values that begin with "-".'
+FORCE_HINT = b"Use --force to set it all the same."
 FULL_TEXT = b"registry full (16383 bytes); nothing changed"
 NOT_RUNNING_TEXT = b"the daemon is not running"
 
@@ -25,6 +27,7 @@ NOT_RUNNING_TEXT = b"the daemon is not running"
 VERBS = {
     "get": ("get", "s", "k"),
     "set": ("set", "s", "k", "v"),
+    "set pairs": ("set", "s", "k", "v", "l", "w"),
     "exists": ("exists", "s", "k"),
     "exists section": ("exists", "s"),
     "list": ("list",),
@@ -63,17 +66,45 @@ def stop(process):
     (("unset", "s", "none"), failure(MISSING, b"no key 'none' in section 's'")),
     (("diff", "-"), (MISSING, b"- [s] k=v\n", b"")),
     (("get", "s"), failure(USAGE, b'get: KEY is required\nTry "ledgerctl help get".')),
+    (("get", "s", "-k"), failure(USAGE, b"get: unknown option -k\n" + DASH_HINT + b'\nTry "ledgerctl help get".')),
+    (("exists", "-help"), failure(USAGE, b"exists: unknown option -help\n" + DASH_HINT
+                                  + b'\nTry "ledgerctl help exists".')),
+    (("--timeout=", "list"), failure(
+        USAGE, b"--timeout: '' is not a number of seconds from 0.001 to 21600\nTry \"ledgerctl help\".")),
+    (("set", "s", "k", "w", "--flush"), failure(
+        USAGE, b'set: KEY --flush needs a VALUE\nWrite options before SECTION.\nTry "ledgerctl help set".')),
+    (("set", "s", "k=w"), failure(
+        USAGE, b"set: KEY 'k=w' has \"=\" in it\nwrite: ledgerctl set s k w\nTry \"ledgerctl help set\".")),
+    (("set", "s", "k", "w", "K", "x"), failure(USAGE, b'set: KEY K is given twice\nTry "ledgerctl help set".')),
+    (("set", "s", "k", "-", "l", "-"), failure(USAGE, b'set: only one VALUE can be "-"\nTry "ledgerctl help set".')),
     (("set", "s", "k", b"\xff"), failure(USAGE, b"D-Bus cannot carry the value: it is not UTF-8")),
+    (("set", "s", "k", b"\xff", "l", "w"), failure(
+        USAGE, b"D-Bus cannot carry the value of key 'k' in section 's': it is not UTF-8")),
+    (("usage", "--fail-above", "100.5"), failure(
+        USAGE, b'usage: --fail-above: 100.5 is not a percentage from 0 to 100\nTry "ledgerctl help usage".')),
+    (("usage", "--fail-above", "0"), (MISSING, b"8 of 16383 bytes used (0 %), 16375 free\n     8  s\n", b"")),
     (("get", b"caf\xc3\xa9", "k"), failure(INVALID_NAME, b"invalid name 'caf\xc3\xa9': only ASCII is allowed")),
     (("get", "s", b"\xff"), failure(INVALID_NAME, b"invalid name $'\\xff': only ASCII is allowed")),
     (("set", "new", b"\xff", "v"), failure(INVALID_NAME, b"invalid name $'\\xff': only ASCII is allowed")),
+    (("set", "s", "l", "w", "[k", "w"), failure(
+        INVALID_NAME, b"lost at a restart: key '[k' in section 's' (begins with \"[\")\n" + FORCE_HINT)),
+    (("set", "s", "", ""), failure(
+        INVALID_NAME, b"lost at a restart: key '' in section 's' (without name and value)\n" + FORCE_HINT)),
     (("set", "s", "k", "x" * 16384), failure(FULL, FULL_TEXT)),
+    (("set", "s", "k", "w", "l", "x" * 16384), failure(FULL, FULL_TEXT)),
     (("dump", "/nonexistent/file"), failure(LOCAL, b"/nonexistent/file: No such file or directory")),
 ], ids=str)
 def test_answer_of_a_running_daemon(ledgerctl, client, command, expected):
     client.write("s", "k", "v")
     assert ledgerctl.run(*command, input=b"{}") == expected
     assert client.read_all_json() == '{"s":{"k":"v"}}'
+
+
+@pytest.mark.parametrize("option", [(), ("--force",)], ids=str)
+def test_value_with_a_nul_byte(ledgerctl, client, option):
+    assert ledgerctl.run("set", *option, "s", "k", "-", input=b"a\0b") == failure(
+        INVALID_NAME, b"D-Bus cannot carry the value of key 'k' in section 's': it holds a NUL byte")
+    assert client.read_all_json() == "{}"
 
 
 def test_value_that_no_message_can_hold(ledgerctl, client):
