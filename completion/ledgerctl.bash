@@ -1,4 +1,4 @@
-# Completion of ledgerctl for bash. Sections and keys are asked of the daemon; the bus may start it for that.
+# Completion of ledgerctl for bash. Sections and keys are those of the daemon; the bus may start it for that.
 # shellcheck shell=bash
 
 # _ledgerctl_names [SECTION]: adds the names that begin with the word in hand.
@@ -26,52 +26,54 @@ _ledgerctl() {
   local cur prev words cword split
   _init_completion -n =: || return
 
-  local verb='' word i skip=0
+  local verb='' word i skip=0 literal=0
   local -a names=()
   for ((i = 1; i < cword; i++)); do
     word=${words[i]}
     if ((skip)); then
       skip=0
-    elif [[ $word == --timeout || $word == --default || $word == -i ]]; then
-      skip=1
-    elif [[ $word == -?* ]]; then
-      :
+    elif ((!literal)) && [[ $word == -- ]]; then
+      literal=1
+    elif ((!literal)) && [[ $word == -?* ]]; then
+      [[ $word != @(--timeout|--default|--fail-above|--exec|-i) ]] || skip=1
     elif [ -z "$verb" ]; then
       verb=$word
     else
       # As the shell would understand the word.
       names+=("$(_ledgerctl_unquoted "$word")")
+      [ "$verb" != set ] || literal=1
     fi
   done
   ((!skip)) || return
 
   local verbs=(get set exists list show unset clear flush dump load edit diff watch usage help)
-  local common=(-q --quiet -h --help --timeout)
   local -A options=(
-    [get]="-0 --json --default" [set]="--flush" [exists]="--json" [list]="-0 --json" [show]="--json" [unset]="-r"
-    [clear]="--yes" [flush]="--sync" [load]="--replace --missing-only --dry-run" [watch]="-i" [usage]="--json"
+    [none]="-0 --null --json --version" [get]="-0 --null --json --default" [set]="--flush --force" [exists]="--json"
+    [list]="-0 --null --json" [show]="--json" [unset]="-r" [clear]="--yes" [flush]="--sync"
+    [load]="--text --force --replace --missing-only --dry-run" [edit]="--force" [watch]="-i --json --exec"
+    [usage]="--json --fail-above"
   )
-  if [[ $cur == -* ]]; then
+  if ((!literal)) && [[ $cur == -* ]]; then
+    # Not quoted: each option is a word.
     # shellcheck disable=SC2086
-    _ledgerctl_words "${common[@]}" ${options[${verb:-none}]-"-0 --json --version"}
+    _ledgerctl_words -q --quiet -h --help --timeout ${options[${verb:-none}]-}
     return
   fi
   case $verb:${#names[@]} in
-    :*) _ledgerctl_words "${verbs[@]}" ;;
-    help:0) _ledgerctl_words "${verbs[@]}" ;;
+    :* | help:0) _ledgerctl_words "${verbs[@]}" ;;
     get:0 | set:0 | exists:0 | list:0 | show:0 | unset:0 | edit:0 | watch:0) _ledgerctl_names ;;
-    get:1 | set:1 | exists:1 | unset:1 | watch:1) _ledgerctl_names "${names[0]}" ;;
+    get:1 | set:*[13579] | exists:1 | unset:1 | watch:1) _ledgerctl_names "${names[0]}" ;;
     dump:0 | load:0 | diff:0)
       _filedir
       return
       ;;
   esac
-  # Readline replaces only what stands behind the last of these.
+  # Readline replaces only what follows the last of these.
   local kept=${cur%"${cur##*[=:]}"}
   COMPREPLY=("${COMPREPLY[@]#"$kept"}")
 }
 
-# Takes away backslashes and quotes, without running what is in between.
+# Removes backslashes and quotes, without running their contents.
 _ledgerctl_unquoted() {
   local dequoted
   if [[ $1 != *[\$\`]* ]] && dequoted=$(xargs -n 1 printf '%s' <<<"$1" 2>/dev/null); then
