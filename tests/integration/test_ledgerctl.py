@@ -202,3 +202,14 @@ def test_closed_streams(ledgerctl, client):
     assert ledgerctl.run("get", "s", "k", wrapper=closing_all)[0] == LOCAL
     assert ledgerctl.run("set", "s", "k", "w", wrapper=closing_all)[0] == 0
     assert client.read("s", "k") == "w"
+
+
+@needs_strace
+@pytest.mark.parametrize("value, calls", [("v", 1), ("", 2)], ids=["value", "empty value"])
+def test_get_asks_no_more_than_it_must(ledgerctl, client, value, calls):
+    client.write("s", "k", value)
+    log = ledgerctl.world.path / "calls"
+    ledgerctl.output("get", "s", "k", wrapper=(
+        *observe.without_leak_check(), "strace", "-o", str(log), "-e", "trace=sendmsg"))
+    greeting = 1
+    assert log.read_text().count("sendmsg(") == greeting + calls
