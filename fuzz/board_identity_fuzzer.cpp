@@ -1,4 +1,4 @@
-// The text of "/proc/boardid" in any shape: the last value of each key counts, as the model says.
+// Fuzzer of the parser of "/proc/boardid". The model: the last value of each key wins.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -10,19 +10,19 @@
 
 namespace {
 
-constexpr char kBlanks[] = " \t\v\f\r";
+constexpr char kWhitespace[] = " \t\v\f\r";
 constexpr std::size_t kLongestKey = 20;
 constexpr std::size_t kLongestValue = 64;
 
-// Takes the next word of at most `longest` bytes off the line.
+// Removes the next word from the line and returns it. If the word is longer than `longest`, its rest stays in the line.
 std::string TakeWord(std::string& line, std::size_t longest) {
-  line.erase(0, line.find_first_not_of(kBlanks));
-  std::string word = line.substr(0, line.find_first_of(kBlanks)).substr(0, longest);
+  line.erase(0, line.find_first_not_of(kWhitespace));
+  std::string word = line.substr(0, line.find_first_of(kWhitespace)).substr(0, longest);
   line.erase(0, word.size());
   return word;
 }
 
-// The last value of each key. A line ends at its first NUL byte.
+// Returns the last value of each key. A line ends at its first NUL byte.
 std::map<std::string, std::string> Values(const std::string& text) {
   std::map<std::string, std::string> values;
   for (std::size_t begin = 0; begin < text.size();) {
@@ -33,7 +33,7 @@ std::map<std::string, std::string> Values(const std::string& text) {
     const std::string value = TakeWord(line, kLongestValue);
     if (!value.empty()) {
       values[key] = value;
-      // Both keys mean the same field.
+      // Both keys set the same field.
       if (key == "BOLT-version:") {
         values["CFE-version:"] = value;
       }
@@ -42,7 +42,8 @@ std::map<std::string, std::string> Values(const std::string& text) {
   return values;
 }
 
-// The number that a plain decimal or hexadecimal value of few digits stands for, -1 for all other values.
+// Returns the number in a decimal value without leading zeros or a hexadecimal value, if it has at most seven digits.
+// Returns -1 for all other values.
 long PlainNumber(const std::string& value) {
   const bool hexadecimal = value.compare(0, 2, "0x") == 0;
   const std::string digits = hexadecimal ? value.substr(2) : value;
@@ -61,18 +62,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   fuzz::RequireEqual(board.family, values["Family:"], "the family");
   fuzz::RequireEqual(board.secure_id, values["Secure-ID:"], "the secure id");
-  fuzz::RequireEqual(board.bootloader_version, values["CFE-version:"], "the bootloader's version");
+  fuzz::RequireEqual(board.bootloader_version, values["CFE-version:"], "the bootloader version");
   const std::string revision = values["Revision:"];
   fuzz::Require(board.revision == (revision.empty() ? -1 : static_cast<unsigned char>(revision[0]) - 64),
-                "the revision is the letter's");
+                "the revision is the number of its letter");
   if (const std::string id = values["ID:"]; id.empty() || PlainNumber(id) >= 0) {
     fuzz::Require(board.board_id == PlainNumber(id), "the board id is the number");
   }
   if (const long keys = PlainNumber(values["Secure-keys:"]); keys >= 0 || values["Secure-keys:"].empty()) {
-    fuzz::Require(board.secure_keys == (keys > 0), "secure keys are on for any number but 0");
+    fuzz::Require(board.secure_keys == (keys > 0), "secure keys are on for every number except 0");
   }
   if (const long boot = PlainNumber(values["Secure-boot:"]); boot >= 0 || values["Secure-boot:"].empty()) {
-    fuzz::Require(board.secure_boot == (boot > 0), "secure boot is on for any number but 0");
+    fuzz::Require(board.secure_boot == (boot > 0), "secure boot is on for every number except 0");
   }
   return 0;
 }

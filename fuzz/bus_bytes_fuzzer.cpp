@@ -1,4 +1,4 @@
-// The bytes of one D-Bus message, as far as libdbus takes them for one, to the served registry.
+// Fuzzer of the served registry: sends it one D-Bus message, made of any bytes that libdbus accepts as a message.
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (read == nullptr || dbus_message_contains_unix_fds(read.get())) {
     return 0;
   }
-  // A copy gets a serial number of its own when it is sent.
+  // A copy gets a new serial number when it is sent.
   const fuzz::Message message(dbus_message_copy(read.get()));
   const std::string stored_text = "[net]\nip=10.0.0.1\n[s]\nk=v\n";
   fuzz::PeerBus& bus = fuzz::PeerBus::Instance();

@@ -1,6 +1,6 @@
-// Any messages to the served registry, through the daemon's event loop: each call gets its one reply, which is the
-// model's, and the registry stays the model's. A line with the store's capacity, one with the text that it holds at
-// first, then messages as fuzz/support/bus_input.h describes them.
+// Fuzzer of the served registry: sends it any messages through the daemon's event loop. Each call must get exactly the
+// reply of the model, and the registry must keep the contents of the model. The input is a line with the capacity of
+// the store, a line with the stored text, then messages as described in fuzz/support/bus_input.h.
 #include <cstddef>
 #include <cstdint>
 #include <memory>

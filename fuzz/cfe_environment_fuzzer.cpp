@@ -1,5 +1,6 @@
-// The bootloader's environment: any erase block parses to what the model says, or is refused with the same words, and
-// nothing outside the block is read (the sanitizer watches a buffer of the very size).
+// Fuzzer of the parser of the bootloader environment. The parser must return the environment of the model or fail with
+// its error. It must not read outside the erase block: the buffer has exactly the size of the block, so
+// AddressSanitizer notices.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -51,7 +52,6 @@ Outcome Model(const std::string& block) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  // A copy that ends where the block ends.
   const std::unique_ptr<unsigned char[]> block(new unsigned char[size]);
   std::copy(data, data + size, block.get());
 
@@ -67,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   const Outcome expected = Model(std::string(data, data + size));
   fuzz::RequireEqual(outcome.error, expected.error, "the parser's error");
-  fuzz::Require(outcome.environment == expected.environment, "the environment is the model's");
+  fuzz::Require(outcome.environment == expected.environment, "the environment is that of the model");
   fuzz::RequireEqual(outcome.diagnostics, expected.diagnostics, "standard error");
   return 0;
 }

@@ -1,4 +1,5 @@
-// Percent escaping with any set of bytes, and its inverse on any text. A line with the set, then the text.
+// Fuzzer of percent escaping with any set of bytes, and of its inverse. The input is a line with the set, then the
+// text.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -21,14 +22,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string reversible = escape::EscapeCopy(text, (set + '%').c_str());
   fuzz::RequireEqual(escape::UnescapeCopy(reversible), text, "the text after a round trip");
   if (text.find('%') == std::string::npos) {
-    fuzz::RequireEqual(escape::UnescapeCopy(escaped), text, "a text without percent sign after a round trip");
+    fuzz::RequireEqual(escape::UnescapeCopy(escaped), text, "a text without a percent sign after a round trip");
   }
 
   const std::string printable = escape::PrintableCopy(text);
   for (const char byte : printable) {
     fuzz::Require(byte >= ' ' && byte <= '~', "the printable copy is printable");
   }
-  fuzz::RequireEqual(escape::UnescapeCopy(printable), text, "the text behind its printable copy");
+  fuzz::RequireEqual(escape::UnescapeCopy(printable), text, "the unescaped printable copy");
   for (const char byte : escape::AsciiCopy(text)) {
     fuzz::Require(static_cast<unsigned char>(byte) < 0x80, "the ASCII copy is ASCII");
   }

@@ -1,4 +1,5 @@
-// The cap of formatted strings: a line with a width, a line with a precision, then a text.
+// Fuzzer of the length limit of formatted strings. The input is a line with a width, a line with a precision, then a
+// text.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +13,7 @@ namespace {
 
 constexpr std::size_t kGreatest = 9000;
 
-// "%*.*s" by hand: the text up to its first NUL, cut to the precision, padded on the left to the width.
+// Formats "%*.*s" by hand: the text up to its first NUL, cut to the precision, padded on the left to the width.
 std::string Whole(std::size_t width, std::size_t precision, const std::string& text) {
   const std::string shown = std::string(text.c_str()).substr(0, precision);
   return std::string(width - std::min(width, shown.size()), ' ') + shown;
@@ -33,6 +34,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                      Capped(whole), "the formatted text");
   fuzz::RequireEqual(bramble::strprintf("<%s> %zu%%", text.c_str(), width),
                      Capped("<" + std::string(text.c_str()) + "> " + std::to_string(width) + "%"),
-                     "the formatted text of several parts");
+                     "the formatted text with several conversions");
   return 0;
 }

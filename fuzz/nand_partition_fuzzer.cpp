@@ -1,4 +1,5 @@
-// The kernel's table of NAND partitions. A line with the wanted name, then the table.
+// Fuzzer of the parser of the kernel's table of NAND partitions. The input is a line with the wanted name, then the
+// table.
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
@@ -47,8 +48,8 @@ std::string WithoutQuotes(std::string name) {
   return name;
 }
 
-// The partition, or none; nothing at all for a table with other words where the kernel writes a number in hexadecimal,
-// as those can end in the middle of a word.
+// Returns the partition, or an empty inner optional if the table does not contain it. Returns nothing if a size is not
+// a hexadecimal number: the parser may then stop in the middle of a word.
 std::optional<std::optional<NandPartition>> Model(const std::string& table, const std::string& wanted) {
   const std::vector<std::string> words = Words(table);
   for (std::size_t i = 4; i + 1 < words.size(); i += 4) {
@@ -78,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     found = ParseNandPartition(table, wanted);
     fuzz::RequireEqual(found->name, wanted, "the name of the partition");
-    fuzz::RequireEqual(found->path.substr(0, 5), "/dev/", "the folder of the device");
+    fuzz::RequireEqual(found->path.substr(0, 5), "/dev/", "the directory of the device");
   } catch (const std::runtime_error& e) {
     fuzz::RequireEqual(std::string(e.what()).substr(0, 37), "Failed to find NAND partition named '", "the error");
   }
@@ -86,8 +87,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::Require(found.has_value() == expected->has_value(), "the partition is found if the model finds it");
     if (found.has_value()) {
       fuzz::RequireEqual(found->path, (*expected)->path, "the path");
-      fuzz::Require(found->size == (*expected)->size, "the size is the model's");
-      fuzz::Require(found->erase_size == (*expected)->erase_size, "the size of the erase blocks is the model's");
+      fuzz::Require(found->size == (*expected)->size, "the size is that of the model");
+      fuzz::Require(found->erase_size == (*expected)->erase_size, "the erase size is that of the model");
     }
   }
   return 0;

@@ -1,5 +1,5 @@
-// The import of any JSON text, compared with the model, and the export behind it. A line with the store's capacity, one
-// with the text that it holds at first, then the JSON text.
+// Fuzzer of the import of JSON: compares the result with the model, then imports an export into an empty registry. The
+// input is a line with the capacity of the store, a line with the stored text, then the JSON text.
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -16,7 +16,8 @@ namespace {
 
 constexpr std::size_t kGreatestCapacity = 16383;
 
-// Whether an import into an empty registry brings the same table about: it makes no empty section.
+// Whether an import of the exported table into an empty registry creates the same table. An import creates no empty
+// sections.
 bool CanBeImported(const RegistrySections& sections) {
   fuzz::RegistryModel folding("", kGreatestCapacity);
   for (const auto& [section, keys] : sections) {
@@ -29,7 +30,7 @@ bool CanBeImported(const RegistrySections& sections) {
       }
     }
   }
-  // Capitals come from a stored text only.
+  // Only a stored text can contain names with upper-case letters.
   return folding.Sections() == sections;
 }
 

@@ -1,6 +1,6 @@
-// Any sequence of operations on the registry's back end, compared with the model after each of them; and on a second
-// one, which is flushed each time, so that its whole text is compared. A line with the store's capacity, one with the
-// text that it holds at first, then the operations.
+// Fuzzer of the registry's back end: runs any sequence of operations and compares the back end with the model after
+// each. A second back end is flushed after each operation, so that its complete text can be compared. The input is a
+// line with the capacity of the store, a line with the stored text, then the operations.
 #include <cstddef>
 #include <cstdint>
 #include <memory>

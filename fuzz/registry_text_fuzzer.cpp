@@ -1,4 +1,5 @@
-// The registry's text form: any bytes parse to what the model says, and what is written reads back.
+// Fuzzer of the text form of the registry. The parser must agree with the model on any bytes. The written text must be
+// read back as the same table, except for the keys that SurvivesReload names.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -10,13 +11,13 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   const RegistrySections sections = ParseRegistry(text);
-  fuzz::Require(sections == fuzz::ModelParse(text), "the text is parsed as the model does");
+  fuzz::Require(sections == fuzz::ModelParse(text), "the text is parsed as by the model");
 
   const std::string written = SerialiseRegistry(sections);
-  fuzz::RequireEqual(written, fuzz::ModelSerialise(sections), "the text that is written");
+  fuzz::RequireEqual(written, fuzz::ModelSerialise(sections), "the written text");
 
   const RegistrySections read_back = ParseRegistry(written);
-  fuzz::Require(read_back == fuzz::ModelParse(written), "the text that is written is parsed as the model does");
-  fuzz::Require((read_back == sections) == fuzz::SurvivesReload(sections), "the table reads back, but for odd keys");
+  fuzz::Require(read_back == fuzz::ModelParse(written), "the written text is parsed as by the model");
+  fuzz::Require((read_back == sections) == fuzz::SurvivesReload(sections), "the table is read back if it can be");
   return 0;
 }

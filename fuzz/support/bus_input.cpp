@@ -15,7 +15,7 @@ constexpr std::size_t kLongestString = 100000;
 
 bool Has(const std::string& letters, char letter) { return letters.find(letter) != std::string::npos; }
 
-// Appends values of the given types, which are read from the input.
+// Reads values of the given types from the input and appends them to a message.
 class Writer {
 public:
   Writer(Input& input, bool long_strings) : m_input(input), m_long_strings(long_strings) {}
@@ -117,7 +117,7 @@ Message NewMessage(const std::string& member, const std::string& letters) {
                                        : DBUS_MESSAGE_TYPE_METHOD_CALL;
   Message message(dbus_message_new(type));
   const char* interface = InterfaceFor(letters);
-  // A signal without an interface is no valid message.
+  // A signal must have an interface.
   interface = interface == nullptr && type == DBUS_MESSAGE_TYPE_SIGNAL ? "com.example.Other" : interface;
   dbus_message_set_path(message.get(), Has(letters, 'p')   ? "/com/tavimesh"
                                        : Has(letters, 'c') ? "/com/tavimesh/Registry/child"

@@ -1,4 +1,4 @@
-// D-Bus messages from a fuzzer's fields.
+// D-Bus messages made from the fields of a fuzzer's input.
 #pragma once
 
 #include "fuzz/support/input.h"
@@ -6,13 +6,13 @@
 
 namespace fuzz {
 
-/// Takes a message: fields with the member, with letters for what is special about the message, with the signature of
-/// its arguments, and then one for each basic value. Returns null for one that cannot be sent.
+/// Reads a message from the input: a field with the member, a field with letters for the properties below, a field with
+/// the signature of the arguments, then one field for each basic value. Returns null if the message cannot be sent.
 ///
-///     n  wants no reply            i  names no interface         p  is for the parent of the object
-///     s  is a signal               I  names Introspectable       c  is for a child of the object
-///     r  is a method's return      P  names Properties           b  has each string a hundred times over
-///     e  is an error               R  names Peer                 x  names an unknown interface
+///     n  expects no reply      i  no interface               p  for the parent of the object
+///     s  signal                I  interface Introspectable   c  for a child of the object
+///     r  method return         P  interface Properties       b  repeats each string 128 times
+///     e  error                 R  interface Peer             x  unknown interface
 Message TakeMessage(Input& input);
 
 }  // namespace fuzz

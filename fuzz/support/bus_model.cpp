@@ -17,12 +17,12 @@ constexpr char kInterface[] = "com.tavimesh.Registry";
 constexpr char kErrors[] = "com.tavimesh.Registry.Errors.";
 constexpr std::size_t kLongestErrorText = 4000;
 
-// The library has the last word on whom it does not know.
+// The library chooses the error for an unknown object, interface or method. Only the beginning of its name is fixed.
 constexpr char kUnknown[] = "error org.freedesktop.DBus.Error.Unknown";
 
 bool BeginsWith(const std::string& text, const std::string& beginning) { return text.rfind(beginning, 0) == 0; }
 
-// The strings of a reply, in their order, each with a line feed: what Outcome makes of results, too.
+// Returns the strings of a reply in their order, each followed by a newline. Outcome returns results in the same form.
 std::string Values(DBusMessageIter* iterator) {
   std::string values;
   for (int type; (type = dbus_message_iter_get_arg_type(iterator)) != DBUS_TYPE_INVALID;
@@ -89,7 +89,8 @@ std::string CarriedResult(RegistryModel& model, const Operation& operation, cons
   return name == "KeyExists" || name == "SectionExists" ? "returns b " + result : "returns  ";
 }
 
-// What a caller of the registry's method sees; the beginning of it for an error whose text varies.
+// Returns the reply that a caller of the method gets. For an error with a varying text, returns the beginning of the
+// reply.
 std::string ExpectedOf(RegistryModel& model, const Operation& operation) {
   const std::string returns = "returns ";
   const std::string outcome = Outcome(model, operation);
@@ -109,7 +110,7 @@ std::string ExpectedOf(RegistryModel& model, const Operation& operation) {
   return error + "Exception " + outcome.substr(std::strlen("throws "));
 }
 
-// The call's leading string arguments.
+// Returns the string arguments at the beginning of the call.
 std::vector<std::string> Strings(DBusMessage& call) {
   std::vector<std::string> strings;
   DBusMessageIter iterator;
@@ -122,7 +123,7 @@ std::vector<std::string> Strings(DBusMessage& call) {
   return strings;
 }
 
-// What a call to the registry's object that wants a reply is answered with, or the beginning of it.
+// Returns the reply, or its beginning, to a call to the registry's object that expects a reply.
 std::string Expected(RegistryModel& model, DBusMessage& call) {
   const char* const interface = dbus_message_get_interface(&call);
   const std::string member = dbus_message_get_member(&call);
@@ -143,22 +144,23 @@ std::string Expected(RegistryModel& model, DBusMessage& call) {
 
 void RequireReplies(RegistryModel& model, DBusMessage& message, const std::vector<Message>& replies) {
   for (const Message& reply : replies) {
-    Require(dbus_message_get_reply_serial(reply.get()) == dbus_message_get_serial(&message), "a reply is to the call");
+    Require(dbus_message_get_reply_serial(reply.get()) == dbus_message_get_serial(&message),
+            "a reply refers to the call");
   }
-  // What libdbus answers by itself: all to the connection's own interface, calls to objects that do not exist.
+  // libdbus itself answers messages for the Peer interface and calls to objects that do not exist.
   const bool is_call = dbus_message_get_type(&message) == DBUS_MESSAGE_TYPE_METHOD_CALL;
   if (dbus_message_has_interface(&message, DBUS_INTERFACE_PEER) ||
       (is_call && !dbus_message_has_path(&message, kObjectPath))) {
-    Require(replies.size() <= 1, "a message has one reply at most");
+    Require(replies.size() <= 1, "a message gets at most one reply");
     return;
   }
   if (!is_call) {
-    RequireEqual(replies.empty() ? "" : Described(*replies.front()), "", "the answer to what is no call");
+    RequireEqual(replies.empty() ? "" : Described(*replies.front()), "", "the reply to a message that is not a call");
     return;
   }
   const std::string expected = Expected(model, message);
   if (dbus_message_get_no_reply(&message)) {
-    RequireEqual(replies.empty() ? "" : Described(*replies.front()), "", "the answer to a call that wants none");
+    RequireEqual(replies.empty() ? "" : Described(*replies.front()), "", "the reply to a call that expects none");
     return;
   }
   Require(replies.size() == 1, "a call gets one reply");

@@ -1,4 +1,4 @@
-// What shall come back from the bus for a message to the registry's object, told by the model of the registry.
+// The expected replies to D-Bus messages for the registry's object, computed by the model of the registry.
 #pragma once
 
 #include <dbus/dbus.h>
@@ -8,11 +8,11 @@
 
 namespace fuzz {
 
-/// Sends the message, lets the model do what it asks for, and requires that what comes back is what must: for a call
-/// that wants a reply exactly one, with the model's result or the error that stands for its exception.
+/// Sends the message and executes it in the model. Requires exactly one reply to a call that expects a reply: the
+/// result of the model, or the error for its exception.
 void RequireAnswered(PeerBus& bus, RegistryModel& model, DBusMessage& message);
 
-/// Requires that calls show the model's contents, as far as D-Bus can carry them.
+/// Requires that calls return the contents of the model. Skips the keys of a section whose name D-Bus cannot carry.
 void RequireContents(PeerBus& bus, RegistryModel& model);
 
 }  // namespace fuzz

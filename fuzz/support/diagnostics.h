@@ -1,4 +1,5 @@
-// Collects the diagnostics of the code under test, thousands a second, without a system call.
+// Captures the diagnostics of the code under test in memory. It makes no system call, so that a fuzzer can run
+// thousands of inputs per second.
 #pragma once
 
 #include <cstdio>
@@ -7,8 +8,8 @@
 
 namespace fuzz {
 
-/// While it lives, what is printed to `stderr` goes to memory. What writes to descriptor 2, as the sanitizers' reports
-/// do, still gets there.
+/// While this object exists, output to `stderr` is kept in memory. Output that is written directly to descriptor 2,
+/// such as the reports of the sanitizers, is not captured.
 class Diagnostics {
 public:
   Diagnostics() : m_saved(stderr) { stderr = ::open_memstream(&m_text, &m_size); }

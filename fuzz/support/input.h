@@ -1,4 +1,4 @@
-// A fuzzer's bytes as fields, one a line, so that a seed can be written with an editor.
+// The input of a fuzzer as fields, one on each line, so that seeds can be written with an editor.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +14,7 @@ public:
 
   bool AtEnd() const { return m_rest.empty(); }
 
-  /// The bytes up to the next line feed or the end. A backslash stands for the byte behind it, which may be a line
-  /// feed.
+  /// Returns the bytes up to the next newline or the end. A backslash quotes the next byte, which may be a newline.
   std::string TakeField() {
     std::string field;
     while (!AtEnd()) {
@@ -31,7 +30,7 @@ public:
     return field;
   }
 
-  /// A field that is a decimal number; what is none counts as 0, what is too great as `greatest`.
+  /// Reads a field and returns the decimal number at its beginning: 0 if there is none, `greatest` if it is larger.
   std::size_t TakeNumber(std::size_t greatest) {
     std::size_t number = 0;
     for (const char byte : TakeField()) {
@@ -46,7 +45,7 @@ public:
     return number;
   }
 
-  /// All that is left, as it is.
+  /// Returns all remaining bytes unchanged.
   std::string TakeRest() {
     const std::string rest(m_rest);
     m_rest = {};

@@ -10,7 +10,7 @@ namespace {
 
 struct NotJson {};
 
-// The length of the well-formed UTF-8 sequence that `text` begins with at `at`, 0 if there is none.
+// Returns the length of the well-formed UTF-8 sequence at position `at` of `text`, or 0 if there is none.
 std::size_t SequenceLength(const std::string& text, std::size_t at) {
   const auto byte = [&](std::size_t i) -> unsigned {
     return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0;
@@ -52,10 +52,10 @@ public:
   explicit Parser(const std::string& text) : m_text(text) {}
 
   JsonValue ParseDocument() {
-    // A byte order mark may come first.
+    // The text may begin with a byte order mark.
     TakeWord("\xEF\xBB\xBF");
     JsonValue value = ParseValue();
-    SkipBlanks();
+    SkipWhitespace();
     Expect(AtEnd());
     return value;
   }
@@ -69,7 +69,7 @@ private:
 
   bool AtEnd() const { return m_at == m_text.size(); }
   char Peek() const { return m_at < m_text.size() ? m_text[m_at] : '\0'; }
-  void SkipBlanks() { m_at += std::strspn(m_text.c_str() + m_at, " \t\r\n"); }
+  void SkipWhitespace() { m_at += std::strspn(m_text.c_str() + m_at, " \t\r\n"); }
 
   bool TakeWord(const char* word) {
     if (m_text.compare(m_at, std::strlen(word), word) != 0) {
@@ -80,7 +80,7 @@ private:
   }
 
   bool TakeToken(const char* token) {
-    SkipBlanks();
+    SkipWhitespace();
     return TakeWord(token);
   }
 

@@ -1,4 +1,4 @@
-// JSON, read and written as plainly as possible, for texts so short that recursion does not matter.
+// A second implementation of JSON, as plain as possible. It recurses, so the texts must be short.
 #pragma once
 
 #include <map>
@@ -14,15 +14,15 @@ struct JsonValue {
 
   Kind kind = Kind::Other;
   std::string text;                          // of a string
-  std::map<std::string, JsonValue> members;  // of an object; the last of several of one name
+  std::map<std::string, JsonValue> members;  // of an object; the last of several with the same name
 };
 
-/// Nothing if the text is not JSON.
+/// Returns nothing if the text is not JSON.
 std::optional<JsonValue> ModelParseJson(const std::string& text);
 
 bool ModelIsUtf8(const std::string& text);
 
-/// Nothing if a name or a value is not UTF-8.
+/// Returns nothing if a name or a value is not UTF-8.
 std::optional<std::string> ModelPrintJson(const RegistrySections& sections);
 
 }  // namespace fuzz

@@ -10,11 +10,11 @@
 namespace fuzz {
 namespace {
 
-// The address at which the calling end waits for the served one, just once.
+// A private address on which the calling end accepts one connection.
 class Listener {
 public:
   Listener() : m_server(dbus_server_listen("unix:tmpdir=/tmp", nullptr)) {
-    Require(m_server != nullptr, "a private address can be listened at");
+    Require(m_server != nullptr, "a private address accepts connections");
     dbus_server_set_new_connection_function(m_server, KeepConnection, &m_accepted, nullptr);
     dbus_server_set_watch_functions(m_server, KeepWatch, ForgetWatch, nullptr, &m_watch, nullptr);
   }
@@ -71,7 +71,7 @@ PeerBus::PeerBus() {
   m_calling_end = listener.Accept();
   dbus_connection_set_exit_on_disconnect(m_calling_end, FALSE);
   for (;;) {
-    // What the authentication has to say is written by the turn behind the one that has read.
+    // One call reads a line of the authentication. Only the next call writes the answer.
     MoveCallingEnd();
     MoveCallingEnd();
     if (dbus_connection_get_is_authenticated(m_calling_end)) {
@@ -91,7 +91,7 @@ std::vector<Message> PeerBus::Exchange(DBusMessage& message) {
     if (Receive(ping, received)) {
       break;
     }
-    // As the ping is not answered, there is something to be read or written: this does not wait for ever.
+    // The ping is not answered yet, so there is something to read or write. Therefore this does not wait for ever.
     m_dispatcher.do_iteration();
     Require(dbus_connection_get_is_connected(m_calling_end), "the connection survives");
   }
@@ -101,7 +101,7 @@ std::vector<Message> PeerBus::Exchange(DBusMessage& message) {
 void PeerBus::MoveCallingEnd() {
   pollfd socket{};
   dbus_connection_get_socket(m_calling_end, &socket.fd);
-  // A turn reads and writes no more than 2 KB.
+  // One call reads and writes at most 2 KB.
   do {
     dbus_connection_read_write(m_calling_end, 0);
     const bool writes = dbus_connection_has_messages_to_send(m_calling_end);

@@ -1,5 +1,5 @@
-// A D-Bus connection of which both ends are in this thread, without a bus between them: the served end runs in the
-// daemon's event loop, the calling end is moved along by hand. Every run of the same calls is the same.
+// A D-Bus connection with both ends in this thread and no bus daemon between them. The served end runs in the daemon's
+// event loop. Exchange drives the calling end. The same calls always give the same result.
 #pragma once
 
 #include <dbus-c++/dbus.h>
@@ -19,23 +19,24 @@ using Message = std::unique_ptr<DBusMessage, MessageUnref>;
 
 class PeerBus {
 public:
-  /// The only one of the process, which is never destroyed: the D-Bus library keeps what it has once connected.
+  /// Returns the only instance. It is never destroyed, because the D-Bus library keeps a connection for ever.
   static PeerBus& Instance();
 
-  /// Where objects are registered.
+  /// The end on which objects are registered.
   DBus::Connection& ServedEnd() { return *m_served_end; }
 
-  /// Sends the message to the served end, and returns the messages that come back before the answer to a ping behind
-  /// it: all that the message brought about. The connection must survive it.
+  /// Sends the message and then a ping to the served end. Returns all messages that arrive before the answer to the
+  /// ping: everything that the message caused. Aborts if the connection is lost.
   std::vector<Message> Exchange(DBusMessage& message);
 
 private:
   PeerBus();
 
-  // Writes and reads what can be without waiting.
+  // Writes and reads as much as possible without waiting.
   void MoveCallingEnd();
 
-  // Does so, and moves what has arrived to `received`. Returns whether the answer to `ping` was among it.
+  // Calls MoveCallingEnd and moves the messages that have arrived to `received`. Returns whether the answer to `ping`
+  // has arrived.
   bool Receive(dbus_uint32_t ping, std::vector<Message>& received);
 
   Dispatcher m_dispatcher;

@@ -19,7 +19,7 @@ std::string Fold(const std::string& name) {
   return folded;
 }
 
-// The first bad entry in ascending order of the names as written.
+// Throws for the first invalid entry, in ascending order of the names as written.
 void Validate(const JsonValue& document) {
   if (document.kind != JsonValue::Kind::Object) {
     throw Registry::InvalidJson("");

@@ -1,5 +1,5 @@
-// What a registry is expected to do, as plainly as it can be said: the second implementation of the interface, with
-// which fuzzers compare the first one.
+// The expected behaviour of a registry: a second implementation of the interface, as plain as possible. Fuzzers compare
+// the registry with it.
 #pragma once
 
 #include <cstddef>
@@ -28,9 +28,9 @@ public:
   void Flush() override;
 
   const RegistrySections& Sections() const { return m_sections; }
-  /// What a flush would leave in the store.
+  /// The text that a flush would write to the store.
   const std::string& AcceptedText() const { return m_accepted_text; }
-  /// What the store holds.
+  /// The text in the store.
   const std::string& StoredText() const { return m_stored_text; }
 
 private:

@@ -1,4 +1,4 @@
-// Operations on a registry, read from a fuzzer's input, and what comes of them as one text.
+// Operations on a registry, read from the input of a fuzzer, and their results as text.
 #pragma once
 
 #include <cstddef>
@@ -12,21 +12,22 @@
 namespace fuzz {
 
 struct Operation {
-  std::string name;  // of the interface's method
+  std::string name;  // the method of the interface
   std::vector<std::string> arguments;
 };
 
-/// How many arguments the interface's method of that name takes; nothing if there is none.
+/// Returns the number of arguments of the method, or nothing if the interface has no such method.
 std::optional<std::size_t> ArgumentCount(const std::string& method);
 
-/// Takes the next operation: a field with its name, then one for each argument. Fields that name none are skipped;
-/// nothing is left if there is no further one.
+/// Reads the next operation: a field with its name, then one field for each argument. Skips fields that name no method.
+/// Returns nothing if there is no further operation.
 std::optional<Operation> TakeOperation(Input& input);
 
-/// The result of the operation, or the kind of its exception. Exceptions that no registry should throw pass.
+/// Returns the result of the operation, or the kind of its exception. Passes on exceptions that no registry should
+/// throw.
 std::string Outcome(Registry& registry, const Operation& operation);
 
-/// All that callers can see of a registry: its names, its values, and its JSON text.
+/// Returns everything that callers can see of a registry: its names, its values, and its JSON text.
 std::string Contents(Registry& registry);
 
 }  // namespace fuzz

@@ -1,5 +1,5 @@
-// The main function of a fuzzer in a build without the fuzzing engine: runs each file of the given folders once, as the
-// engine does with "-runs=0".
+// The main function of a fuzzer without the fuzzing engine. Runs each file of the given directories once, as the engine
+// does with "-runs=0".
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
   LLVMFuzzerInitialize(&argc, &argv);
   std::vector<std::filesystem::path> files;
   for (int i = 1; i < argc; ++i) {
-    // The engine's own options.
+    // Options are for the engine.
     if (argv[i][0] != '-') {
       files.insert(files.end(), std::filesystem::directory_iterator(argv[i]), std::filesystem::directory_iterator());
     }

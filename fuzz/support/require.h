@@ -1,5 +1,5 @@
-// How a fuzzer fails: with what it expected and what it got, then an abort, which makes the fuzzing engine keep the
-// input.
+// The checks of the fuzzers. A failed check prints the actual and the expected value and aborts, which makes the
+// fuzzing engine keep the input.
 #pragma once
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// The registry's text form and percent escaping, written down a second time and as plainly as possible.
+// A second implementation of the text form of the registry and of percent escaping, as plain as possible.
 #pragma once
 
 #include <string>
@@ -12,8 +12,8 @@ std::string ModelUnescape(const std::string& text);
 std::string ModelSerialise(const RegistrySections& sections);
 RegistrySections ModelParse(const std::string& text);
 
-/// Whether the text form of the table reads back as the same table. Two kinds of key do not: one whose name begins with
-/// "[", and the empty name with the empty value.
+/// Whether the text form of the table reads back as the same table. Two kinds of keys do not: a key whose name begins
+/// with "[", and a key with an empty name and an empty value.
 bool SurvivesReload(const RegistrySections& sections);
 
 }  // namespace fuzz
