@@ -28,7 +28,7 @@ void AppendItems(DBusMessageIter& iterator, Reply& reply) {
         break;
       }
       default:
-        throw UnexpectedReply("a reply of another type");
+        throw UnexpectedReply("a reply has an unexpected type");
     }
   }
 }
@@ -70,12 +70,12 @@ std::size_t CheckedConnection::CheckReplies() {
   std::size_t count = 0;
   while (const Message message = m_connection.TakeReply(false)) {
     if (m_pending.empty() || dbus_message_get_reply_serial(message.get()) != m_pending.front().serial) {
-      throw UnexpectedReply("a reply out of turn");
+      throw UnexpectedReply("a reply is out of order");
     }
     const auto& [call, expectation] = m_pending.front().call;
     const Reply reply = ReplyOf(message.get());
     if (!expectation.IsMetBy(reply)) {
-      throw UnexpectedReply(Describe(call) + "\n  answered " + ::Describe(reply) + "\n  expected " +
+      throw UnexpectedReply(Describe(call) + "\n  reply    " + ::Describe(reply) + "\n  expected " +
                             ::Describe(expectation.reply));
     }
     m_pending.pop_front();

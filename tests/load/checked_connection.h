@@ -1,5 +1,5 @@
-// A connection to the daemon that compares every reply with the expected one. Calls are sent without waiting; replies
-// arrive in the order of the calls.
+// A connection to the daemon that compares every reply with the expected reply. It sends calls without waiting. The
+// replies must arrive in the order of the calls.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,7 @@ public:
 
   void Send(ExpectedCall call);
 
-  /// Checks the replies that have arrived, without waiting, and returns their number. Throws UnexpectedReply.
+  /// Checks the replies that have arrived and returns their number. Does not wait. Throws UnexpectedReply.
   std::size_t CheckReplies();
 
 private:

@@ -6,7 +6,7 @@ Connection::Connection(const std::string& address) {
   DBusError error = DBUS_ERROR_INIT;
   m_connection = dbus_connection_open_private(address.c_str(), &error);
   if (m_connection == nullptr || dbus_bus_register(m_connection, &error) == 0) {
-    throw std::runtime_error(std::string("no connection to the bus: ") + error.message);
+    throw std::runtime_error(std::string("cannot connect to the bus: ") + error.message);
   }
   dbus_connection_set_exit_on_disconnect(m_connection, 0);
 }
@@ -53,7 +53,7 @@ Message Connection::Call(DBusMessage* call) {
   const dbus_uint32_t serial = Send(call);
   Message reply = TakeReply(true);
   if (dbus_message_get_reply_serial(reply.get()) != serial) {
-    throw std::runtime_error("a reply out of turn");
+    throw std::runtime_error("a reply is out of order");
   }
   if (dbus_message_get_type(reply.get()) == DBUS_MESSAGE_TYPE_ERROR) {
     throw std::runtime_error(std::string(dbus_message_get_member(call)) + ": " +

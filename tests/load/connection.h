@@ -1,5 +1,5 @@
-// A client's connection to a message bus that costs as little as libdbus allows: calls are sent and replies are taken
-// one by one, without pending calls. The load client and the benchmark use it, each connection on one thread.
+// A client connection to a message bus that costs as little as libdbus allows: it sends calls and reads replies one by
+// one, without pending calls. The load client and the benchmark use it. One thread uses each connection.
 #pragma once
 
 #include <dbus/dbus.h>
@@ -22,10 +22,10 @@ public:
 
   int Descriptor() const;
 
-  /// Sends the call, which can be sent once only, and returns its serial number.
+  /// Sends the call and returns its serial number. A call can be sent only once.
   dbus_uint32_t Send(DBusMessage* call);
 
-  /// Returns the next reply, which may be an error. Waits for it if `wait`; else returns null if there is none. Throws
+  /// Returns the next reply, which may be an error. If `wait` is false and there is no reply, returns null. Throws
   /// std::runtime_error if the bus has closed the connection.
   Message TakeReply(bool wait);
 

@@ -1,5 +1,5 @@
-// A service that does next to nothing: answers each call with a short string. What a call to it takes under some burden
-// is the bus's and the machine's share.
+// A service that does almost nothing: it answers each call with a short string. Under load, the time of a call to it is
+// the share of the bus and the machine in the time of every call.
 //
 //   ledgerd_control_service ADDRESS
 #include <dbus/dbus.h>

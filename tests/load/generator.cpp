@@ -23,8 +23,8 @@ std::vector<std::string> WithPrefix(const std::vector<std::string>& names, const
   return own;
 }
 
-// How many members of the outer object have a name with the prefix. A quotation mark within a string has a backslash
-// before it, so this finds none but the names of sections and of keys, and no key begins like a section.
+// Returns how many members of the outer object have a name with the prefix. A quotation mark inside a string follows a
+// backslash, so only the names of sections and keys can match, and no key begins like a section.
 std::size_t CountMembers(const std::string& json, const std::string& prefix) {
   std::size_t count = 0;
   for (std::size_t at = json.find('"' + prefix); at != std::string::npos; at = json.find('"' + prefix, at + 1)) {
@@ -66,7 +66,7 @@ bool Expectation::IsMetBy(const Reply& answered) const {
       return answered.type == reply.type && std::is_sorted(answered.items.begin(), answered.items.end()) &&
              WithPrefix(answered.items, prefix) == WithPrefix(reply.items, prefix);
     case Match::OwnJsonMembers: {
-      // The reply's item holds the client's own members, which stand side by side.
+      // The expected item contains the client's members, which are consecutive in the reply.
       if (answered.type != reply.type || answered.items.size() != 1) {
         return false;
       }
@@ -166,7 +166,8 @@ ExpectedCall Generator::Failure() {
   const std::string too_long(Model::kCapacity + Below(3000), 'x');
   const ExpectedCall failures[] = {
       {{"Read", {invalid, "k"}}, invalid_name},
-      // An invalid key would leave a new section behind, for as long as no other client's call is refused.
+      // Not Write with an invalid key: it would create the section, which exists until a call of any client is refused
+      // as too large.
       {{"Write", {invalid, "k", "v"}}, invalid_name},
       {{"DeleteKey", {invalid, "k"}}, invalid_name},
       {{"DeleteSection", {invalid}}, invalid_name},

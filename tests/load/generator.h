@@ -1,4 +1,4 @@
-// Makes up the calls of one client, and foretells their replies.
+// Generates the calls of one client and predicts their replies.
 #pragma once
 
 #include <cstdint>
@@ -8,12 +8,12 @@
 
 #include "tests/load/model.h"
 
-/// How much of the reply is known beforehand.
+/// How much of the reply is known in advance.
 enum class Match {
   Whole,
-  ErrorName,    // the library's errors have texts of their own
-  SyntaxError,  // of the message only the beginning
-  OwnNames,     // of a list the names with the client's prefix
+  ErrorName,    // the library chooses the text of its errors
+  SyntaxError,  // only the beginning of the message
+  OwnNames,     // the names in a list that begin with the client's prefix
   OwnJsonMembers,
 };
 
@@ -30,8 +30,8 @@ struct ExpectedCall {
   Expectation expectation;
 };
 
-/// All sections of the client have a prefix of its own, and together are no longer than `budget`, so that the clients
-/// together never fill the registry by accident.
+/// The names of all sections of a client begin with its prefix. The text of these sections is at most `budget` bytes
+/// long, so that the clients together never fill the registry.
 class Generator {
 public:
   Generator(Model& model, unsigned client, std::size_t budget, std::uint64_t seed);

@@ -1,10 +1,12 @@
-// Many clients call all methods of a running daemon at the same time, and every reply is checked against a model.
+// The load client: many clients call all methods of a running daemon at the same time, and every reply is compared with
+// a model.
 //
 //   ledgerd_load ADDRESS FILE CALLS CLIENTS SEED
 //
-// ADDRESS is the bus, FILE the registry file. At times all clients pause and one of them alone checks the whole
-// registry and the file, and empties both; then "checkpoint CALLS" is printed, and the load goes on when a line has
-// been read. The last line is "calls CALLS errors ERRORS seconds SECONDS", with the errors that were expected.
+// ADDRESS is the address of the bus, FILE the path of the registry file. From time to time all clients pause. One
+// client then checks the whole registry and the file, empties both, and prints "checkpoint CALLS". The load continues
+// after a line of standard input. The last line is "calls CALLS errors ERRORS seconds SECONDS". ERRORS is the number of
+// expected errors.
 #include <poll.h>
 
 #include <algorithm>
@@ -28,7 +30,7 @@ constexpr std::size_t kPipelined = 8;
 constexpr std::size_t kCallsBetweenCheckpoints = 5000;
 constexpr int kPatienceMilliseconds = 60000;
 
-// What the whole registry's text is kept free of, for the calls that fill it.
+// The part of the registry's capacity that the clients leave free, for the calls that fill the registry.
 constexpr std::size_t kReserve = 1000;
 
 struct Client {
@@ -52,7 +54,7 @@ public:
   std::size_t Calls() const { return m_calls; }
   std::size_t Errors() const { return m_errors; }
 
-  /// All clients at the same time, until that many calls more are answered.
+  /// Makes calls from all clients at the same time until `calls` more calls are answered.
   void Together(std::size_t calls) {
     std::size_t to_send = calls;
     std::size_t to_answer = calls;
@@ -67,13 +69,13 @@ public:
     }
   }
 
-  /// One client alone, which therefore knows the whole registry.
+  /// Checks the registry and the file from one client. The others must pause, so that the whole registry is known.
   void Alone() {
     AskForAll();
     Call({"Flush", {}});
     CheckFile();
 
-    // Just full, and one byte more.
+    // Fills the registry to its last byte, then tries to add one byte.
     const std::string overhead = "[fill]\nk=\n";
     const std::string fill(Model::kCapacity - m_model.Size() - overhead.size(), 'x');
     Call({"Write", {"fill", "k", fill}});
@@ -122,7 +124,7 @@ private:
       descriptors.push_back({client->connection.Descriptor(), POLLIN, 0});
     }
     if (::poll(descriptors.data(), descriptors.size(), kPatienceMilliseconds) <= 0) {
-      throw UnexpectedReply("no reply in a minute");
+      throw UnexpectedReply("no reply within a minute");
     }
     std::size_t count = 0;
     for (std::size_t i = 0; i < m_clients.size(); ++i) {
@@ -137,7 +139,7 @@ private:
     std::ifstream file(m_file, std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     if (!file || text != m_model.Text()) {
-      throw UnexpectedReply("the file is not as expected, but:\n" + text);
+      throw UnexpectedReply("the file differs from the model. It contains:\n" + text);
     }
   }
 

@@ -1,5 +1,5 @@
-// What the registry is expected to answer, for the load client. Kept apart from the daemon's code on purpose: the two
-// must not share a mistake.
+// The expected replies of the registry, for the load client. The model deliberately shares no code with the daemon, so
+// that both cannot have the same bug.
 #pragma once
 
 #include <cstddef>
@@ -15,10 +15,10 @@ struct Call {
   std::vector<std::string> arguments;
 };
 
-/// A reply, or what is expected of one.
+/// A reply, or the expected reply.
 struct Reply {
   std::string type;  // its signature, or "error"
-  // The string, "true" or "false", the list, keys and values in turn, or an error's name and message.
+  // A string, "true" or "false", a list, alternate keys and values, or the name and the message of an error.
   std::vector<std::string> items;
 
   bool operator==(const Reply& other) const { return type == other.type && items == other.items; }
@@ -28,7 +28,7 @@ std::string Describe(const Reply& reply);
 
 Reply RegistryError(const std::string& name, const std::string& message);
 
-/// One change of a merge: without a value it deletes the key, without a key the section.
+/// One change of a merge. Without a value it deletes the key. Without a key it deletes the section.
 struct Change {
   std::string section;
   bool has_key;
@@ -39,29 +39,29 @@ struct Change {
 
 std::string Fold(const std::string& name);
 
-/// The registry as a JSON object without its braces, of the sections whose names begin with `prefix`.
+/// Returns the members of the registry's JSON object, without its braces, whose names begin with `prefix`.
 std::string JsonMembers(const Sections& sections, const std::string& prefix);
 std::string JsonString(const std::string& text);
 
-/// The table of all clients. A change is made when its call is sent: each client's calls are carried out in their
-/// order, and none touches the sections of another.
+/// The table of all clients. It changes when a call is sent: the daemon executes the calls of one client in their
+/// order, and no client changes the sections of another.
 class Model {
 public:
   static constexpr std::size_t kCapacity = 16383;
 
   const Sections& All() const { return m_sections; }
 
-  /// The table of those sections whose names begin with `prefix`.
+  /// Returns the table of the sections whose names begin with `prefix`.
   Model Part(const std::string& prefix) const;
 
-  /// The length of the text.
+  /// The length of the text in bytes.
   std::size_t Size() const { return m_size; }
   std::string Text() const;
 
-  /// The reply to a call other than WriteJson, which it carries out. Names are valid.
+  /// Executes a call other than WriteJson and returns the reply. The names must be valid.
   Reply Apply(const Call& call);
 
-  /// The reply to a WriteJson with these changes.
+  /// Executes a WriteJson with these changes and returns the reply.
   Reply Merge(const std::vector<Change>& changes);
 
 private:
