@@ -1,4 +1,4 @@
-// Expecting the program's assertion path, with the whole of what it reports.
+// Expectations for failed assertions and their complete report.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -12,13 +12,13 @@
 
 namespace test_platform {
 
-/// A regular expression for text that is to match byte for byte.
+/// Returns a regular expression that matches `text` byte for byte.
 std::string Quoted(const std::string& text);
 
 }  // namespace test_platform
 
-/// Runs the statement in a forked child and expects an assertion failure of `expression` (byte for byte) in `file` and
-/// `function` (a regular expression): the report in the kernel log, SIGABRT, and `err` on standard error.
+/// Runs the statement in a forked child. Expects that the assertion `expression` (byte for byte) fails in `file` and
+/// `function` (a regular expression), with the report in the kernel log, SIGABRT, and `err` on standard error.
 #define EXPECT_ASSERTION_AND_STDERR(statement, expression, file, function, err)                                        \
   do {                                                                                                                 \
     test_support::ClearKernelLog();                                                                                    \

@@ -1,4 +1,4 @@
-// A file or directory that lies over another for a while.
+// A temporary bind mount of a file or directory over another.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 
 namespace test_support {
 
-/// While it lives, `target` shows what is at `source`, in this test program's private mounts only.
+/// While this object exists, `target` shows the contents of `source`, but only to this test program.
 class BoundOver {
 public:
   BoundOver(const std::string& source, const char* target) : m_target(target) {

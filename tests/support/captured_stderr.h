@@ -1,12 +1,12 @@
-// Collects what the code under test writes to standard error, and fails the test if nobody looked at it.
+// Captures what the code under test writes to standard error. Output that the test does not read fails the test.
 #pragma once
 
 #include <string>
 
 namespace test_support {
 
-/// While it lives, descriptor 2 is a temporary file. Expected diagnostics are taken with Take and compared; what is
-/// left when the object dies fails the running test.
+/// While this object exists, descriptor 2 is a temporary file. A test reads expected diagnostics with Take and compares
+/// them. If any output is left, the destructor fails the running test.
 class CapturedStderr {
 public:
   CapturedStderr();
@@ -14,7 +14,7 @@ public:
   CapturedStderr(const CapturedStderr&) = delete;
   CapturedStderr& operator=(const CapturedStderr&) = delete;
 
-  /// Returns what was written since the last call.
+  /// Returns the output since the last call.
   std::string Take();
 
 private:

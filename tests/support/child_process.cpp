@@ -15,7 +15,7 @@
 namespace test_platform {
 
 void ExitChild() {
-  // GoogleTest keeps the failures of a child to itself; what is on standard error is shown.
+  // GoogleTest does not report failures of a child, but it shows the standard error of the child.
   const testing::TestResult& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
   for (int i = 0; i < result.total_part_count(); ++i) {
     const testing::TestPartResult& part = result.GetTestPartResult(i);

@@ -1,4 +1,4 @@
-// Parts of tests that run in a forked child, where they may redirect output, set limits or abort.
+// Functions for tests that run in a forked child, where they may redirect output, set limits or abort.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -9,10 +9,10 @@
 
 namespace test_platform {
 
-/// Ends a child that ran a test body: successfully if no expectation failed in it.
+/// Ends a child that ran a test body. The status is 0 if no expectation failed in it, otherwise 1.
 [[noreturn]] void ExitChild();
 
-/// Sends standard output to the file until the object dies (or, in a child, the process).
+/// Redirects standard output to the file until this object is destroyed or the child exits.
 class StdoutToFile {
 public:
   explicit StdoutToFile(const std::string& path);
@@ -24,15 +24,16 @@ private:
   int m_saved;
 };
 
-/// Limits the size of files that the process writes; a write past it fails with EFBIG instead of a signal.
+/// Limits the size of files that the process writes. A write past the limit fails with EFBIG; there is no signal.
 void LimitFileSize(rlim_t bytes);
 
-/// The descriptors that the process has open.
+/// Returns the number of open descriptors.
 int CountDescriptors();
 
 }  // namespace test_platform
 
-/// Runs the statement in a forked child and expects all its expectations to hold and nothing on standard error.
+/// Runs the statement in a forked child. Expects that no expectation in it fails and that it prints nothing on standard
+/// error.
 #define EXPECT_IN_CHILD(statement)    \
   EXPECT_EXIT(                        \
       {                               \

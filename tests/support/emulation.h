@@ -1,4 +1,4 @@
-// What differs when the tests run in user-mode emulation, as those of a cross-build do.
+// Differences when the tests run in user-mode emulation, as the tests of a cross-build do.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -13,14 +13,14 @@ constexpr bool kEmulated = true;
 constexpr bool kEmulated = false;
 #endif
 
-/// What a process printed on standard error, without the line that the emulator itself adds when one aborts.
+/// Returns `text`, the standard error of a process, without the line that the emulator adds when a process aborts.
 inline std::string OwnWords(std::string text) {
   const std::string line = "qemu: uncaught target signal 6 (Aborted) - core dumped\n";
   const auto position = kEmulated ? text.find(line) : std::string::npos;
   return position == std::string::npos ? text : text.erase(position, line.size());
 }
 
-/// Matches exactly `text` on standard error.
+/// Matches standard error that is exactly `text`.
 inline auto PrintsExactly(const std::string& text) { return testing::ResultOf(OwnWords, testing::Eq(text)); }
 
 }  // namespace test_support

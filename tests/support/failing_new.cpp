@@ -5,7 +5,7 @@
 
 namespace {
 
-// Of this thread: the allocation that fails next, counted down, 0 for none.
+// The number of allocations of this thread up to the one that fails, 0 if none fails.
 thread_local std::size_t t_countdown = 0;
 thread_local bool t_from_then_on = false;
 thread_local bool t_has_failed = false;
@@ -32,7 +32,8 @@ void* AllocateOrNull(std::size_t size) noexcept {
 
 }  // namespace
 
-// All of them: a sanitizer would complain of memory that its own operator has allocated and ours releases.
+// All operators are replaced. Otherwise a sanitizer would report memory that its own operator allocates and ours
+// releases.
 void* operator new(std::size_t size) { return Allocate(size); }
 void* operator new[](std::size_t size) { return Allocate(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return AllocateOrNull(size); }

@@ -1,13 +1,13 @@
-// An operator new that fails on request. It takes the place of the whole program's, so a test program has it only if it
-// is about the lack of memory.
+// An operator new that fails on request. It replaces operator new in the whole program, so only the programs that test
+// a lack of memory link it.
 #pragma once
 
 #include <cstddef>
 
 namespace test_support {
 
-/// While it lives, an allocation of the calling thread fails: the `nth`, counted from 1, and perhaps all behind it.
-/// Other threads are left alone. One object at a time.
+/// While this object exists, allocation number `nth` of the calling thread fails, counted from 1. With FromThenOn all
+/// later ones fail too. Other threads are not affected. At most one object may exist at a time.
 class FailingNew {
 public:
   enum class Lack { OfOneAllocation, FromThenOn };
@@ -17,7 +17,7 @@ public:
   FailingNew(const FailingNew&) = delete;
   FailingNew& operator=(const FailingNew&) = delete;
 
-  /// Whether an allocation has failed.
+  /// Returns whether an allocation has failed.
   bool HasFailed() const;
 };
 

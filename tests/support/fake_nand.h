@@ -15,7 +15,7 @@
 
 namespace test_support {
 
-/// Starts erased, without bad blocks. Only blocks with contents take memory, so a partition of 4 GB is no problem.
+/// At first all blocks are good and erased. Only blocks with contents use memory, so a partition of 4 GB is possible.
 class FakeNand : public NandAccess {
 public:
   FakeNand(std::uint32_t block_size, std::uint32_t total_size) : m_block_size(block_size), m_total_size(total_size) {}
@@ -58,14 +58,14 @@ public:
     return length;
   }
 
-  /// The calls that looked at or changed the flash: the name and the arguments of each.
+  /// The recorded calls: the name and the arguments of each call of IsBadBlock, EraseBlock, Read and Write.
   const std::vector<std::string>& Calls() const { return m_calls; }
   void ForgetCalls() { m_calls.clear(); }
 
-  /// Called at the start of every Read; what it throws leaves Read.
+  /// Every Read first calls `hook` and passes on its exceptions.
   void OnRead(std::function<void()> hook) { m_on_read = std::move(hook); }
 
-  /// Lets Read return no more than `limit` bytes.
+  /// Limits the result of every Read to `limit` bytes.
   void LimitReads(std::size_t limit) { m_read_limit = limit; }
 
 private:
@@ -82,8 +82,8 @@ private:
 
   const std::uint32_t m_block_size;
   const std::uint32_t m_total_size;
-  std::set<std::uint32_t> m_bad_blocks;             // by number
-  std::map<std::uint32_t, std::string> m_contents;  // by number
+  std::set<std::uint32_t> m_bad_blocks;             // by block number
+  std::map<std::uint32_t, std::string> m_contents;  // by block number
   std::vector<std::string> m_calls;
   std::function<void()> m_on_read;
   std::size_t m_read_limit = SIZE_MAX;

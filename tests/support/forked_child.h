@@ -1,5 +1,5 @@
-// Runs a piece of a test in a process of its own: for what cannot be undone, such as giving up privileges or setting
-// limits, and for what is measured per process.
+// Runs a part of a test in its own process. This is for actions that cannot be undone, such as dropping privileges or
+// setting limits, and for values that are measured per process.
 #pragma once
 
 #include <linux/capability.h>
@@ -15,8 +15,8 @@
 
 namespace test_support {
 
-/// Returns what `body` returned in the child, or how else the child ended. `body` must not use GoogleTest's assertions:
-/// nobody would see them. The caller must be the only thread.
+/// Returns the result of `body` in the child, or a text that says how else the child ended. `body` must not use
+/// GoogleTest's assertions, because their failures would be lost. The caller must be the only thread.
 inline std::string RunInChild(const std::function<std::string()>& body) {
   int ends[2];
   if (::pipe(ends) != 0) {
@@ -52,15 +52,15 @@ inline std::string RunInChild(const std::function<std::string()>& body) {
   return WEXITSTATUS(status) == 0 ? answer : "exited with " + std::to_string(WEXITSTATUS(status));
 }
 
-/// Gives up all capabilities of this process, and with them root's right to any file. Root of a user namespace that
-/// knows no other user can do it too. Returns whether it worked.
+/// Drops all capabilities of this process, and with them root's access to every file. This also works for root of a
+/// user namespace that maps no other user. Returns whether it succeeded.
 inline bool DropCapabilities() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3]{};
   return ::syscall(SYS_capset, &header, none) == 0;
 }
 
-/// Sets a soft limit of this process. Returns whether it worked.
+/// Sets a soft limit of this process. Returns whether it succeeded.
 inline bool LimitResource(int resource, rlim_t limit) {
   rlimit limits{};
   const auto which = static_cast<__rlimit_resource_t>(resource);

@@ -1,4 +1,4 @@
-// How much memory a piece of code takes at its peak.
+// Measures the peak memory of a piece of code.
 #pragma once
 
 #include <malloc.h>
@@ -11,7 +11,7 @@
 
 namespace test_support {
 
-// A sanitizer's own memory would be measured with the program's.
+// Under a sanitizer the figures would include the sanitizer's own memory.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kSanitized = true;
 #elif defined(__has_feature)
@@ -24,7 +24,7 @@ constexpr bool kSanitized = false;
 constexpr bool kSanitized = false;
 #endif
 
-/// A figure of /proc/self/status in bytes, 0 if there is none of that name.
+/// Returns a figure of /proc/self/status in bytes, or 0 if there is none with that name.
 inline std::size_t ProcessMemory(const std::string& name) {
   std::ifstream status("/proc/self/status");
   std::size_t kilobytes = 0;
@@ -38,9 +38,9 @@ inline std::size_t ProcessMemory(const std::string& name) {
 
 /// Returns by how many bytes the resident memory rises above its present size while `code` runs.
 inline std::size_t PeakGrowth(const std::function<void()>& code) {
-  // Memory that was freed but not given back would be used again unseen.
+  // Returns free memory to the kernel. Otherwise code that reuses it would seem to need no memory.
   ::malloc_trim(0);
-  // 5 takes the peak back to the present size.
+  // Writing 5 resets the peak to the present size.
   std::ofstream("/proc/self/clear_refs") << 5;
   const std::size_t before = ProcessMemory("VmRSS");
   code();

@@ -1,22 +1,22 @@
-// Keeps a test program away from the machine that it runs on: its own mount namespace, with a plain file as /dev/kmsg.
+// Isolates a test program from the machine: a private mount namespace in which /dev/kmsg is a plain file.
 #pragma once
 
 #include <string>
 
 namespace test_support {
 
-/// Moves the process into a mount namespace of its own (and, without root, a user namespace) and lays a file over
-/// /dev/kmsg. Called once, before any thread exists. Ends the process with a message if the kernel refuses.
+/// Moves the process into its own mount namespace (and, without root, its own user namespace) and mounts a file over
+/// /dev/kmsg. Call it once, before any thread exists. Ends the process with a message if the kernel refuses.
 void EnterPrivateMounts();
 
-/// Ends the private life of /dev/kmsg's stand-in: removes the file. Called once, after the tests.
+/// Removes the file that is mounted over /dev/kmsg. Call it once, after the tests.
 void LeavePrivateMounts();
 
-/// What was last written to /dev/kmsg: each report opens and truncates the stand-in, as it is a plain file.
+/// Returns the last report in /dev/kmsg. Each report truncates the file when it opens it.
 std::string KernelLog();
 void ClearKernelLog();
 
-/// While it lives, /dev/kmsg cannot be opened: a socket lies over it.
+/// While this object exists, /dev/kmsg cannot be opened, because a socket is mounted over it.
 class UnopenableKernelLog {
 public:
   UnopenableKernelLog();

@@ -1,4 +1,4 @@
-// Persistent stores for tests: one that records, one that fails on request.
+// A persistent store for tests.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +10,8 @@
 
 namespace test_support {
 
-/// Keeps every text that is written and counts the reads. Not thread-safe by itself: the lazy store's lock serialises
-/// its calls, so a test looks at it only while no flush can run, or after a call that took that lock.
+/// Records every text that is written and counts the reads. It takes no lock: the lock of the lazy store serialises the
+/// calls. A test may therefore look at it only while no flush can run, or after a call that took that lock.
 class RecordingStore : public PersistentStore {
 public:
   explicit RecordingStore(std::string text = "", std::uint32_t capacity = 16383)
@@ -36,7 +36,7 @@ public:
   const std::vector<std::string>& Writes() const { return m_writes; }
   const std::string& Text() const { return m_text; }
 
-  /// Called at the start of every Write; what it throws leaves Write.
+  /// Every Write first calls `hook` and passes on its exceptions.
   void OnWrite(std::function<void()> hook) { m_on_write = std::move(hook); }
 
 private:

@@ -1,4 +1,4 @@
-// A directory for one test, removed with all that is in it.
+// A directory for one test. The destructor removes it with its contents.
 #pragma once
 
 #include <string>

@@ -5,7 +5,7 @@
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  // Listing tests happens at build time, where nothing must be mounted.
+  // The build lists the tests. It must not mount anything.
   if (testing::GTEST_FLAG(list_tests)) {
     return RUN_ALL_TESTS();
   }

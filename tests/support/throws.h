@@ -1,4 +1,4 @@
-// Expecting an exception, with its whole text.
+// Expectations for exceptions and their complete text.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ void ExpectErrno(int error_number, const std::string& text, Call call) {
   }
 }
 
-/// Expects std::runtime_error itself, not a class derived from it.
+/// Expects std::runtime_error itself, not a derived class.
 template <typename Call>
 void ExpectRuntimeError(const std::string& text, Call call) {
   try {

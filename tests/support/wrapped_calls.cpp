@@ -13,7 +13,7 @@
 
 #include "tests/platform/bounded_wait.h"
 
-// The linker's names for the double and for the function behind it.
+// The linker replaces calls of F by calls of __wrap_F. __real_F is the original function.
 extern "C" {
 int __real_clock_gettime(clockid_t clock, timespec* time);
 int __real_tcdrain(int fd);

@@ -1,5 +1,6 @@
-// Doubles of C library functions, put in front of them by the linker: for a clock that stands still and for faults that
-// no file, limit or mount brings about. Each double is active while its object lives; otherwise calls pass through.
+// Doubles of functions of the C library, which the linker puts in their place: for a clock that does not advance, and
+// for failures that no file, limit or mount can cause. A double is active while its object exists. Otherwise calls
+// reach the original function.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +10,8 @@
 
 namespace wrapped_calls {
 
-/// While it lives, CLOCK_MONOTONIC stands at the time it was set to. Only reading the clock is affected: a wait for a
-/// deadline still runs on the real clock. Any thread may read the clock.
+/// While this object exists, CLOCK_MONOTONIC stays at the time that was set. Only reading the clock is affected: a wait
+/// with a deadline still uses the real clock. Any thread may read the clock.
 class FakeClock {
 public:
   explicit FakeClock(timespec now);
@@ -20,11 +21,11 @@ public:
 
   void Set(timespec now);
 
-  /// Waits until the clock has been read `count` times more. False if that takes longer than the bound of every wait.
+  /// Waits until the clock has been read `count` more times. Returns false if that takes longer than kWaitBound.
   bool WaitForReads(int count);
 };
 
-/// While it lives, reading CLOCK_MONOTONIC fails.
+/// While this object exists, reading CLOCK_MONOTONIC fails.
 class FailingClock {
 public:
   FailingClock();
@@ -33,8 +34,8 @@ public:
   FailingClock& operator=(const FailingClock&) = delete;
 };
 
-/// While it lives, draining a terminal is recorded: `descriptor` gets one byte for each call, the number of the drained
-/// descriptor as a digit. Works until the process has ended.
+/// While this object exists, tcdrain writes the number of the drained descriptor to `descriptor`, as one digit. This
+/// works even while the process exits.
 class RecordedDrains {
 public:
   explicit RecordedDrains(int descriptor);
@@ -43,7 +44,7 @@ public:
   RecordedDrains& operator=(const RecordedDrains&) = delete;
 };
 
-/// While it lives, write(2) calls the replacement instead. The replacement may call write.
+/// While this object exists, write(2) calls the replacement. Inside the replacement, write calls the original.
 class ReplacedWrite {
 public:
   explicit ReplacedWrite(std::function<long(int, const void*, std::size_t)> replacement);
@@ -52,7 +53,8 @@ public:
   ReplacedWrite& operator=(const ReplacedWrite&) = delete;
 };
 
-/// While it lives, the calls of vsnprintf are counted, and from `failing_call` on (counted from 1) they fail.
+/// While this object exists, calls of vsnprintf are counted. They fail from call number `failing_call` on, counted from
+/// 1. If it is 0, none fails.
 class CountedFormatting {
 public:
   explicit CountedFormatting(int failing_call = 0);
@@ -63,8 +65,8 @@ public:
   int Passes() const;
 };
 
-/// While it lives, seeking to the end reports `size` (the real size if negative), and seeking to a place fails
-/// with `seek_back_error` if that is not 0.
+/// While this object exists, seeking to the end returns `size`, or the real size if `size` is negative. Seeking to an
+/// absolute offset fails with `seek_back_error` if that is not 0.
 class FakeSeek {
 public:
   FakeSeek(std::int64_t size, int seek_back_error);
