@@ -16,7 +16,7 @@ using test_support::WriteTextFile;
 
 namespace {
 
-// All of an identity in one text, to be compared and shown.
+// Returns all members of an identity as one text.
 std::string Describe(const BoardIdentity& board) {
   return "revision " + std::to_string(board.revision) + ", board " + std::to_string(board.board_id) + ", family '" +
          board.family + "', bootloader '" + board.bootloader_version + "', keys " + std::to_string(board.secure_keys) +
@@ -52,7 +52,7 @@ TEST(BoardIdentity, IsUnknownWithoutLines) {
   EXPECT_EQ(Describe(ParseBoardIdentity("")), kNothing);
 }
 
-TEST(BoardIdentity, TakesEveryKey) {
+TEST(BoardIdentity, ReadsEveryKey) {
   EXPECT_EQ(Describe(ParseBoardIdentity("Revision: C\n"
                                         "Family: tiger\n"
                                         "ID: 0x12\n"
@@ -63,7 +63,7 @@ TEST(BoardIdentity, TakesEveryKey) {
             "revision 3, board 18, family 'tiger', bootloader '7.1.46', keys 1, boot 1, secure ID '00ff-17'");
 }
 
-TEST(BoardIdentity, TakesEachKeyAlone) {
+TEST(BoardIdentity, ReadsEachKeyAlone) {
   BoardIdentity revision, board_id, version, keys, boot, secure_id;
   revision.revision = 1;
   board_id.board_id = 5;
@@ -83,7 +83,7 @@ TEST(BoardIdentity, TakesEachKeyAlone) {
   });
 }
 
-TEST(BoardIdentity, TakesTheLaterOfTwoLines) {
+TEST(BoardIdentity, LastLineOfAKeyWins) {
   BoardIdentity version;
   version.bootloader_version = "second";
   BoardIdentity keys;
@@ -93,18 +93,18 @@ TEST(BoardIdentity, TakesTheLaterOfTwoLines) {
       {"CFE then BOLT", "CFE-version: first\nBOLT-version: second\n", version},
       {"BOLT then CFE", "BOLT-version: first\nCFE-version: second\n", version},
       {"a flag is cleared again", "Secure-keys: 1\nSecure-keys: 0\n", keys},
-      {"an incomplete line does not count", "Family: second\nFamily:\n", WithFamily("second")},
+      {"an incomplete line is skipped", "Family: second\nFamily:\n", WithFamily("second")},
   });
 }
 
-TEST(BoardIdentity, SkipsWhatIsNoKeyAndValue) {
+TEST(BoardIdentity, SkipsLinesWithoutAKeyAndAValue) {
   ExpectRows({
-      {"key alone", "Family:\n", BoardIdentity()},
-      {"key and blanks", "Family:   \t \n", BoardIdentity()},
-      {"blank line", "\n", BoardIdentity()},
-      {"blanks", "  \t \n", BoardIdentity()},
+      {"only a key", "Family:\n", BoardIdentity()},
+      {"key and white space", "Family:   \t \n", BoardIdentity()},
+      {"empty line", "\n", BoardIdentity()},
+      {"white space", "  \t \n", BoardIdentity()},
       {"word", "Family\n", BoardIdentity()},
-      {"no blank after the key", "Family:x\n", BoardIdentity()},
+      {"no space after the key", "Family:x\n", BoardIdentity()},
       {"no colon", "Family x\n", BoardIdentity()},
       {"lower case", "family: x\n", BoardIdentity()},
       {"upper case", "FAMILY: x\n", BoardIdentity()},
@@ -122,10 +122,10 @@ TEST(BoardIdentity, SkipsWhatIsNoKeyAndValue) {
 
 TEST(BoardIdentity, AllowsAnyWhiteSpaceAroundKeyAndValue) {
   ExpectRows({
-      {"no line feed at the end", "Family: x", WithFamily("x")},
+      {"no newline at the end", "Family: x", WithFamily("x")},
       {"CRLF", "Family: x\r\nFamily: y\r\n", WithFamily("y")},
       {"tab", "Family:\tx\n", WithFamily("x")},
-      {"many blanks", "Family:      x      \n", WithFamily("x")},
+      {"many spaces", "Family:      x      \n", WithFamily("x")},
       {"indented", "   Family: x\n", WithFamily("x")},
       {"third word", "Family: x y\n", WithFamily("x")},
       {"bytes above 0x7F", "Family: \xC3\xA9\xFF\n", WithFamily("\xC3\xA9\xFF")},
@@ -133,20 +133,20 @@ TEST(BoardIdentity, AllowsAnyWhiteSpaceAroundKeyAndValue) {
   });
 }
 
-TEST(BoardIdentity, CutsKeysAndValues) {
+TEST(BoardIdentity, CutsLongKeysAndValues) {
   const std::string longest(64, 'v');
   ExpectRows({
       {"longest value", "Family: " + longest + "\n", WithFamily(longest)},
       {"longer value", "Family: " + longest + "w\n", WithFamily(longest)},
       {"words after a longer value", "Family: " + longest + "www more\nID:\n", WithFamily(longest)},
       {"huge value", "Family: " + std::string(1000000, 'v') + "\n", WithFamily(longest)},
-      {"longer value without a line feed", "Family: " + longest + "w", WithFamily(longest)},
+      {"longer value without a newline", "Family: " + longest + "w", WithFamily(longest)},
       {"longest key", std::string(20, 'k') + " x\n", BoardIdentity()},
       {"longer key whose rest is a key", std::string(20, 'k') + "Family: x\n", BoardIdentity()},
       {"longer key that begins like a key", "Family:" + std::string(14, 'k') + " x\n", BoardIdentity()},
       {"huge key", std::string(1000000, 'k') + "\nFamily: x\n", WithFamily("x")},
       {"huge key and value", std::string(1000000, 'k') + " y\nFamily: x\n", WithFamily("x")},
-      {"value after many blanks", "Family:" + std::string(1000, ' ') + "x\n", WithFamily("x")},
+      {"value after many spaces", "Family:" + std::string(1000, ' ') + "x\n", WithFamily("x")},
   });
 }
 
@@ -161,14 +161,9 @@ TEST(BoardIdentity, CountsRevisionsFromA) {
     const char* value;
     std::int32_t revision;
   } rows[] = {
-      {"digit", "5", -11},
-      {"at sign", "@", 0},
-      {"small letter", "a", 33},
-      {"lowest", "\x01", -63},
-      {"greatest byte", "\xFF", 191},
-      {"byte above 0x7F", "\x80", 64},
-      {"first of two", "CA", 3},
-      {"first of a word", "B-2", 2},
+      {"digit", "5", -11},           {"at sign", "@", 0},           {"small letter", "a", 33},
+      {"minimum byte", "\x01", -63}, {"maximum byte", "\xFF", 191}, {"byte above 0x7F", "\x80", 64},
+      {"first of two", "CA", 3},     {"first of a word", "B-2", 2},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -189,19 +184,19 @@ TEST(BoardIdentity, ParsesNumbersOfAnyBase) {
       {"octal", "052", 42},
       {"not octal", "08", 0},
       {"not binary", "0b11", 0},
-      {"prefix alone", "0x", 0},
+      {"only a prefix", "0x", 0},
       {"trailing junk", "42nd", 42},
       {"junk", "junk", 0},
       {"plus", "+42", 42},
       {"negative", "-2", -2},
-      {"minus alone", "-", 0},
-      {"greatest signed", "2147483647", 2147483647},
-      {"above the greatest signed", "2147483648", INT32_MIN},
-      {"greatest", "4294967295", -1},
-      {"greatest in hexadecimal", "0xFFFFFFFF", -1},
-      {"negative of the greatest signed", "-2147483647", -2147483647},
-      {"negative above it", "-2147483648", INT32_MIN},
-      {"negative of the greatest", "-4294967295", 1},
+      {"only a minus", "-", 0},
+      {"maximum signed", "2147483647", 2147483647},
+      {"above the maximum signed", "2147483648", INT32_MIN},
+      {"maximum", "4294967295", -1},
+      {"maximum in hexadecimal", "0xFFFFFFFF", -1},
+      {"negative of the maximum signed", "-2147483647", -2147483647},
+      {"minimum signed", "-2147483648", INT32_MIN},
+      {"negative of the maximum", "-4294967295", 1},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -212,8 +207,8 @@ TEST(BoardIdentity, ParsesNumbersOfAnyBase) {
   }
 }
 
-TEST(BoardIdentity, TakesANumberThatDoesNotFitForTheGreatest) {
-  // As a strtoul of 32 bits does; one of 64 bits would negate the first four of the negative ones.
+TEST(BoardIdentity, ReadsANumberThatDoesNotFitAsTheMaximum) {
+  // A strtoul with 32 bits returns the maximum. A strtoul with 64 bits would negate the first four negative numbers.
   for (const std::string value :
        {"4294967296", "0x100000000", "99999999999999999999999", "-4294967296", "-4294967297", "-8589934592",
         "-18446744073709551615", "-18446744073709551616", "-99999999999999999999999"}) {
@@ -224,14 +219,14 @@ TEST(BoardIdentity, TakesANumberThatDoesNotFitForTheGreatest) {
   }
 }
 
-TEST(BoardIdentityFile, IsReadWhole) {
+TEST(BoardIdentityFile, IsReadCompletely) {
   const TempDir dir;
   WriteTextFile(dir / "boardid", "Revision: B\n" + std::string(5000, '\n') + "Family: lion");
   EXPECT_EQ(Describe(ReadBoardIdentity((dir / "boardid").c_str())),
             "revision 2, board -1, family 'lion', bootloader '', keys 0, boot 0, secure ID ''");
 }
 
-TEST(BoardIdentityFile, LeavesTheDefaultsInSilenceWhenItCannotBeRead) {
+TEST(BoardIdentityFile, KeepsTheDefaultsSilentlyWhenItCannotBeRead) {
   const TempDir dir;
   WriteTextFile(dir / "file", "Family: x\n");
   const CapturedStderr silent;
@@ -242,7 +237,7 @@ TEST(BoardIdentityFile, LeavesTheDefaultsInSilenceWhenItCannotBeRead) {
   EXPECT_EQ(Describe(ReadBoardIdentity("/proc/self/mem")), kNothing) << "a file that fails when it is read";
 }
 
-TEST(BoardIdentityFile, IsTheKernelsByDefault) {
+TEST(BoardIdentityFile, IsProcBoardidByDefault) {
   const TempDir proc;
   WriteTextFile(proc / "boardid", "Family: panther\n");
   const test_support::BoundOver bound(proc.Path(), "/proc");

@@ -1,4 +1,4 @@
-// The bootloader environment as it lies in flash.
+// The bootloader environment as bytes in flash.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace test_hardware {
 
-/// A record of NAME=VALUE, or of any other text.
+/// Returns a record with the text, which is normally NAME=VALUE.
 inline std::string Record(const std::string& text) {
   return std::string{1, static_cast<char>(text.size() + 1), '\0'} + text;
 }

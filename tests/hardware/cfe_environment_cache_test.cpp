@@ -1,4 +1,5 @@
-// The one read of the device's environment. Each test forks, as a process reads it once.
+// Tests of GetCfeEnvironment. A process reads the environment of its device only once, so each test runs in its own
+// process.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mtd/mtd-user.h>
@@ -74,7 +75,7 @@ TEST_F(CfeEnvironmentCache, IsFilledByTheFirstCall) {
             "A=first;A=first;MEMGETINFO;MEMGETBADBLOCK 0;");
 }
 
-TEST_F(CfeEnvironmentCache, SkipsABadBlockOfTheDevice) {
+TEST_F(CfeEnvironmentCache, SkipsABadBlock) {
   EXPECT_EQ(RunInChild([] {
               FakeMtd mtd(kGeometry);
               mtd.bad_blocks = {0};
@@ -83,7 +84,7 @@ TEST_F(CfeEnvironmentCache, SkipsABadBlockOfTheDevice) {
             "A=second;");
 }
 
-TEST_F(CfeEnvironmentCache, TakesTheSizeOfThePartitionFromTheTable) {
+TEST_F(CfeEnvironmentCache, ReadsThePartitionSizeFromTheTable) {
   m_mounts.WriteMtdTable("mtd7: 00000400 00000400 \"flash0.nvram\"\n");
   EXPECT_EQ(RunInChild([] {
               FakeMtd mtd(kGeometry);
@@ -94,7 +95,7 @@ TEST_F(CfeEnvironmentCache, TakesTheSizeOfThePartitionFromTheTable) {
   EXPECT_EQ(m_captured.Take(), kCorrupt);
 }
 
-TEST_F(CfeEnvironmentCache, GivesCopies) {
+TEST_F(CfeEnvironmentCache, ReturnsCopies) {
   EXPECT_EQ(RunInChild([] {
               const FakeMtd mtd(kGeometry);
               GetCfeEnvironment()["A"] = "changed by its owner";
@@ -133,7 +134,7 @@ TEST_F(CfeEnvironmentCache, KeepsAFailureAndReportsItOnce) {
                 FakeMtd mtd(kGeometry);
                 row.prepare(mtd);
                 std::string answer = Show(GetCfeEnvironment()) + "|";
-                // All is well from now on, but nobody looks again.
+                // The device works from now on, but it is not read again.
                 mtd.Fail(0, 0);
                 mtd.bad_blocks.clear();
                 m_mounts.WriteMtdTable("mtd7: 00000800 00000400 \"flash0.nvram\"\n");
@@ -146,7 +147,7 @@ TEST_F(CfeEnvironmentCache, KeepsAFailureAndReportsItOnce) {
   }
 }
 
-TEST_F(CfeEnvironmentCache, KeepsAnErasedEnvironmentWithoutALine) {
+TEST_F(CfeEnvironmentCache, KeepsAnErasedEnvironmentWithoutAMessage) {
   m_mounts.WriteDevice("mtd7", std::string(kBlock, '\xFF'));
   EXPECT_EQ(RunInChild([this] {
               const FakeMtd mtd(kGeometry);
@@ -157,10 +158,11 @@ TEST_F(CfeEnvironmentCache, KeepsAnErasedEnvironmentWithoutALine) {
             "|");
 }
 
-TEST_F(CfeEnvironmentCache, IsFilledOnceWhenManyThreadsAsk) {
+TEST_F(CfeEnvironmentCache, IsFilledOnceByManyThreads) {
   EXPECT_EQ(RunInChild([] {
               FakeMtd mtd(kGeometry);
-              // Reading is over before the next thread has started, so each request gives the others time to come in.
+              // Without a delay the first thread could finish reading before the next one starts. Each request
+              // therefore waits up to 100 ms for a second reader.
               std::mutex lock;
               std::condition_variable changed;
               std::set<std::thread::id> readers;

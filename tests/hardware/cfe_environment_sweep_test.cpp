@@ -1,4 +1,5 @@
-// Every truncation and every change of one byte of a bootloader environment, against a second parser.
+// Compares the parser of the bootloader environment with a second parser, for every truncation and every change of one
+// byte.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -31,7 +32,7 @@ std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
 }
 
 Outcome Actual(const std::string& bytes, CapturedStderr& captured) {
-  // Exactly this large, so that a sanitizer sees a byte that is read behind it.
+  // The buffer has exactly this size, so that a sanitizer notices a read after its end.
   const std::vector<unsigned char> exact(bytes.begin(), bytes.end());
   Outcome outcome;
   try {
@@ -43,7 +44,7 @@ Outcome Actual(const std::string& bytes, CapturedStderr& captured) {
   return outcome;
 }
 
-// Takes record after record off the front of the rest.
+// Parses the first record and removes it, until no record is left.
 Outcome Expected(std::string rest) {
   Outcome outcome;
   if (rest[0] == '\xFF') {
@@ -82,7 +83,7 @@ std::string GoodBlock() {
 
 }  // namespace
 
-TEST(CfeEnvironmentSweep, AgreesOnEveryTruncation) {
+TEST(CfeEnvironmentSweep, ParsersAgreeOnEveryTruncation) {
   CapturedStderr captured;
   const std::string block = GoodBlock();
   for (std::size_t length = 0; length <= block.size(); ++length) {
@@ -91,7 +92,7 @@ TEST(CfeEnvironmentSweep, AgreesOnEveryTruncation) {
   }
 }
 
-TEST(CfeEnvironmentSweep, AgreesOnEveryChangedByte) {
+TEST(CfeEnvironmentSweep, ParsersAgreeOnEveryChangedByte) {
   CapturedStderr captured;
   const std::string block = GoodBlock();
   ASSERT_GE(block.size(), 120U);
@@ -104,7 +105,7 @@ TEST(CfeEnvironmentSweep, AgreesOnEveryChangedByte) {
   }
 }
 
-TEST(CfeEnvironmentSweep, AgreesOnEveryLengthInATruncatedBlock) {
+TEST(CfeEnvironmentSweep, ParsersAgreeOnEveryLengthInATruncatedBlock) {
   CapturedStderr captured;
   const std::string record = Record("PW_FORMAT=1");
   for (std::size_t size = 2; size <= 2 * record.size(); ++size) {

@@ -30,7 +30,7 @@ namespace {
 constexpr char kNoEquals[] = "No equals sign in environment string\n";
 constexpr char kCorrupt[] = "BOOTLOADER ENVIRONMENT CORRUPT. PLEASE RUN MANUFACTURING TEST\n";
 
-// From a buffer of exactly this size, so that a sanitizer sees a byte that is read behind it.
+// Parses a buffer of exactly this size, so that a sanitizer notices a read after its end.
 CfeEnvironment Parse(const std::string& bytes) {
   const std::vector<unsigned char> exact(bytes.begin(), bytes.end());
   return ParseCfeEnvironment(exact.data(), exact.size());
@@ -81,7 +81,7 @@ TEST(CfeEnvironment, ParsesRecords) {
       {"empty name and value", Record("=") + EndRecord(), {{"", ""}}, ""},
       {"equals signs in the value", Record("A==b=c=") + EndRecord(), {{"A", "=b=c="}}, ""},
       {"names differ in case", Record("a=1") + Record("A=2"), {{"A", "2"}, {"a", "1"}}, ""},
-      {"blanks stay", Record(" A = 1 "), {{" A ", " 1 "}}, ""},
+      {"spaces are kept", Record(" A = 1 "), {{" A ", " 1 "}}, ""},
       {"NUL in name and value",
        Record(std::string("A\0B=1\0"
                           "2",
@@ -91,8 +91,8 @@ TEST(CfeEnvironment, ParsesRecords) {
                                              3)}},
        ""},
       {"bytes above 0x7F", Record("\xFF=\x80"), {{"\xFF", "\x80"}}, ""},
-      {"flags are not looked at", std::string("\x01\x04=A=1", 6) + EndRecord(), {{"A", "1"}}, ""},
-      {"an equals sign in the flags is none", std::string("\x01\x03=AB", 5) + EndRecord(), {}, kNoEquals},
+      {"flags are ignored", std::string("\x01\x04=A=1", 6) + EndRecord(), {{"A", "1"}}, ""},
+      {"an equals sign in the flags does not count", std::string("\x01\x03=AB", 5) + EndRecord(), {}, kNoEquals},
       {"no text", Record("") + Record("A=1") + EndRecord(), {{"A", "1"}}, kNoEquals},
       {"length 0", std::string("\x01\x00", 2) + Record("A=1") + EndRecord(), {{"A", "1"}}, kNoEquals},
       {"length 0 at the end of the block", Record("A=1") + std::string("\x01\x00", 2), {{"A", "1"}}, kNoEquals},
@@ -136,7 +136,7 @@ TEST(CfeEnvironment, ThrowsForADamagedBlock) {
   }
 }
 
-TEST(CfeEnvironment, AllowsNoPointerWithoutBytes) { EXPECT_THAT(ParseCfeEnvironment(nullptr, 0), IsEmpty()); }
+TEST(CfeEnvironment, AcceptsANullPointerWithLengthZero) { EXPECT_THAT(ParseCfeEnvironment(nullptr, 0), IsEmpty()); }
 
 TEST(CfeEnvironment, IsReadFromTheFirstGoodBlock) {
   for (std::uint32_t bad = 0; bad < 4; ++bad) {
@@ -158,7 +158,7 @@ TEST(CfeEnvironment, IsReadFromTheFirstGoodBlock) {
   }
 }
 
-TEST(CfeEnvironment, IsNotSoughtBehindTheFirstGoodBlock) {
+TEST(CfeEnvironment, IsReadOnlyFromTheFirstGoodBlock) {
   FakeNand nand(kBlock, 2 * kBlock);
   Fill(nand, kBlock, Record("A=1") + EndRecord());
   EXPECT_THAT(ReadCfeEnvironment(nand), IsEmpty()) << "erased";
@@ -167,7 +167,7 @@ TEST(CfeEnvironment, IsNotSoughtBehindTheFirstGoodBlock) {
   EXPECT_THAT(nand.Calls(), ElementsAre("IsBadBlock 0", "Read 0 64"));
 }
 
-TEST(CfeEnvironment, IsNowhereWhenAllBlocksAreBad) {
+TEST(CfeEnvironment, ThrowsWhenAllBlocksAreBad) {
   FakeNand nand(kBlock, 2 * kBlock);
   nand.MarkBadBlock(0);
   nand.MarkBadBlock(kBlock);
@@ -175,14 +175,14 @@ TEST(CfeEnvironment, IsNowhereWhenAllBlocksAreBad) {
   EXPECT_THAT(nand.Calls(), ElementsAre("IsBadBlock 0", "IsBadBlock 64"));
 }
 
-TEST(CfeEnvironment, IsNowhereInAPartitionWithoutBlocks) {
+TEST(CfeEnvironment, ThrowsForAPartitionWithoutBlocks) {
   FakeNand nand(kBlock, 0);
   ExpectRuntimeError("All CFE environment NAND blocks are bad", [&] { ReadCfeEnvironment(nand); });
   EXPECT_THAT(nand.Calls(), IsEmpty());
 }
 
-TEST(CfeEnvironment, IsNowhereOnTheLargestDeviceWhenAllBlocksAreBad) {
-  // The offset behind the last block does not fit 32 bits.
+TEST(CfeEnvironment, ThrowsWhenAllBlocksOfTheLargestDeviceAreBad) {
+  // The offset after the last block does not fit in 32 bits.
   FakeNand nand(0x80000000, 0xFFFFFFFF);
   nand.MarkBadBlock(0);
   nand.MarkBadBlock(0x80000000);
@@ -190,7 +190,7 @@ TEST(CfeEnvironment, IsNowhereOnTheLargestDeviceWhenAllBlocksAreBad) {
   EXPECT_THAT(nand.Calls(), ElementsAre("IsBadBlock 0", "IsBadBlock 2147483648"));
 }
 
-TEST(CfeEnvironment, HasNoRecordsBehindWhatWasRead) {
+TEST(CfeEnvironment, ParsesOnlyTheBytesThatWereRead) {
   FakeNand nand(kBlock, kBlock);
   Fill(nand, 0, Record("A=1") + EndRecord());
   nand.LimitReads(5);
@@ -201,26 +201,26 @@ TEST(CfeEnvironment, HasNoRecordsBehindWhatWasRead) {
   EXPECT_THAT(ReadCfeEnvironment(nand), IsEmpty());
 }
 
-TEST(CfeEnvironment, PassesOnWhatReadingThrows) {
+TEST(CfeEnvironment, PassesOnExceptionsOfRead) {
   FakeNand nand(kBlock, kBlock);
   nand.OnRead([] { throw bramble::ErrnoException(EIO, "read_all_throw"); });
   ExpectErrno(EIO, "read_all_throw: Input/output error (5)", [&] { ReadCfeEnvironment(nand); });
 }
 
-TEST(CfeEnvironmentOrEmpty, IsWhatWasRead) {
+TEST(CfeEnvironmentOrEmpty, ReturnsTheEnvironment) {
   const CapturedStderr silent;
   EXPECT_THAT(ReadCfeEnvironmentOrEmpty([] { return CfeEnvironment{{"A", "1"}}; }), ElementsAre(Pair("A", "1")));
   EXPECT_THAT(ReadCfeEnvironmentOrEmpty([] { return CfeEnvironment(); }), IsEmpty());
 }
 
-TEST(CfeEnvironmentOrEmpty, IsEmptyWithALineWhenReadingFails) {
+TEST(CfeEnvironmentOrEmpty, IsEmptyAndPrintsALineWhenReadingFails) {
   const struct {
     const char* name;
     CfeEnvironment (*read)();
   } rows[] = {
       {"runtime error", [] { return Parse("\x02"); }},
       {"system call", []() -> CfeEnvironment { throw bramble::ErrnoException(EIO); }},
-      {"memory", []() -> CfeEnvironment { throw std::bad_alloc(); }},
+      {"no memory", []() -> CfeEnvironment { throw std::bad_alloc(); }},
       {"text with conversions", []() -> CfeEnvironment { throw std::runtime_error("100%s"); }},
       {"a number", []() -> CfeEnvironment { throw 7; }},
   };
@@ -232,7 +232,7 @@ TEST(CfeEnvironmentOrEmpty, IsEmptyWithALineWhenReadingFails) {
   }
 }
 
-TEST(CfeEnvironmentOrEmpty, IsEmptyAfterADamagedRecordThatFollowsGoodOnes) {
+TEST(CfeEnvironmentOrEmpty, IsEmptyWhenADamagedRecordFollowsGoodOnes) {
   CapturedStderr captured;
   EXPECT_THAT(ReadCfeEnvironmentOrEmpty([] { return Parse(Record("A=1") + Record("B") + "\xFF"); }), IsEmpty());
   EXPECT_EQ(captured.Take(), std::string(kNoEquals) + kCorrupt);

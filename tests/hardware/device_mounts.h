@@ -1,4 +1,4 @@
-// A device of the test's own: what the kernel tells about it, and its flash.
+// Puts directories of the test over /proc and /dev: the kernel's tables and the flash of a device.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace test_hardware {
 
-/// While it lives, /proc and /dev are directories with nothing but the files that are put there. A process that runs
-/// meanwhile has no /proc/self, too.
+/// While this object exists, /proc and /dev contain only the files that the test writes. No process has a /proc/self
+/// during that time.
 class DeviceMounts {
 public:
   void WriteBoardIdentity(const std::string& text) { test_support::WriteTextFile(m_proc / "boardid", text); }

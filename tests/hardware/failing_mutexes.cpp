@@ -14,7 +14,7 @@ FailingMutexes::~FailingMutexes() { g_error_number = 0; }
 
 }  // namespace test_hardware
 
-// The linker's names for the double and for the function behind it.
+// The linker replaces calls of F by calls of __wrap_F. __real_F is the original function.
 extern "C" {
 
 int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);

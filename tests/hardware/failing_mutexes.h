@@ -1,9 +1,9 @@
-// Mutexes that cannot be had.
+// Mutexes that cannot be initialised.
 #pragma once
 
 namespace test_hardware {
 
-/// While it lives, initialising a mutex fails with `error_number`; the linker puts it in front of the C library's.
+/// While this object exists, initialising a mutex fails with `error_number`. The linker replaces pthread_mutex_init.
 class FailingMutexes {
 public:
   explicit FailingMutexes(int error_number);

@@ -86,7 +86,7 @@ int FakeMtd::Answer(int fd, unsigned long request, void* argument) {
 
 }  // namespace test_hardware
 
-// The linker's names for the doubles and for the functions that they replace.
+// The linker replaces calls of F by calls of __wrap_F. __real_F is the original function.
 extern "C" {
 
 ssize_t __real_read(int fd, void* buffer, std::size_t length);

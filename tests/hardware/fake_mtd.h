@@ -1,4 +1,4 @@
-// Answers the control requests of NAND devices, so that an ordinary file can stand in for one.
+// Answers the ioctl requests of a NAND device, so that a test can use an ordinary file as the device.
 #pragma once
 
 #include <cstddef>
@@ -10,8 +10,8 @@
 
 namespace test_hardware {
 
-/// While it lives, ioctl on any descriptor goes to it; the linker puts it in front of the C library's. Reading, writing
-/// and seeking are the file's own, but reads may be short.
+/// While this object exists, it answers ioctl on every descriptor. Reads, writes and seeks reach the file, but reads
+/// may be short. The linker replaces ioctl and read.
 class FakeMtd {
 public:
   struct Geometry {
@@ -26,23 +26,23 @@ public:
   FakeMtd(const FakeMtd&) = delete;
   FakeMtd& operator=(const FakeMtd&) = delete;
 
-  /// Blocks, by their first byte, that are bad.
+  /// The offsets of the bad blocks.
   std::set<std::uint64_t> bad_blocks;
-  /// The answer to the question about one of them.
+  /// The answer to MEMGETBADBLOCK for a bad block.
   int bad_block_answer = 1;
-  /// The most bytes that a read of any file delivers at once.
+  /// The maximum number of bytes that one read of any file returns.
   std::size_t longest_read = SIZE_MAX;
-  /// What the spare area of every page holds.
+  /// The contents of the spare area of every page.
   std::vector<unsigned char> spare;
-  /// Called at the beginning of each request, if set, on the thread that makes it.
+  /// If set, it is called at the start of each request, on the thread that makes the request.
   std::function<void()> on_request;
 
-  /// From now on `request` fails.
+  /// Makes all further requests of this kind fail with `error_number`.
   void Fail(unsigned long request, int error_number);
 
-  /// The requests since the last call, each with its arguments, such as "MEMERASE 131072 131072".
+  /// Returns the requests since the last call, each with its arguments, such as "MEMERASE 131072 131072".
   std::vector<std::string> TakeRequests();
-  /// The descriptor of the last request.
+  /// Returns the descriptor of the last request.
   int Descriptor() const { return m_descriptor; }
 
   int Answer(int fd, unsigned long request, void* argument);

@@ -1,4 +1,4 @@
-// What becomes of the manufacturing variables: the cases that matter by name, then all combinations.
+// Tests of the manufacturing variables: important cases by name, then all combinations.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -29,10 +29,10 @@ std::uint64_t Flags(const CfeEnvironment& environment) {
   return HardwareConfig(kMissing, [&environment] { return environment; }).GetHardwareFlags();
 }
 
-// A variable's value, or none.
+// The value of a variable, or nothing if it is absent.
 using Value = std::optional<std::string>;
 
-// What a value of PW_HWFLAGS stands for.
+// A value of PW_HWFLAGS and the flags that it sets.
 struct FlagsRow {
   Value value;
   std::uint64_t flags;
@@ -125,24 +125,24 @@ void Check(const Combination& combination, const std::string& board_file, Captur
 
 }  // namespace
 
-TEST(HardwareConfigEnvironment, HasAllFlagsWithoutTheVariable) {
+TEST(HardwareConfigEnvironment, HasAllFlagsWithoutTheFlagsVariable) {
   const CapturedStderr silent;
   EXPECT_EQ(Flags({{"PW_FORMAT", "1"}}), kAll);
 }
 
-TEST(HardwareConfigEnvironment, HasNoFlagsWhenTheVariableIsEmpty) {
+TEST(HardwareConfigEnvironment, HasNoFlagsWhenTheFlagsVariableIsEmpty) {
   CapturedStderr captured;
   EXPECT_EQ(Flags({{"PW_FORMAT", "1"}, {"PW_HWFLAGS", ""}}), 0U);
   EXPECT_EQ(captured.Take(), kZero);
 }
 
-TEST(HardwareConfigEnvironment, GivesOneModelItsConnectorAlsoWithoutFlags) {
+TEST(HardwareConfigEnvironment, AddsTheConnectorOfOneModelEvenWhenTheFlagsAreZero) {
   CapturedStderr captured;
   EXPECT_EQ(Flags({{"PW_FORMAT", "1"}, {"PW_HWFLAGS", "0"}, {"PW_OEM_MODEL", "5R377"}}), 0x100U);
   EXPECT_EQ(captured.Take(), kZero);
 }
 
-TEST(HardwareConfigEnvironment, NamesTheModelWithTheConnectorExactly) {
+TEST(HardwareConfigEnvironment, MatchesTheModelWithTheConnectorExactly) {
   const CapturedStderr silent;
   for (const char* model : {"5R378", "5r377", "5R3777", "5R37", " 5R377", "5R377 ", ""}) {
     SCOPED_TRACE(model);
@@ -150,7 +150,7 @@ TEST(HardwareConfigEnvironment, NamesTheModelWithTheConnectorExactly) {
   }
 }
 
-TEST(HardwareConfigEnvironment, IsNotValidInAnotherFormat) {
+TEST(HardwareConfigEnvironment, IsNotValidInOtherFormats) {
   for (const char* format : {"", "0", "01", "1 ", " 1", "2", "11", "1\n", "0x1"}) {
     SCOPED_TRACE(format);
     CapturedStderr captured;
@@ -159,14 +159,14 @@ TEST(HardwareConfigEnvironment, IsNotValidInAnotherFormat) {
   }
 }
 
-TEST(HardwareConfigEnvironment, NamesVariablesExactly) {
+TEST(HardwareConfigEnvironment, MatchesVariableNamesExactly) {
   CapturedStderr captured;
   EXPECT_EQ(Flags({{"pw_format", "1"}, {"PW_FORMAT ", "1"}, {"PW_FORMAT2", "1"}}), 0U);
   EXPECT_EQ(captured.Take(), kNotValid);
   EXPECT_EQ(Flags({{"PW_FORMAT", "1"}, {"pw_hwflags", "0"}, {"PW_HWFLAG", "0"}}), kAll);
 }
 
-TEST(HardwareConfigEnvironment, IsTakenRightInEveryCombination) {
+TEST(HardwareConfigEnvironment, IsReadCorrectlyInEveryCombination) {
   const TempDir dir;
   WriteTextFile(dir / "boardid", "Revision: C\nFamily: tiger\n");
   const Value formats[] = {std::nullopt, "", "1", "01", "1 ", "2"};

@@ -43,7 +43,7 @@ CfeEnvironment GoodEnvironment() {
   return {{"PW_FORMAT", "1"}, {"PW_HWFLAGS", "0x31"}, {"PW_OEM_ID", "acme"}, {"PW_OEM_MODEL", "5R1"}};
 }
 
-// All of a description in one text.
+// Returns all members of a description as one text.
 std::string Describe(const HardwareConfig& config) {
   return "revision " + std::to_string(config.GetRevision()) + ", board " + std::to_string(config.GetBoardId()) +
          ", flags " + std::to_string(config.GetHardwareFlags()) + ", family '" + config.GetFamily() + "', OEM '" +
@@ -56,14 +56,14 @@ constexpr char kNothing[] =
     "revision -1, board -1, flags 0, family '', OEM '', model '', bootloader '', keys 0, boot 0, secure ID ''";
 
 void ExpectNoInstance() {
-  // Only without an instance can there be a new one.
+  // Creating an instance aborts if there already is one.
   const HardwareConfig config(kMissing, GoodEnvironment);
   EXPECT_EQ(&HardwareConfig::GetInstance(), &config);
 }
 
 }  // namespace
 
-TEST(HardwareConfig, TakesEverythingFromItsSources) {
+TEST(HardwareConfig, ReadsAllItsSources) {
   const TempDir dir;
   WriteTextFile(dir / "boardid",
                 "Revision: C\nFamily: tiger\nID: 18\nBOLT-version: v2\nSecure-keys: 1\nSecure-ID: 17\n");
@@ -75,7 +75,7 @@ TEST(HardwareConfig, TakesEverythingFromItsSources) {
   EXPECT_TRUE(HardwareConfig((dir / "boardid").c_str(), GoodEnvironment).HasSecureBoot());
 }
 
-TEST(HardwareConfig, AsksForTheEnvironmentOnce) {
+TEST(HardwareConfig, ReadsTheEnvironmentOnce) {
   int calls = 0;
   const HardwareConfig config(kMissing, [&calls] {
     ++calls;
@@ -90,18 +90,18 @@ TEST(HardwareConfig, HasTheFeaturesOfItsFlags) {
     const HardwareConfig config(kMissing, [bit] {
       return CfeEnvironment{{"PW_FORMAT", "1"}, {"PW_HWFLAGS", std::to_string(std::uint64_t{1} << bit)}};
     });
-    // Beyond the 64 flags there are none.
+    // Features after the 64 flags do not exist.
     for (unsigned other = 0; other < 130; ++other) {
       EXPECT_EQ(config.HasFeature(static_cast<HardwareFeature>(other)), other == bit) << other;
     }
   }
 }
 
-TEST(HardwareConfig, NamesTheRegistrysPath) {
+TEST(HardwareConfig, ReturnsTheRegistryPath) {
   EXPECT_EQ(HardwareConfig(kMissing, GoodEnvironment).GetRegistryPath(), "/var/lib/plinthware/registry");
 }
 
-TEST(HardwareConfig, IsTheInstanceWhileItLives) {
+TEST(HardwareConfig, IsTheInstanceWhileItExists) {
   for (int i = 0; i < 2; ++i) {
     HardwareConfig config(kMissing, GoodEnvironment);
     EXPECT_EQ(&HardwareConfig::GetInstance(), &config);
@@ -117,13 +117,13 @@ TEST(HardwareConfig, IsRegisteredBeforeItsSourcesAreRead) {
   EXPECT_EQ(instance, &config);
 }
 
-TEST(HardwareConfig, EndsTheProcessWhenASecondIsMade) {
+TEST(HardwareConfig, AbortsWhenASecondOneIsCreated) {
   const HardwareConfig config(kMissing, GoodEnvironment);
   EXPECT_ASSERTION(HardwareConfig(kMissing, GoodEnvironment), "sm_instance == __null", "lib/platform/singleton.h",
                    ".*Singleton\\(\\).*");
 }
 
-TEST(HardwareConfig, EndsTheProcessWhenAskedForWithoutAnInstance) {
+TEST(HardwareConfig, GetInstanceAbortsWithoutAnInstance) {
   EXPECT_ASSERTION(HardwareConfig::GetInstance(), "ValidatePointer(sm_instance, kAlignment)",
                    "lib/platform/singleton.h", ".*GetInstance\\(\\).*");
   { const HardwareConfig config(kMissing, GoodEnvironment); }
@@ -131,15 +131,15 @@ TEST(HardwareConfig, EndsTheProcessWhenAskedForWithoutAnInstance) {
                    "lib/platform/singleton.h", ".*GetInstance\\(\\).*");
 }
 
-TEST(HardwareConfig, EndsTheProcessWhenAnotherIsDestroyed) {
+TEST(HardwareConfig, AbortsWhenAnObjectOtherThanTheInstanceIsDestroyed) {
   const HardwareConfig config(kMissing, GoodEnvironment);
-  // Never constructed; members of zeros are destroyed without trouble.
+  // This object is never constructed. Its destructor is safe because all its bytes are zero.
   alignas(HardwareConfig) std::array<unsigned char, sizeof(HardwareConfig)> other{};
   EXPECT_ASSERTION(reinterpret_cast<HardwareConfig*>(other.data())->~HardwareConfig(), "sm_instance == this",
                    "lib/platform/singleton.h", ".*~Singleton\\(\\).*");
 }
 
-TEST(HardwareConfig, IsNotRegisteredWhenTheEnvironmentThrows) {
+TEST(HardwareConfig, IsNotRegisteredWhenReadingTheEnvironmentThrows) {
   const TempDir dir;
   WriteTextFile(dir / "boardid", "Family: " + std::string(64, 'f') + "\n");
   const std::string path = dir / "boardid";
@@ -151,7 +151,7 @@ TEST(HardwareConfig, IsNotRegisteredWhenTheEnvironmentThrows) {
   ExpectNoInstance();
 }
 
-TEST(HardwareConfig, IsNotRegisteredWhenThereIsNoMutex) {
+TEST(HardwareConfig, IsNotRegisteredWhenItsMutexCannotBeInitialised) {
   try {
     const test_hardware::FailingMutexes failing(EAGAIN);
     const HardwareConfig config(kMissing, GoodEnvironment);
@@ -163,7 +163,7 @@ TEST(HardwareConfig, IsNotRegisteredWhenThereIsNoMutex) {
   ExpectNoInstance();
 }
 
-TEST(HardwareConfigOfThisDevice, IsUnknownOnAMachineThatHasNeitherSource) {
+TEST(HardwareConfigOfThisDevice, IsUnknownWhenBothSourcesAreMissing) {
   const DeviceMounts mounts;
   CapturedStderr captured;
   EXPECT_EQ(RunInChild([] { return Describe(HardwareConfig()); }), kNothing);

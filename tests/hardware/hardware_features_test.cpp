@@ -4,8 +4,9 @@
 
 #include <climits>
 
-// The names are a list without numbers: one that is missing or too many moves all that follow, up to the next row.
-TEST(HardwareFeatures, HaveTheNamesOfTheirBits) {
+// The names are a list without numbers. A missing or extra name shifts all later names, so a later row of this table
+// fails.
+TEST(HardwareFeatures, HaveTheRightBitsAndNames) {
   const struct {
     HardwareFeature feature;
     unsigned bit;
@@ -26,7 +27,7 @@ TEST(HardwareFeatures, HaveTheNamesOfTheirBits) {
   }
 }
 
-TEST(HardwareFeatures, AreOnlyTheNamedBits) {
+TEST(HardwareFeatures, OtherBitsAreReservedOrUnknown) {
   const struct {
     unsigned bit;
     const char* name;

@@ -1,4 +1,4 @@
-// Devices that refuse what is asked of them.
+// Tests of LinuxNandAccess with devices that fail.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mtd/mtd-user.h>
@@ -35,16 +35,16 @@ using test_support::TempDir;
 using test_support::WriteTextFile;
 using testing::IsEmpty;
 
-TEST_F(LinuxNandAccessTest, NamesADeviceThatCannotBeOpened) {
+TEST_F(LinuxNandAccessTest, ErrorNamesADeviceThatCannotBeOpened) {
   const std::string missing = m_dir / "mtd9";
   ExpectErrno(ENOENT, missing + ": No such file or directory (2)", [&] { LinuxNandAccessImpl(missing, kSize); });
   ExpectErrno(EISDIR, m_dir.Path() + ": Is a directory (21)", [&] { LinuxNandAccessImpl(m_dir.Path(), kSize); });
   EXPECT_THAT(m_mtd.TakeRequests(), IsEmpty());
 }
 
-TEST(LinuxNandAccess, RefusesAFileThatIsNoDevice) {
+TEST(LinuxNandAccess, RefusesAFileThatIsNotADevice) {
   if (test_support::kEmulated) {
-    GTEST_SKIP() << "the emulator knows no requests of NAND devices and answers ENOSYS to all of them";
+    GTEST_SKIP() << "the emulator does not support the requests of NAND devices: they fail with ENOSYS";
   }
   const TempDir dir;
   WriteTextFile(dir / "file", "");
@@ -53,7 +53,7 @@ TEST(LinuxNandAccess, RefusesAFileThatIsNoDevice) {
   EXPECT_EQ(CountDescriptors(), descriptors);
 }
 
-TEST_F(LinuxNandAccessTest, WantsWholeEraseBlocks) {
+TEST_F(LinuxNandAccessTest, AbortsWhenTheSizeIsNotAMultipleOfTheEraseSize) {
   for (const std::size_t size : {std::size_t{1}, std::size_t{kBlock - 1}, std::size_t{kSize - kPage}}) {
     SCOPED_TRACE(size);
     EXPECT_ASSERTION(LinuxNandAccessImpl(m_path, size), "m_total_size % m_erase_size == 0",
@@ -61,7 +61,7 @@ TEST_F(LinuxNandAccessTest, WantsWholeEraseBlocks) {
   }
 }
 
-TEST(LinuxNandAccess, WantsADeviceOfWholeEraseBlocks) {
+TEST(LinuxNandAccess, AbortsWhenTheDeviceSizeIsNotAMultipleOfTheEraseSize) {
   const TempDir dir;
   WriteTextFile(dir / "mtd", "");
   const FakeMtd mtd({kSize + kPage, kBlock, kPage, kSpare});
@@ -69,7 +69,7 @@ TEST(LinuxNandAccess, WantsADeviceOfWholeEraseBlocks) {
                    "lib/hardware/nand_access_linux.cpp", ".*LinuxNandAccess\\(.*\\)");
 }
 
-TEST(LinuxNandAccess, WantsADeviceWithEraseBlocks) {
+TEST(LinuxNandAccess, AbortsWhenTheEraseSizeIsZero) {
   const TempDir dir;
   WriteTextFile(dir / "mtd", "");
   const FakeMtd mtd({kSize, 0, kPage, kSpare});
@@ -91,9 +91,10 @@ TEST_F(LinuxNandAccessTest, ThrowsWhenTheDeviceRefusesARequest) {
       {"MarkBadBlock", MEMSETBADBLOCK, [](NandAccess& nand) { nand.MarkBadBlock(0); }, EPERM,
        "Operation not permitted (1)"},
       {"EraseBlock", MEMERASE, [](NandAccess& nand) { nand.EraseBlock(0); }, EIO, "Input/output error (5)"},
-      {"EraseRange, asking", MEMGETBADBLOCK, [](NandAccess& nand) { nand.EraseRange(0, 1); }, EIO,
+      {"EraseRange, bad block request", MEMGETBADBLOCK, [](NandAccess& nand) { nand.EraseRange(0, 1); }, EIO,
        "Input/output error (5)"},
-      {"EraseAll, erasing", MEMERASE, [](NandAccess& nand) { nand.EraseAll(); }, EROFS, "Read-only file system (30)"},
+      {"EraseAll, erase request", MEMERASE, [](NandAccess& nand) { nand.EraseAll(); }, EROFS,
+       "Read-only file system (30)"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -104,7 +105,7 @@ TEST_F(LinuxNandAccessTest, ThrowsWhenTheDeviceRefusesARequest) {
   }
 }
 
-TEST_F(LinuxNandAccessTest, ThrowsAndClosesWhenTheGeometryCannotBeHad) {
+TEST_F(LinuxNandAccessTest, ClosesTheDeviceAndThrowsWhenTheGeometryCannotBeRead) {
   const int descriptors = CountDescriptors();
   m_mtd.Fail(MEMGETINFO, ENODEV);
   ExpectErrno(ENODEV, "No such device (19)", [&] { LinuxNandAccessImpl(m_path, kSize); });
@@ -121,8 +122,8 @@ TEST_F(LinuxNandAccessTest, ThrowsWhenSeekingFails) {
   ExpectErrno(ESPIPE, "NandBlockAccess::Write: Illegal seek (29)", [&] { nand->Write(0, buffer, 0); });
 }
 
-TEST_F(LinuxNandAccessTest, ThrowsWhenASeekLandsElsewhere) {
-  // This device takes every seek and stays where it is.
+TEST_F(LinuxNandAccessTest, ThrowsWhenASeekReturnsAnotherOffset) {
+  // /dev/full accepts every seek, but its offset stays 0.
   const auto nand = LinuxNandAccessImpl("/dev/full", kSize);
   char buffer[8] = {};
   ExpectRuntimeError("NandBlockAccess::Read seek failure", [&] { nand->Read(1, buffer, 8); });
@@ -145,7 +146,7 @@ TEST_F(LinuxNandAccessTest, ThrowsWhenWritingFails) {
   EXPECT_EQ(nand->Write(0, "", 0), 0U);
 }
 
-TEST_F(LinuxNandAccessTest, GoesOnAfterAShortWrite) {
+TEST_F(LinuxNandAccessTest, ContinuesAfterAShortWrite) {
   const auto nand = Open();
   const wrapped_calls::ReplacedWrite short_write([](int fd, const void* data, std::size_t length) {
     return static_cast<long>(::write(fd, data, length < 3 ? length : 3));
@@ -154,7 +155,7 @@ TEST_F(LinuxNandAccessTest, GoesOnAfterAShortWrite) {
   EXPECT_EQ(ReadText(*nand, kBlock, 10), "0123456789");
 }
 
-TEST_F(LinuxNandAccessTest, EndsTheProcessWhenAWriteTakesNothing) {
+TEST_F(LinuxNandAccessTest, AbortsWhenAWriteReturnsZero) {
   const auto nand = Open();
   EXPECT_ASSERTION(
       {

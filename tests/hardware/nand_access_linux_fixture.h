@@ -1,4 +1,4 @@
-// A NAND device of four blocks, made of an ordinary file.
+// A NAND device of four blocks in an ordinary file.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,10 +18,10 @@ constexpr std::uint32_t kBlocks = 4;
 constexpr std::uint32_t kSize = kBlock * kBlocks;
 constexpr std::uint32_t kPage = 512;
 constexpr std::uint32_t kSpare = 16;
-/// The last block of a device that is as large as a device can be.
+/// The offset of the last block of the largest possible device.
 constexpr std::uint32_t kFarBlock = 0xFFFFF000;
 
-/// Blocks of different letters, no two places of a block alike within 26 bytes.
+/// Returns the alphabet repeated over the whole device, in lower case in even blocks and in upper case in odd blocks.
 inline std::string Contents() {
   std::string contents;
   for (std::uint32_t i = 0; i < kSize; ++i) {
@@ -30,7 +30,6 @@ inline std::string Contents() {
   return contents;
 }
 
-/// A device of four blocks.
 class LinuxNandAccessTest : public testing::Test {
 protected:
   LinuxNandAccessTest() { test_support::WriteTextFile(m_path, Contents()); }

@@ -33,8 +33,8 @@ using test_support::WriteTextFile;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// The numbers of the requests are the kernel's interface. Only MEMREADOOB has a pointer in its argument, and so another
-// number where pointers have 64 bits.
+// The request numbers are part of the kernel's interface. The argument of MEMREADOOB contains a pointer, so its number
+// differs with the size of pointers.
 static_assert(MEMGETINFO == 0x80204D01);
 static_assert(MEMERASE == 0x40084D02);
 static_assert(MEMREADOOB == (sizeof(void*) == 4 ? 0xC00C4D04 : 0xC0104D04));
@@ -76,17 +76,17 @@ TEST_F(LinuxNandAccessTest, ReportsTheGeometry) {
   EXPECT_EQ(nand->GetTotalSize(), kSize);
 }
 
-TEST_F(LinuxNandAccessTest, UsesTheSmallerOfTheDevicesSizeAndTheGiven) {
+TEST_F(LinuxNandAccessTest, UsesTheSmallerOfTheGivenSizeAndTheDeviceSize) {
   const struct {
     const char* name;
     std::size_t size;
     std::uint32_t total;
   } rows[] = {
-      {"the device's", kSize, kSize},
+      {"size of the device", kSize, kSize},
       {"larger", kSize + kBlock, kSize},
-      {"larger by no whole block", kSize + 1, kSize},
-      {"greatest", SIZE_MAX, kSize},
-      {"the greatest power of two", SIZE_MAX - SIZE_MAX / 2, kSize},
+      {"larger by less than a block", kSize + 1, kSize},
+      {"maximum", SIZE_MAX, kSize},
+      {"largest power of two", SIZE_MAX - SIZE_MAX / 2, kSize},
       {"smaller", kSize - kBlock, kSize - kBlock},
       {"one block", kBlock, kBlock},
       {"none", 0, 0},
@@ -97,7 +97,7 @@ TEST_F(LinuxNandAccessTest, UsesTheSmallerOfTheDevicesSizeAndTheGiven) {
   }
 }
 
-TEST_F(LinuxNandAccessTest, AsksWhetherABlockIsBad) {
+TEST_F(LinuxNandAccessTest, ReportsBadBlocks) {
   const auto nand = Open();
   m_mtd.bad_blocks = {kBlock, kFarBlock};
   EXPECT_FALSE(nand->IsBadBlock(0));
@@ -107,7 +107,7 @@ TEST_F(LinuxNandAccessTest, AsksWhetherABlockIsBad) {
               ElementsAre("MEMGETBADBLOCK 0", "MEMGETBADBLOCK 4096", "MEMGETBADBLOCK 4294963200"));
 }
 
-TEST_F(LinuxNandAccessTest, TakesAnyAnswerButZeroForABadBlock) {
+TEST_F(LinuxNandAccessTest, TreatsAnyAnswerExceptZeroAsABadBlock) {
   const auto nand = Open();
   m_mtd.bad_blocks = {0};
   for (const int answer : {1, 2, 256, 65536, INT_MAX}) {
@@ -141,7 +141,7 @@ TEST_F(LinuxNandAccessTest, SkipsBadBlocksWhenItErasesARange) {
                           "MEMERASE 8192 4096", "MEMGETBADBLOCK 12288", "MEMERASE 12288 4096"));
 }
 
-TEST_F(LinuxNandAccessTest, KnowsWhetherASpareAreaIsErased) {
+TEST_F(LinuxNandAccessTest, ReportsWhetherASpareAreaIsErased) {
   const auto nand = Open();
   EXPECT_TRUE(nand->IsOobErased(0));
   for (std::size_t i = 0; i < kSpare; ++i) {
@@ -158,7 +158,7 @@ TEST_F(LinuxNandAccessTest, KnowsWhetherASpareAreaIsErased) {
   EXPECT_EQ(requests.back(), "MEMREADOOB 4294963200 16");
 }
 
-TEST(LinuxNandAccess, TakesPagesWithoutASpareAreaForErased) {
+TEST(LinuxNandAccess, TreatsPagesWithoutASpareAreaAsErased) {
   const TempDir dir;
   WriteTextFile(dir / "mtd", "");
   FakeMtd mtd({kSize, kBlock, kPage, 0});
@@ -181,12 +181,12 @@ TEST_F(LinuxNandAccessTest, Reads) {
       {"one byte more than a block", kBlock, kBlock + 1, kBlock},
       {"length of the device", 0, kSize, kBlock},
       {"one byte less than a block", kBlock, kBlock - 1, kBlock - 1},
-      {"back again, in the middle", 100, 7, 7},
+      {"smaller offset again, in the middle", 100, 7, 7},
       {"across blocks", kBlock - 3, kBlock, kBlock},
       {"nothing", 5, 0, 0},
       {"to the end", kSize - 10, 10, 10},
       {"past the end", kSize - 10, kBlock, 10},
-      {"behind the end", kSize, kBlock, 0},
+      {"at the end", kSize, kBlock, 0},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -198,7 +198,7 @@ TEST_F(LinuxNandAccessTest, Reads) {
   EXPECT_THAT(m_mtd.TakeRequests(), IsEmpty());
 }
 
-TEST_F(LinuxNandAccessTest, GoesOnAfterAShortRead) {
+TEST_F(LinuxNandAccessTest, ContinuesAfterAShortRead) {
   const auto nand = Open();
   m_mtd.longest_read = 3;
   EXPECT_EQ(ReadText(*nand, kBlock, 10), Contents().substr(kBlock, 10));
@@ -215,7 +215,7 @@ TEST_F(LinuxNandAccessTest, Writes) {
       {"a page", kPage, std::string(kPage, '#')},
       {"more than a block", kBlock, std::string(2 * kBlock, '*')},
       {"nothing", 0, ""},
-      {"back again", 3, "three"},
+      {"smaller offset again", 3, "three"},
       {"NUL bytes", kSize - 4, std::string(4, '\0')},
   };
   for (const auto& row : rows) {
@@ -230,9 +230,9 @@ TEST_F(LinuxNandAccessTest, Writes) {
   EXPECT_THAT(m_mtd.TakeRequests(), IsEmpty());
 }
 
-TEST_F(LinuxNandAccessTest, ReachesTheEndOfTheLargestDevice) {
+TEST_F(LinuxNandAccessTest, ReadsAndWritesAtTheEndOfTheLargestDevice) {
   const auto nand = Open();
-  // A file with a hole takes no room.
+  // The file is sparse, so it needs no space on the disk.
   ASSERT_EQ(::truncate(m_path.c_str(), off_t{kFarBlock} + kBlock), 0);
   EXPECT_EQ(nand->Write(kFarBlock + 16, "far", 3), 3U);
   EXPECT_EQ(ReadText(*nand, kFarBlock + 16, 3), "far");

@@ -26,7 +26,7 @@ TEST(NandAccess, ErasesTheBlocksThatBeginInARange) {
       {"two blocks", 100, 200, {"IsBadBlock 100", "EraseBlock 100", "IsBadBlock 200", "EraseBlock 200"}},
       {"one byte more than a block", 0, 101, {"IsBadBlock 0", "EraseBlock 0", "IsBadBlock 100", "EraseBlock 100"}},
       {"one byte less than a block", 300, 99, {"IsBadBlock 300", "EraseBlock 300"}},
-      {"counted from the offset", 50, 150, {"IsBadBlock 50", "EraseBlock 50", "IsBadBlock 150", "EraseBlock 150"}},
+      {"relative to the offset", 50, 150, {"IsBadBlock 50", "EraseBlock 50", "IsBadBlock 150", "EraseBlock 150"}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -36,7 +36,7 @@ TEST(NandAccess, ErasesTheBlocksThatBeginInARange) {
   }
 }
 
-TEST(NandAccess, LeavesBadBlocksOfARangeAlone) {
+TEST(NandAccess, DoesNotEraseBadBlocksOfARange) {
   FakeNand nand(100, 500);
   for (std::uint32_t block = 0; block < 500; block += 100) {
     nand.Write(block, "data", 4);
@@ -54,7 +54,7 @@ TEST(NandAccess, LeavesBadBlocksOfARangeAlone) {
   }
 }
 
-TEST(NandAccess, ErasesNothingWhereAllIsBad) {
+TEST(NandAccess, ErasesNothingWhenAllBlocksAreBad) {
   FakeNand nand(100, 200);
   nand.MarkBadBlock(0);
   nand.MarkBadBlock(100);
@@ -62,14 +62,14 @@ TEST(NandAccess, ErasesNothingWhereAllIsBad) {
   EXPECT_THAT(nand.Calls(), ElementsAre("IsBadBlock 0", "IsBadBlock 100"));
 }
 
-TEST(NandAccess, ErasesAll) {
+TEST(NandAccess, ErasesAllBlocks) {
   FakeNand nand(100, 300);
   nand.EraseAll();
   EXPECT_THAT(nand.Calls(), ElementsAre("IsBadBlock 0", "EraseBlock 0", "IsBadBlock 100", "EraseBlock 100",
                                         "IsBadBlock 200", "EraseBlock 200"));
 }
 
-TEST(NandAccess, ErasesAllOfNothing) {
+TEST(NandAccess, ErasesNothingOnADeviceWithoutBlocks) {
   FakeNand nand(100, 0);
   nand.EraseAll();
   EXPECT_THAT(nand.Calls(), IsEmpty());
@@ -82,13 +82,13 @@ TEST(NandAccess, ErasesUpToTheEndOfTheLargestDevice) {
                                         "EraseBlock 2147483648", "IsBadBlock 3221225472", "EraseBlock 3221225472"));
 }
 
-TEST(NandAccess, ErasesNothingBehindTheLargestDevice) {
+TEST(NandAccess, ErasesNothingAfterTheEndOfTheLargestDevice) {
   FakeNand nand(0x40000000, 0xFFFFFFFF);
   nand.EraseRange(0xC0000000, 0xC0000000);
   EXPECT_THAT(nand.Calls(), ElementsAre("IsBadBlock 3221225472", "EraseBlock 3221225472"));
 }
 
-TEST(NandAccess, WritesABlockAsItWrites) {
+TEST(NandAccess, WriteBlockCallsWrite) {
   FakeNand nand(100, 300);
   EXPECT_EQ(nand.WriteBlock(100, "contents", 8), 8U);
   EXPECT_THAT(nand.Calls(), ElementsAre("Write 100 8"));

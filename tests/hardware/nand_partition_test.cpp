@@ -61,17 +61,17 @@ TEST(NandPartition, IsNotFoundInATableWithoutIt) {
       {"empty table", "", "flash0.nvram"},
       {"header cut off", "dev: size", "flash0.nvram"},
       {"beginning of a name", kHeader + "mtd0: 1 1 \"flash0.nvram\"\n", "flash0"},
-      {"longer than a name", kHeader + "mtd0: 1 1 \"flash0\"\n", "flash0.nvram"},
+      {"name with an extra suffix", kHeader + "mtd0: 1 1 \"flash0\"\n", "flash0.nvram"},
       {"end of a name", kTable, "nvram"},
-      {"other case", kTable, "FLASH0"},
-      {"with its quotes", kTable, "\"flash0\""},
+      {"upper case", kTable, "FLASH0"},
+      {"name with its quotes", kTable, "\"flash0\""},
       {"empty name", kTable, ""},
-      {"name as a device", kTable, "mtd1:"},
+      {"device instead of the name", kTable, "mtd1:"},
       {"fourth word missing", kHeader + "mtd0: 1 1", "1"},
-      {"size is no number", kHeader + "mtd0: size 1 \"a\"\n", "a"},
-      {"erase size is no number", kHeader + "mtd0: 1 size \"a\"\n", "a"},
+      {"size is not a number", kHeader + "mtd0: size 1 \"a\"\n", "a"},
+      {"erase size is not a number", kHeader + "mtd0: 1 size \"a\"\n", "a"},
       {"row after a bad one", kHeader + "mtd0: size 1 \"a\"\nmtd1: 1 1 \"b\"\n", "b"},
-      {"behind a name with a blank", kHeader + "mtd0: 1 1 \"a b\"\nmtd1: 1 1 \"c\"\n", "c"},
+      {"after a name with a space", kHeader + "mtd0: 1 1 \"a b\"\nmtd1: 1 1 \"c\"\n", "c"},
       {"text with conversions", kTable, "100%d%s"},
   };
   for (const auto& row : rows) {
@@ -80,7 +80,7 @@ TEST(NandPartition, IsNotFoundInATableWithoutIt) {
   }
 }
 
-TEST(NandPartition, IsFoundHoweverItsNameIsQuoted) {
+TEST(NandPartition, IsFoundWithAnyQuotesAroundItsName) {
   const struct {
     const char* name;
     const char* quoted;
@@ -98,32 +98,32 @@ TEST(NandPartition, IsFoundHoweverItsNameIsQuoted) {
   }
 }
 
-TEST(NandPartition, LosesOnlyTheColonOfItsDevice) {
+TEST(NandPartition, PathOmitsOnlyTheFinalColonOfTheDevice) {
   EXPECT_EQ(ParseNandPartition(kHeader + "mtd12 10 8 \"a\"", "a").path, "/dev/mtd12");
   EXPECT_EQ(ParseNandPartition(kHeader + "m:td:: 10 8 \"a\"", "a").path, "/dev/m:td:");
   EXPECT_EQ(ParseNandPartition(kHeader + ": 10 8 \"a\"", "a").path, "/dev/");
 }
 
-TEST(NandPartition, HasHexadecimalSizes) {
+TEST(NandPartition, SizesAreHexadecimal) {
   const NandPartition partition = ParseNandPartition(kHeader + "mtd0: FFFFFFFF 0x10 \"a\"\n", "a");
   EXPECT_EQ(partition.size, 0xFFFFFFFF);
   EXPECT_EQ(partition.erase_size, 16U);
 }
 
-TEST(NandPartition, IsFoundBehindOneOfMoreThan32Bits) {
+TEST(NandPartition, IsFoundAfterAPartitionOfMoreThan32Bits) {
   const std::string table =
       kHeader + "mtd0: 123456789 100000000 \"a\"\nmtd1: fffffffffffffffff 8 \"b\"\nmtd2: 10 8 \"c\"\n";
   const NandPartition large = ParseNandPartition(table, "a");
   EXPECT_EQ(large.size, 0xFFFFFFFF);
   EXPECT_EQ(large.erase_size, 0xFFFFFFFF);
-  const NandPartition behind = ParseNandPartition(table, "c");
-  EXPECT_EQ(behind.size, 16U);
-  EXPECT_EQ(behind.erase_size, 8U);
+  const NandPartition after = ParseNandPartition(table, "c");
+  EXPECT_EQ(after.size, 16U);
+  EXPECT_EQ(after.erase_size, 8U);
   ExpectNotFound(kHeader + "mtd0: 10 fffffffff", "");
   ExpectNotFound(kHeader + "mtd0: 10 ", "");
 }
 
-TEST(NandPartition, IsTheFirstOfSeveralWithTheName) {
+TEST(NandPartition, IsTheFirstOfSeveralWithTheSameName) {
   EXPECT_EQ(ParseNandPartition(kHeader + "mtd3: 10 8 \"a\"\nmtd4: 20 8 \"a\"\n", "a").path, "/dev/mtd3");
 }
 
@@ -143,13 +143,13 @@ TEST(NandPartitionTable, IsReadFromAFile) {
                      [&] { FindNandPartition("flash1", (dir / "mtd").c_str()); });
 }
 
-TEST(NandPartitionTable, ThatCannotBeReadIsAnError) {
+TEST(NandPartitionTable, ThrowsWhenItCannotBeRead) {
   const TempDir dir;
   const std::string path = dir / "mtd";
   ExpectErrno(ENOENT, path + ": No such file or directory (2)", [&] { FindNandPartition("a", path.c_str()); });
 }
 
-TEST(NandPartitionTable, IsTheKernelsByDefault) {
+TEST(NandPartitionTable, IsProcMtdByDefault) {
   const TempDir proc;
   const test_support::BoundOver bound(proc.Path(), "/proc");
   ExpectErrno(ENOENT, "/proc/mtd: No such file or directory (2)", [] { FindNandPartition("flash0"); });
