@@ -33,7 +33,7 @@ protected:
   ReplyCheck m_check;
 };
 
-TEST_F(ReplyCheckTest, CarriesWhateverIsUtf8WithoutNul) {
+TEST_F(ReplyCheckTest, AcceptsUtf8WithoutNul) {
   const std::string rows[] = {"", "plain", "caf\xC3\xA9", "\xF0\x9F\x98\x80", "\x01\x7F\r\n\t", "\xEF\xBF\xBF"};
   for (const std::string& row : rows) {
     SCOPED_TRACE(row);
@@ -42,7 +42,7 @@ TEST_F(ReplyCheckTest, CarriesWhateverIsUtf8WithoutNul) {
   EXPECT_EQ(m_meanings, 0);
 }
 
-TEST_F(ReplyCheckTest, RefusesWhatIsNotUtf8AndSaysWhichStringIsMeant) {
+TEST_F(ReplyCheckTest, RefusesInvalidUtf8AndNamesTheString) {
   const std::string rows[] = {"\x80", "caf\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "a\xFFz"};
   for (const std::string& row : rows) {
     SCOPED_TRACE(row);
@@ -50,7 +50,7 @@ TEST_F(ReplyCheckTest, RefusesWhatIsNotUtf8AndSaysWhichStringIsMeant) {
   }
 }
 
-TEST_F(ReplyCheckTest, RefusesOneByteThatIsNotAsciiAnywhereInAText) {
+TEST_F(ReplyCheckTest, RefusesOneInvalidByteAtAnyPosition) {
   for (std::size_t size = 1; size <= 20; ++size) {
     for (std::size_t position = 0; position < size; ++position) {
       std::string text(size, '\x7F');
@@ -60,19 +60,21 @@ TEST_F(ReplyCheckTest, RefusesOneByteThatIsNotAsciiAnywhereInAText) {
   }
 }
 
-TEST_F(ReplyCheckTest, RefusesANulByteInsteadOfCuttingThere) {
+TEST_F(ReplyCheckTest, RefusesANulByteInsteadOfCuttingTheText) {
   EXPECT_EQ(ErrorOf(std::string("a\0b", 3)), "D-Bus cannot carry the value of key 'k': it holds a NUL byte");
   EXPECT_EQ(ErrorOf(std::string("\0", 1)), "D-Bus cannot carry the value of key 'k': it holds a NUL byte");
 }
 
-// A reply of many short strings is mostly lengths, terminators and padding: 16 bytes for each string.
-TEST_F(ReplyCheckTest, RefusesAReplyThatTheBusWouldDisconnectUsFor) {
+// In a reply of many short strings most bytes are lengths, terminators and padding. ReplyCheck counts 16 bytes for each
+// string.
+TEST_F(ReplyCheckTest, RefusesAReplyThatIsTooLongForTheBus) {
   constexpr std::size_t kRoom = 32 * kMiB - 64 * 1024;
   const struct {
     const char* name;
     std::size_t text;
     std::size_t others;  // strings of one byte that fit before it
-  } rows[] = {{"alone", kRoom - 16, 0}, {"after a short one", kRoom - 16 - 17, 1}, {"after many", 1, kRoom / 17 - 1}};
+  } rows[] = {
+      {"no other string", kRoom - 16, 0}, {"after a short one", kRoom - 16 - 17, 1}, {"after many", 1, kRoom / 17 - 1}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     m_check = ReplyCheck();

@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(MessageAccess, TellsWhetherTheCallerWaitsForAReply) {
+TEST(MessageAccess, ReportsWhetherTheCallerWaitsForAReply) {
   const DBus::Message call = test_support::ReceivedCall("a.b", "M", {});
   EXPECT_TRUE(WantsReply(call));
   dbus_message_set_no_reply(test_support::RawMessage(call), true);

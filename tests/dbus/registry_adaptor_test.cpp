@@ -15,7 +15,7 @@ using test_support::AsCall;
 using test_support::RawMessage;
 using test_support::ReceivedCall;
 
-// Records the calls that reach the operations and answers with what the test has prepared.
+// Records the calls of the operations and returns the values that the test has set.
 class FakeAdaptor : public com::tavimesh::Registry_adaptor {
 public:
   std::string Read(const std::string& section, const std::string& key) override {
@@ -106,7 +106,7 @@ TEST(RegistryAdaptor, PassesArgumentsInOrderAndRepliesWithTheDeclaredType) {
   }
 }
 
-TEST(RegistryAdaptor, RefusesACallWithAMissingArgumentBeforeTheOperationIsCalled) {
+TEST(RegistryAdaptor, RefusesAMissingArgumentWithoutCallingTheOperation) {
   for (const MethodRow& row : kMethods) {
     if (!row.arguments.empty()) {
       SCOPED_TRACE(row.name);
@@ -170,7 +170,7 @@ TEST(RegistryAdaptor, PacksEmptyContainers) {
   EXPECT_TRUE(adaptor.Call("KeyList", {"s"}).reader().recurse().at_end());
 }
 
-TEST(RegistryAdaptor, NamesTheStringThatTheBusCannotCarry) {
+TEST(RegistryAdaptor, ErrorNamesTheStringThatTheBusCannotCarry) {
   FakeAdaptor adaptor;
   adaptor.text = "\xFF";
   EXPECT_EQ(ErrorTextOf(adaptor, "Read", {"s 1", "k\n"}),
@@ -189,7 +189,7 @@ TEST(RegistryAdaptor, NamesTheStringThatTheBusCannotCarry) {
             "D-Bus cannot carry the registry's JSON text: it holds a NUL byte");
 }
 
-TEST(RegistryAdaptor, DescribesTwelveMethodsWithoutSignalsAndProperties) {
+TEST(RegistryAdaptor, DescribesTwelveMethodsAndNoSignalsOrProperties) {
   const FakeAdaptor adaptor;
   const DBus::IntrospectedInterface& description = *adaptor.introspect();
   EXPECT_STREQ(description.name, "com.tavimesh.Registry");

@@ -44,7 +44,7 @@ TEST(RegistryErrors, MapsEachClassOfExceptionToItsNameAndText) {
       {"runtime error", [] { throw std::runtime_error("100% wrong\n"); }, RegistryError::kException, "100% wrong\n"},
       {"no memory", [] { throw std::bad_alloc(); }, RegistryError::kException, "std::bad_alloc"},
       {"empty text", [] { throw std::runtime_error(""); }, RegistryError::kException, ""},
-      {"no std::exception", [] { throw 42; }, RegistryError::kInvalidName, "Unknown exception"},
+      {"not a std::exception", [] { throw 42; }, RegistryError::kInvalidName, "Unknown exception"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -62,14 +62,14 @@ TEST(RegistryErrors, NamesAreThoseOfTheInterface) {
   EXPECT_STREQ(RegistryError::kException, "com.tavimesh.Registry.Errors.Exception");
 }
 
-TEST(RegistryErrors, TextOutlivesTheStringItWasMadeFrom) {
+TEST(RegistryErrors, TextOutlivesTheStringThatItWasCopiedFrom) {
   std::string text(100, 'x');
   const RegistryError error(RegistryError::kException, text);
   text.assign(100, 'y');
   EXPECT_EQ(error.message(), std::string(100, 'x'));
 }
 
-TEST(RegistryErrors, CopyKeepsTheTextWhenTheOriginalIsGone) {
+TEST(RegistryErrors, CopyKeepsTheTextAfterTheOriginalIsDestroyed) {
   const auto original = std::make_unique<RegistryError>(RegistryError::kException, std::string(100, 'x'));
   const RegistryError copy = *original;
   EXPECT_EQ(copy.message(), std::string(100, 'x'));

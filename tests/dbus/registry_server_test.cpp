@@ -19,12 +19,13 @@ using test_support::RecordingStore;
 
 constexpr char kBadName[] = "caf\xC3\xA9";
 
-// Called directly: replies over a bus would be the same without what the operations themselves translate.
+// Calls the operations directly. Over a bus the replies would be the same even if the operations did not translate
+// their exceptions.
 class RegistryServerOperation : public testing::Test {
 protected:
   RegistryServer& Server() { return m_server; }
 
-  // What is written fails as `raise` does.
+  // Makes further writes to the store throw what `raise` throws.
   void FailWrites(std::function<void()> raise) {
     m_server.Write("s", "k", "v");
     m_store->OnWrite(std::move(raise));
@@ -49,7 +50,7 @@ private:
   RegistryServer m_server{fuzz::PeerBus::Instance().ServedEnd(), m_store, [this] { return m_is_stopping; }};
 };
 
-TEST_F(RegistryServerOperation, ThrowsTheErrorOfAnInvalidName) {
+TEST_F(RegistryServerOperation, ThrowsInvalidNameForAnInvalidName) {
   const std::vector<std::function<void()>> operations = {
       [&] { Server().Read(kBadName, "k"); },      [&] { Server().Write("s", kBadName, "v"); },
       [&] { Server().DeleteKey(kBadName, "k"); }, [&] { Server().DeleteSection(kBadName); },
@@ -61,27 +62,27 @@ TEST_F(RegistryServerOperation, ThrowsTheErrorOfAnInvalidName) {
   }
 }
 
-TEST_F(RegistryServerOperation, ThrowsTheErrorOfJsonOfTheWrongShape) {
+TEST_F(RegistryServerOperation, ThrowsInvalidJsonForJsonOfTheWrongShape) {
   ExpectError(RegistryError::kInvalidJson, "Invalid Json", [&] { Server().WriteJson("[]"); });
 }
 
-TEST_F(RegistryServerOperation, ThrowsTheErrorOfAFullRegistry) {
+TEST_F(RegistryServerOperation, ThrowsFullForAFullRegistry) {
   const std::string value(100, 'v');
   ExpectError(RegistryError::kFull, "Full", [&] { Server().Write("s", "k", value); });
   ExpectError(RegistryError::kFull, "Full", [&] { Server().WriteJson(R"({"s":{"k":")" + value + R"("}})"); });
 }
 
-TEST_F(RegistryServerOperation, ThrowsTheTextOfAnotherFailure) {
+TEST_F(RegistryServerOperation, ThrowsTheTextOfAnyOtherException) {
   FailWrites([] { throw std::runtime_error("no medium"); });
   ExpectError(RegistryError::kException, "no medium", [&] { Server().Flush(); });
 }
 
-TEST_F(RegistryServerOperation, ThrowsTheErrorOfAnInvalidNameForWhatIsNoException) {
+TEST_F(RegistryServerOperation, ThrowsInvalidNameForAValueThatIsNotAStdException) {
   FailWrites([] { throw 1; });
   ExpectError(RegistryError::kInvalidName, "Unknown exception", [&] { Server().Flush(); });
 }
 
-TEST_F(RegistryServerOperation, ThrowsTheErrorOfAnImportThatIsStopped) {
+TEST_F(RegistryServerOperation, ThrowsWhenAnImportIsStopped) {
   m_is_stopping = true;
   ExpectError(RegistryError::kException, "ledgerd is stopping",
               [&] { Server().WriteJson(std::string(100000, ' ') + "{}"); });
@@ -93,7 +94,7 @@ TEST(RegistryServer, LeavesTheObjectPathFreeWhenTheLoadFails) {
   };
   DBus::Connection& connection = fuzz::PeerBus::Instance().ServedEnd();
   EXPECT_THROW(RegistryServer(connection, std::make_shared<UnreadableStore>()), std::runtime_error);
-  // A path that is taken makes this throw.
+  // This throws if the path is still in use.
   EXPECT_NO_THROW(RegistryServer(connection, std::make_shared<RecordingStore>()));
 }
 

@@ -1,5 +1,5 @@
-// The order of the virtual functions of the interfaces, which programs built against them rely on. A destructor takes
-// the first two slots.
+// Tests the order of the virtual functions of the interfaces. Programs that were built against the interfaces rely on
+// it. A destructor uses the first two slots.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -17,8 +17,8 @@ namespace {
 
 constexpr std::size_t kNotVirtual = SIZE_MAX;
 
-// By the C++ ABI a pointer to a virtual member function is its offset in the table of virtual functions and a bit that
-// tells it from an address: on ARM the lowest one of the second word, elsewhere of the first.
+// In the C++ ABI a pointer to a virtual member function contains its offset in the table of virtual functions and a bit
+// that marks it as virtual. On ARM this is the lowest bit of the second word, elsewhere that of the first.
 template <typename Member>
 std::size_t Slot(Member member) {
   std::size_t words[2];
@@ -32,7 +32,7 @@ std::size_t Slot(Member member) {
   return is_virtual ? words[0] / sizeof(void*) : kNotVirtual;
 }
 
-// The members follow each other from slot `first` on.
+// Expects the members in consecutive slots, beginning with slot `first`.
 template <typename... Members>
 void ExpectSlots(std::size_t first, Members... members) {
   for (const std::size_t slot : {Slot(members)...}) {
@@ -55,7 +55,7 @@ TEST(VirtualSlots, OfTheAdaptor) {
 TEST(VirtualSlots, OfTheStores) {
   ExpectSlots(2, &PersistentStore::Read, &PersistentStore::Write, &PersistentStore::Capacity);
   using L = LazyPersistentStore;
-  // Of the two functions named Write, the one that copies is virtual.
+  // There are two functions named Write. The one that copies its argument is virtual.
   void (L::*const write)(const std::string&) = &L::Write;
   ExpectSlots(2, &L::Read, write, &L::Capacity, &L::Flush);
 }

@@ -1,6 +1,6 @@
 #include "tests/dbus/wrapped_message.h"
 
-// As the library's private header has it.
+// The same definition as in the private header of the library.
 struct DBus::Message::Private {
   DBusMessage* msg;
 };

@@ -1,4 +1,4 @@
-// Messages of the D-Bus library made from libdbus's own, so that handlers can be called without a bus.
+// Messages of dbus-c++ made from messages of libdbus, so that tests can call handlers without a bus.
 #pragma once
 
 #include <dbus-c++/message.h>
@@ -9,10 +9,10 @@
 
 namespace test_support {
 
-/// A method call as it arrives: with a serial number, and string arguments.
+/// Returns a method call as a service receives it: with a serial number, and with string arguments.
 DBus::Message ReceivedCall(const char* interface, const char* member, const std::vector<std::string>& arguments);
 
-/// The libdbus message behind a message of the library; owned by the latter.
+/// Returns the libdbus message in `message`, which still owns it.
 DBusMessage* RawMessage(const DBus::Message& message);
 
 const DBus::CallMessage& AsCall(const DBus::Message& message);
