@@ -1,25 +1,26 @@
-"""Reads what callgrind has written: one part for each operation, named by the request that wrote it out."""
+"""Reads the output of callgrind. It has one part for each operation, with the name that the benchmark gave it."""
 
 import collections
 import re
 
 TRIGGER = "desc: Trigger: Client Request: "
 
-# Templates of libraries are part of the measured program, and so is the benchmark itself.
+# The measured program also contains templates of libraries, and the benchmark itself.
 FOREIGN = re.compile(r"(std|__gnu_cxx|boost|nlohmann|fmt|__cxxabiv1)::")
 BENCHMARK = re.compile(r"main|(\(anonymous namespace\)::)?Count\w*\b|workload::|fuzz::|std::_Function_handler")
 
 
 class Profile:
-    """The instructions of one operation: of all in `total`, of each function with all that it calls in `functions`."""
+    """The instructions of one operation: all of them in `total`; in `functions` those of each function, including all
+    functions that it calls."""
 
     def __init__(self):
         self.total = 0
         self.functions = collections.Counter()
-        self.callees = collections.defaultdict(set)  # all functions by their full names
+        self.callees = collections.defaultdict(set)  # {function: its callees}, all by their full names
 
     def functions_within(self, root):
-        """Those of the functions that are called from `root`, directly or not, and `root` itself."""
+        """Returns `root` and those of the functions that it calls, directly or not."""
         found = {name for name in self.callees if without_arguments(name) == root}
         to_visit = list(found)
         while to_visit:
@@ -31,7 +32,7 @@ class Profile:
 
 
 def without_arguments(name):
-    """The qualified name alone: no argument list, no template arguments, no result type."""
+    """Returns only the qualified name: no argument list, no template arguments, no result type."""
     name = name.replace("(anonymous namespace)::", "").split("[abi:", 1)[0]
     shorter = None
     while shorter != name:
@@ -40,7 +41,8 @@ def without_arguments(name):
 
 
 def is_ours(binary, owner, name):
-    """Whether the function is this project's: of the measured program, but neither the benchmark's nor a library's."""
+    """Returns whether the function is this project's: in the measured program, but not of the benchmark or of a
+    library."""
     if owner != binary or BENCHMARK.match(name):
         return False
     short = without_arguments(name)
@@ -48,7 +50,7 @@ def is_ours(binary, owner, name):
 
 
 def parse(text, binary):
-    """The profiles by operation. `text` is callgrind's, written without the compression of names."""
+    """Returns the profiles by operation. `text` is the output of callgrind without compression of names."""
     profiles = {}
     profile = None
     owner = callee_owner = caller = callee = ""
@@ -76,8 +78,8 @@ def parse(text, binary):
             cost = int(line.split()[1])
             if in_call:
                 profile.callees[caller].add(callee)
-                # What a function spends in itself called again is already in the outer call; so is what it spends in a
-                # part that the compiler has made a function of its own, or after a virtual call's adjustment.
+                # A recursive call is already counted in the outer call. So is a call of a part that the compiler has
+                # split off, and the call of the function itself after the adjustment of a virtual call.
                 name = without_arguments(callee)
                 if name != without_arguments(caller) and is_ours(binary, callee_owner, callee):
                     profile.functions[name] += cost

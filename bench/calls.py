@@ -1,6 +1,6 @@
-"""The calls that are measured, on registries of several sizes.
+"""The measured calls, on registries of several sizes.
 
-A round starts all services anew, so that the place that a process happens to get in memory differs from round to round.
+Each round starts all services anew, so that the memory layout of the processes differs from round to round.
 """
 
 import json
@@ -16,12 +16,12 @@ FULL = FILLS[-1]
 KEYS_AT_FULL = 400
 KEYS_PER_SECTION = 16
 
-# Debian's description of xfconfd's service says where the program is.
+# Debian's service file of xfconfd contains the path of the program.
 XFCONF_SERVICE = "/usr/share/dbus-1/services/org.xfce.Xfconf.service"
 
 
 def sections(percent):
-    """{section: {key: value}} whose text in the registry file fills that share of the capacity."""
+    """Returns {section: {key: value}} whose text in the registry file fills that percentage of the capacity."""
     count = KEYS_AT_FULL * percent // FULL
     names = [(f"s{key // KEYS_PER_SECTION:03}", f"k{key:03}") for key in range(count)]
     fixed = len({section for section, _ in names}) * len("[s000]\n") + count * len("k000=\n")
@@ -43,15 +43,15 @@ def registry_json(percent):
 
 
 def changed_entries(percent):
-    """The key in the middle with two values in turn: each Write is a change and leaves the size of the text as it is,
-    but for the first Write to an empty registry."""
+    """Returns the middle key with two values in turn. Each Write is a change that does not change the size of the text,
+    except the first Write to an empty registry."""
     entries = [(section, key, len(value)) for section, keys in sections(percent).items() for key, value in keys.items()]
     section, key, length = entries[len(entries) // 2] if entries else ("s000", "k000", 34)
     return [(section, key, letter * length) for letter in "xy"]
 
 
 def xfconf_channel():
-    """The same registry, fully filled, in xfconfd's file format."""
+    """Returns the same registry, fully filled, in the file format of xfconfd."""
     lines = ['<channel name="registry" version="1.0">']
     for section, keys in sections(FULL).items():
         lines += [f'<property name="{section}" type="empty">',
@@ -61,7 +61,7 @@ def xfconf_channel():
 
 
 class Services:
-    """All services of a round, and the lines by which the client is asked for the calls to them."""
+    """All services of a round, and the lines that describe the calls to them for the client."""
 
     def __init__(self, place, build, before):
         self.place = place
@@ -87,7 +87,7 @@ class Services:
         service = self.start(self.place.start_with_store, REGISTRY, registry_text(percent), program, "-d")
         object_and_interface = ("/com/tavimesh/Registry", REGISTRY)
         text = self.place.connection.call_blocking(service[1], *object_and_interface, "ReadAllJson", "", ())
-        assert text == registry_json(percent), "the daemon does not hold the registry of the benchmark"
+        assert text == registry_json(percent), "the daemon does not have the registry of the benchmark"
         for entry in changed_entries(percent):
             self.add(f"{version}Write {percent}", service, *object_and_interface, "Write", "sss", *entry)
         if percent == FULL:
@@ -113,7 +113,7 @@ class Services:
             path = f"/{section}/{key}"
             held = self.place.connection.call_blocking(service[1], "/org/xfce/Xfconf", XFCONF, "GetProperty", "ss",
                                                        ("registry", path))
-            assert len(held) == len(value), "xfconfd does not hold the registry of the benchmark"
+            assert len(held) == len(value), "xfconfd does not have the registry of the benchmark"
             self.add("xfconfd SetProperty", service, "/org/xfce/Xfconf", XFCONF, "SetProperty", "ssv", "registry", path,
                      value)
 
@@ -124,7 +124,7 @@ class Services:
 
 
 def run_round(place, build, before, passes, block):
-    """Returns {"KIND p50", "KIND cpu" or "KIND bus": microseconds of a call}."""
+    """Returns {"KIND p50", "KIND cpu" or "KIND bus": microseconds per call}."""
     services = Services(place, build, before)
     output = subprocess.run(
         [build / "bench/ledgerd_bus_client", place.address, str(place.bus.pid), str(passes), str(block)],

@@ -1,4 +1,4 @@
-"""What the daemon may cost: ratios of two figures of the same round, or one figure. The only place for a goal."""
+"""The limits for the cost of the daemon. A goal limits one figure, or the ratio of two figures of the same round."""
 
 import dataclasses
 import statistics
@@ -9,7 +9,7 @@ class Goal:
     name: str
     limit: float
     figure: str
-    baseline: str = ""  # none: the figure itself is limited
+    baseline: str = ""  # empty: the figure itself is limited
 
 
 GOALS = (
@@ -35,7 +35,7 @@ NOT_MEASURED = "not measured"
 @dataclasses.dataclass(frozen=True)
 class Outcome:
     goal: Goal
-    values: tuple  # of each round; empty: not measured
+    values: tuple  # one for each round; empty: not measured
 
     @property
     def median(self):
@@ -43,7 +43,7 @@ class Outcome:
 
     @property
     def spread(self):
-        """The width of the middle half of the rounds, which a single disturbed round does not change."""
+        """Returns the width of the middle half of the rounds. One disturbed round does not change it."""
         if len(self.values) < 2:
             return 0.0
         low, _, high = statistics.quantiles(self.values, method="inclusive")
@@ -59,7 +59,7 @@ class Outcome:
 
 
 def outcomes(figures):
-    """The outcome of every goal. `figures` is {name: [the value of each round]}."""
+    """Returns the outcome of every goal. `figures` is {name: [the value of each round]}."""
     def values(goal):
         measured = figures.get(goal.figure, ())
         if not goal.baseline:

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """Counts the instructions of the hot operations with callgrind and compares them with the recorded counts.
 
-    bench/instruction_counts.py PROGRAM           fails when an operation takes over 10 % more than recorded
-    bench/instruction_counts.py PROGRAM --record  writes the counts into bench/instruction-counts
-    bench/instruction_counts.py PROGRAM --print   prints the counts, those of all our functions within included
+    bench/instruction_counts.py PROGRAM           fails if an operation needs over 10 % more than recorded
+    bench/instruction_counts.py PROGRAM --record  writes the counts to bench/instruction-counts
+    bench/instruction_counts.py PROGRAM --print   prints the counts of the operations and of our functions in them
 
 PROGRAM is ledgerd_count_instructions of a release build.
 """
@@ -21,16 +21,16 @@ import callgrind_profile
 BASELINE = pathlib.Path(__file__).resolve().parent / "instruction-counts"
 ALLOWED_RISE_PERCENT = 10
 
-# Functions that take less of their operation are not recorded.
+# Functions with a smaller share of their operation are not recorded.
 SHOWN_SHARE = 0.02
 
-# The same code of the C library on every machine; what differs is the speed of the processor, not the counts.
+# Makes the C library use the same code on every processor, so that the counts are the same on every machine.
 PLAIN_LIBRARY = ("glibc.cpu.hwcaps=-AVX512F,-AVX512VL,-AVX512BW,-AVX2,-AVX,-AVX_Fast_Unaligned_Load,-BMI1,-BMI2,-LZCNT,"
                  "-MOVBE,-RTM,-SSSE3,-SSE4_1,-SSE4_2,-ERMS,-FSRM")
 
 
 def count(program, *arguments):
-    """The instructions of one call: operation -> (total, {function: inclusive})."""
+    """Returns the instructions of one call: {operation: (total, {function: inclusive})}."""
     program = str(pathlib.Path(program).resolve())
     with tempfile.TemporaryDirectory(prefix="ledgerd-bench-") as directory:
         output = pathlib.Path(directory) / "callgrind.out"
@@ -40,7 +40,7 @@ def count(program, *arguments):
             env={"PATH": os.environ["PATH"], "GLIBC_TUNABLES": PLAIN_LIBRARY}, stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False, timeout=120)
         if result.returncode != 0:
-            sys.exit(f"valgrind has failed:\n{result.stderr}")
+            sys.exit(f"valgrind failed:\n{result.stderr}")
         profiles = callgrind_profile.parse(output.read_text(), program)
     counts = {}
     for line in result.stdout.splitlines():
@@ -60,8 +60,9 @@ def compiler():
 
 
 def table(counts):
-    """As recorded: a line for each operation, and an indented one for each of its functions, the largest first."""
-    lines = ["# Instructions of one call, and of our functions within it with all that they call.",
+    """Returns the record: a line for each operation, then an indented line for each of its functions, the largest
+    first."""
+    lines = ["# Instructions of one call, and of our functions in it, including all functions that they call.",
              f"# Written by scripts/instruction-counts --record, with {compiler()}."]
     for operation, (total, functions) in counts.items():
         lines.append(f"{operation} {total}")
@@ -85,13 +86,13 @@ def read_table(text):
 
 
 def risen_functions(before, now):
-    """Lines for the functions that take more than before, the largest rise first; new ones count in full."""
+    """Returns a line for each function that needs more than before, the largest rise first. New ones count in full."""
     rises = sorted(((cost - before.get(name, 0), name) for name, cost in now.items()), reverse=True)
     return [f"    {name} {before.get(name, 0)} -> {now[name]}\n" for rise, name in rises if rise > 0]
 
 
 def compare(recorded, counts):
-    """Prints one line for each operation; returns whether none has risen too far."""
+    """Prints one line for each operation. Returns whether no operation has risen too far."""
     good = True
     if list(recorded) != list(counts):
         print(f"FAILED: counted {' '.join(counts)}, recorded {' '.join(recorded)}")
@@ -123,7 +124,7 @@ def main():
         return 0
     if compare(read_table(BASELINE.read_text()), counts):
         return 0
-    print(f"A rise of over {ALLOWED_RISE_PERCENT} % is to be avoided or, with the reason in the commit, recorded:\n"
+    print(f"Avoid a rise of over {ALLOWED_RISE_PERCENT} %, or record it and give the reason in the commit message:\n"
           "scripts/instruction-counts --record")
     return 1
 

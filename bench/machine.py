@@ -1,4 +1,4 @@
-"""What a figure depends on besides the code: a description of the machine, and whether it is idle."""
+"""Describes the machine that the figures depend on, and waits until it is idle."""
 
 import datetime
 import os
@@ -15,16 +15,17 @@ MAX_WAIT_SECONDS = 300.0
 
 
 def processor_ticks(path="/proc/stat"):
-    """The ticks of all processors so far: (busy, all)."""
+    """Returns the ticks of all processors since the boot: (busy, all)."""
     first_line = pathlib.Path(path).read_text(encoding="ascii").split("\n", 1)[0]
-    # Time stolen by the host counts as busy: it disturbs the figures. A guest's time is part of the user's.
+    # Time that the host steals counts as busy, because it disturbs the figures. The time of guests is a part of the
+    # user time.
     ticks = [int(field) for field in first_line.split()[1:9]]
     idle = ticks[3] + ticks[4]
     return sum(ticks) - idle, sum(ticks)
 
 
 def busy_percent():
-    """How busy the processors are while this process sleeps."""
+    """Returns how busy the processors are while this process sleeps, in percent."""
     busy_before, all_before = processor_ticks()
     time.sleep(SAMPLE_SECONDS)
     busy, total = processor_ticks()
@@ -32,7 +33,7 @@ def busy_percent():
 
 
 def wait_until_idle(sample=busy_percent, clock=time.monotonic):
-    """Returns whether the machine became idle; prints what it waits for."""
+    """Waits until the machine is idle and returns whether it is. Prints a line if it has to wait."""
     deadline = clock() + MAX_WAIT_SECONDS
     announced = False
     while (busy := sample()) > MAX_BUSY_PERCENT:
@@ -52,7 +53,7 @@ def command_output(*command):
 
 
 def describe(build):
-    """Pairs of a name and a text."""
+    """Returns pairs of a name and a text."""
     cache = (build / "CMakeCache.txt").read_text(encoding="utf-8")
     compiler = re.search(r"^CMAKE_CXX_COMPILER:\w+=(.*)$", cache, re.M)[1]
     model = re.search(r"model name\s*: (.*)", pathlib.Path("/proc/cpuinfo").read_text(encoding="ascii"))

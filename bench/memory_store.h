@@ -1,4 +1,4 @@
-// A store that costs nothing, so that the count is that of its user.
+// A store in memory, which is cheap, so that almost all counted instructions are those of its user.
 #pragma once
 
 #include <cstdint>

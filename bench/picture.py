@@ -1,4 +1,4 @@
-"""A picture: the processor time of a Write by how full the registry is."""
+"""Draws the processor time of a Write by how full the registry is."""
 
 import statistics
 from xml.sax.saxutils import escape
@@ -20,12 +20,12 @@ def line(x1, y1, x2, y2, style):
 
 
 def step_of(highest):
-    """The distance of the grid's lines: at most eight of them."""
+    """Returns the distance of the grid lines, for at most eight intervals."""
     return next(step for step in (1, 2, 5, 10, 20, 50, 100, 200, 500, 1000) if highest / step <= 8)
 
 
 def spread_out(places):
-    """Moves labels downwards until none covers another: {label: y}."""
+    """Moves labels down until none covers another. Returns {label: y}."""
     moved = {}
     last = -LABEL_GAP
     for label, y in sorted(places.items(), key=lambda item: item[1]):
@@ -34,7 +34,7 @@ def spread_out(places):
 
 
 def draw(figures, series):
-    """`series` is {label: (prefix of the figures, colour)}."""
+    """Returns the picture as SVG. `series` is {label: (prefix of the figures, colour)}."""
     values = {label: [figures[f"{prefix}Write {fill} cpu"] for fill in calls.FILLS]
               for label, (prefix, _) in series.items()}
     echo = statistics.median(figures["echo of Write cpu"])
@@ -61,7 +61,7 @@ def draw(figures, series):
     lines += [text((LEFT + end) / 2, HEIGHT - 10, "share of the registry's capacity in use", "middle"),
               line(LEFT, y_of(echo), end, y_of(echo), f'stroke="{ECHO_COLOUR}" stroke-dasharray="6 4"')]
     places = {("echo (baseline)", ECHO_COLOUR): y_of(echo)}
-    # The vertical lines of two series do not cover each other.
+    # The shift keeps the vertical lines of two series apart.
     for shift, (label, (_, colour)) in zip((-2, 2), series.items()):
         medians = [statistics.median(rounds) for rounds in values[label]]
         points = " ".join(f"{x_of(fill):.1f},{y_of(median):.1f}" for fill, median in zip(calls.FILLS, medians))

@@ -1,4 +1,4 @@
-"""The results as text and as the page on performance."""
+"""Formats the results as text and as the page on performance."""
 
 import pathlib
 import re
@@ -14,7 +14,7 @@ UNITS = {"start": "ms", "memory": "KiB", "size": "KiB"}
 
 
 def number(value):
-    """Three significant digits at least."""
+    """Returns the number with at least three significant digits."""
     return f"{value:.0f}" if value >= 100 else f"{value:.1f}" if value >= 10 else f"{value:.2f}"
 
 
@@ -24,7 +24,7 @@ def summary(values):
 
 
 def baseline_of(name):
-    """The figure with which the list compares this one, or None."""
+    """Returns the name of the figure that this figure is compared with, or None."""
     kind, field = name.rsplit(" ", 1)
     if kind in UNITS:
         return f"{kind} minimal" if field == "ledgerd" else None
@@ -37,7 +37,7 @@ def baseline_of(name):
 
 
 def ratio_text(figures, name):
-    """The median of the rounds' ratios to the baseline; 1 for a baseline."""
+    """Returns the median of the rounds' ratios to the baseline, or "1" for a baseline."""
     baseline = baseline_of(name)
     if baseline is None:
         return "1"
@@ -49,7 +49,7 @@ def machine_text(description):
 
 
 def figures_text(figures):
-    """A line for each: name, median (min … max), number of rounds, ratio to its baseline."""
+    """Returns a line for each figure: name, median (min … max), number of rounds, ratio to its baseline."""
     lines = [""]
     for name, values in sorted(figures.items()):
         ratio = f"  {ratio_text(figures, name)} x {baseline_of(name)}" if baseline_of(name) else ""
@@ -58,7 +58,7 @@ def figures_text(figures):
 
 
 def goal_rows(outcomes):
-    """Name, limit, measured, spread and verdict of each."""
+    """Returns the name, limit, measured value, spread and verdict of each goal."""
     return [(outcome.goal.name, number(outcome.goal.limit), summary(outcome.values) if outcome.values else "-",
              number(outcome.spread) if outcome.values else "-", outcome.verdict) for outcome in outcomes]
 
@@ -71,13 +71,13 @@ def goals_text(outcomes):
 
 
 def table(head, rows, alignment="---:"):
-    """In Markdown; the first column is text, and the alignment is that of the others."""
+    """Returns a Markdown table. The first column is text. `alignment` is the alignment of the other columns."""
     lines = [head, ("---", *[alignment] * (len(head) - 1)), *rows]
     return "\n".join(f"| {' | '.join(line)} |" for line in lines) + "\n"
 
 
 def label_of(kind):
-    """As the page names a kind of call: "before Write 25" is "`Write` at 25 %, version 1.0.0"."""
+    """Returns the name of a kind of call on the page: "before Write 25" is "`Write` at 25 %, version 1.0.0"."""
     version = ", version 1.0.0" if kind.startswith("before ") else ""
     return re.sub(r"^(\w+)( (\d+))?$", lambda name: f"`{name[1]}`" + (f" at {name[3]} %" if name[3] else ""),
                   kind.removeprefix("before ")) + version
@@ -97,7 +97,7 @@ def starts_table(figures):
 
 
 def write_page(page, description, extent, figures, outcomes):
-    """Writes the page and its picture, which is in a directory named after the page."""
+    """Writes the page, and its picture to a directory that is named after the page."""
     fields = {name: number(statistics.median(values)) for name, values in figures.items()}
     fields.update(vars(extent), calls=extent.passes * extent.block, keys=calls.KEYS_AT_FULL,
                   sections=len(calls.sections(calls.FULL)),

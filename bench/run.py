@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Runs the benchmark; scripts/bench builds what it needs.
+"""Runs the benchmark. scripts/bench builds the programs that it needs.
 
     bench/run.py BUILD --before PROGRAM [--armhf PROGRAM] [--quick] [--page FILE]
 
@@ -23,7 +23,7 @@ import world
 
 
 class Extent:
-    """How much is measured."""
+    """The number of rounds, calls and starts."""
 
     def __init__(self, quick):
         self.rounds = 2 if quick else 15
@@ -33,19 +33,19 @@ class Extent:
 
 
 def stripped_size(program, state):
-    """KiB of the program for 32-bit ARM without its symbols."""
+    """Returns the size of the program for 32-bit ARM without its symbols, in KiB."""
     stripped = pathlib.Path(state) / "stripped"
     subprocess.run(["arm-linux-gnueabihf-strip", "-o", stripped, program], check=True)
     return os.path.getsize(stripped) / 1024
 
 
 def is_ready(options):
-    """Whether the machine is idle; a run that writes no page does not wait for that."""
+    """Returns whether the machine is idle, and waits for it if necessary. A run without a page never waits."""
     return not options.page or machine.wait_until_idle()
 
 
 def measure(place, options, extent):
-    """All figures, {name: [the value of each round]}; None if the machine is not ready for a round."""
+    """Returns all figures, {name: [the value of each round]}, or None if the machine is not ready for a round."""
     figures = {"size armhf": [stripped_size(options.armhf, place.state)]} if options.armhf else {}
     for _ in range(extent.rounds):
         if not is_ready(options):
@@ -58,7 +58,7 @@ def measure(place, options, extent):
 
 
 def exit_status(outcomes):
-    """Prints the goals for which the run fails."""
+    """Prints the goals that make the run fail. Returns the exit status."""
     missed = [outcome.goal.name for outcome in outcomes if outcome.verdict == goals.MISSED]
     for name in missed:
         print(f"The goal is missed: {name}")
@@ -73,8 +73,8 @@ def parse_arguments(arguments):
     parser.add_argument("build", type=path, help="the directory of a release build")
     parser.add_argument("--before", type=path, required=True, help="the daemon of version 1.0.0")
     parser.add_argument("--armhf", type=path, help="the daemon for 32-bit ARM")
-    parser.add_argument("--quick", action="store_true", help="a few calls only: the figures mean nothing")
-    parser.add_argument("--page", type=path, help="the page that is written, on an idle machine only")
+    parser.add_argument("--quick", action="store_true", help="only a few calls: the figures mean nothing")
+    parser.add_argument("--page", type=path, help="the page to write; waits for an idle machine")
     options = parser.parse_args(arguments)
     if options.page and not options.armhf:
         parser.error("--page needs --armhf")
@@ -82,7 +82,7 @@ def parse_arguments(arguments):
 
 
 def inside(state, options):
-    """Measures and returns the exit status."""
+    """Measures inside the namespaces and returns the exit status."""
     place = world.World(state)
     extent = Extent(options.quick)
     figures = None

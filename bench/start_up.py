@@ -1,4 +1,4 @@
-"""The start of the daemon and of a minimal program, in turn, and what either holds in memory when it is idle. The
+"""Measures the start of the daemon and of a minimal program, in turn, and the memory of both when they are idle. The
 registry file is full to 99 %."""
 
 import pathlib
@@ -12,7 +12,7 @@ PID_FILE = pathlib.Path("/run/ledgd.pid")
 
 
 def start_minimal(build):
-    """Until the program has its name."""
+    """Measures the time until the program owns its name."""
     begin = time.monotonic()
     with subprocess.Popen([build / "bench/minimal_service"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                           bufsize=0) as process:
@@ -24,7 +24,7 @@ def start_minimal(build):
 
 
 def start_daemon(build):
-    """Until the command returns: then the daemon has its name and holds the registry."""
+    """Measures the time until the command returns. The daemon then owns its name and has loaded the registry."""
     begin = time.monotonic()
     subprocess.run([build / "daemon/ledgerd"], check=True, stderr=subprocess.DEVNULL)
     elapsed = time.monotonic() - begin

@@ -1,4 +1,4 @@
-// Fixed data for the count of instructions: registries of a given size.
+// Fixed data for the counts of instructions: registries of a given size.
 #pragma once
 
 #include <cstddef>
@@ -17,17 +17,17 @@ struct Entry {
   std::string value;
 };
 
-/// `percent` of the capacity in bytes.
+/// Returns `percent` of the capacity in bytes.
 std::size_t Share(std::size_t percent);
 
-/// The entries of a registry with `keys` keys whose text is `size` bytes long, in order; none for a size of 0. Nothing
-/// in them needs an escape. Throws std::length_error if that many keys do not fit.
+/// Returns the entries, in order, of a registry with `keys` keys whose text is `size` bytes long. Returns none if
+/// `size` is 0. The entries need no escapes. Throws std::length_error if that many keys do not fit.
 std::vector<Entry> Entries(std::size_t size, std::size_t keys);
 
-/// The same as the registry's text.
+/// Returns the text of a registry with these entries.
 std::string RegistryText(std::size_t size, std::size_t keys);
 
-/// `size` bytes of which every 16th must be escaped in a value.
+/// Returns `size` bytes, of which every 16th must be escaped in a value.
 std::string ValueToEscape(std::size_t size);
 
 }  // namespace workload

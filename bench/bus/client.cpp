@@ -1,16 +1,16 @@
-// Measures calls to several services on one bus, one call at a time, in shuffled blocks: what the machine does besides
-// slows all kinds of call alike.
+// Measures calls to several services on one bus. It makes one call at a time, in shuffled blocks, so that other work of
+// the machine slows all kinds of calls alike.
 //
 //   ledgerd_bus_client ADDRESS BUS-PROCESS PASSES BLOCK
 //
-// Standard input has a line for each call, its fields separated by tabs:
+// Standard input has one line for each call. Tabs separate the fields:
 //
 //   KIND PROCESS DESTINATION PATH INTERFACE TYPES MEMBER [ARGUMENT ...]
 //
-// PROCESS is that of the service. TYPES has a letter for each argument: s is a string, v a variant that holds one.
-// Lines with the same KIND follow each other; their calls are made in turn. PASSES x BLOCK calls of each kind are
-// measured. Prints a line for each kind, "KIND P50 SERVICE-CPU BUS-CPU": the median time of a call, and the processor
-// time that one call costs the service and the bus, in nanoseconds.
+// PROCESS is the process ID of the service. TYPES has one letter for each argument: s is a string, v is a variant that
+// contains a string. Lines with the same KIND must be consecutive; their calls are made in turn. The client measures
+// PASSES x BLOCK calls of each kind. It prints one line for each kind, "KIND P50 SERVICE-CPU BUS-CPU": the median time
+// of a call, and the processor time that one call costs the service and the bus. All times are in nanoseconds.
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -30,7 +30,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Not measured, because the services before had the processor's caches.
+// These calls are not measured, because the processor's caches still contain the data of other services.
 constexpr std::size_t kWarmUpCalls = 5;
 
 struct Kind {
@@ -77,9 +77,9 @@ void AddCall(std::vector<Kind>& kinds, const std::string& line) {
   kinds.back().calls.push_back(std::move(call));
 }
 
-// Makes the kind's call number `i` and returns its nanoseconds.
+// Makes call number `i` of the kind and returns its time in nanoseconds.
 std::int64_t Call(Connection& connection, const Kind& kind, std::size_t i) {
-  // A message can be sent once only.
+  // A message can be sent only once.
   const Message call(dbus_message_copy(kind.calls[i % kind.calls.size()].get()));
   const auto begin = Clock::now();
   connection.Call(call.get());
@@ -113,11 +113,11 @@ void Run(const char* address, pid_t bus, std::size_t passes, std::size_t block) 
     AddCall(kinds, line);
   }
   Connection connection(address);
-  std::minstd_rand random;  // the same orders in every run
+  std::minstd_rand random;  // the same order in every run
   std::vector<Kind*> order(kinds.size());
   std::transform(kinds.begin(), kinds.end(), order.begin(), [](Kind& kind) { return &kind; });
   for (std::size_t pass = 0; pass < passes; ++pass) {
-    // A block finds the processor as the block before has left it, so that no kind may always follow the same one.
+    // The caches still contain the data of the block before, so a kind must not always follow the same other kind.
     std::shuffle(order.begin(), order.end(), random);
     for (Kind* const kind : order) {
       MeasureBlock(connection, bus, *kind, block);

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::chrono::seconds kPatience(20);
 
-// Nothing if a thread runs.
+// Returns nothing if a thread is running.
 std::optional<std::uint64_t> SumAtRest(pid_t process) {
   std::uint64_t sum = 0;
   for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
@@ -22,10 +22,10 @@ std::optional<std::uint64_t> SumAtRest(pid_t process) {
     std::getline(stat, line);
     std::ifstream schedstat(thread.path() / "schedstat");
     std::uint64_t nanoseconds = 0;
-    // The state follows the name, which is in parentheses and may hold any byte.
+    // The state follows the name, which is in parentheses and may contain any byte.
     const std::size_t name_end = line.rfind(") ");
     if (name_end == std::string::npos || !(schedstat >> nanoseconds)) {
-      throw std::runtime_error("no account of process " + std::to_string(process));
+      throw std::runtime_error("cannot read the processor time of process " + std::to_string(process));
     }
     if (line[name_end + 2] != 'S') {
       return std::nullopt;
@@ -45,5 +45,5 @@ std::uint64_t CpuTime(pid_t process) {
     }
     ::sched_yield();
   }
-  throw std::runtime_error("process " + std::to_string(process) + " does not come to rest");
+  throw std::runtime_error("process " + std::to_string(process) + " does not become idle");
 }

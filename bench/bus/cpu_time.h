@@ -1,10 +1,11 @@
-// The processor time that a process has used, all its threads together.
+// The processor time of a process.
 #pragma once
 
 #include <sys/types.h>
 
 #include <cstdint>
 
-/// Waits until every thread of the process sleeps, so that the kernel's account is complete; then returns nanoseconds,
-/// the kernel's work for the process included. Throws std::runtime_error if the process is gone or never rests.
+/// Waits until every thread of the process sleeps, because only then the kernel's figures are complete. Returns the
+/// nanoseconds of all threads, including the work of the kernel for them. Throws std::runtime_error if the process has
+/// ended or does not become idle.
 std::uint64_t CpuTime(pid_t process);

@@ -1,5 +1,5 @@
-// The baseline for a service on the bus: libdbus alone. It answers a call with its last argument, a string, and a call
-// without arguments with a text of LENGTH bytes.
+// The baseline for a service on the bus: it uses only libdbus. It answers a call with the last argument, a string. It
+// answers a call without arguments with a text of LENGTH bytes.
 //
 //   ledgerd_echo_service NAME LENGTH
 #include <dbus/dbus.h>

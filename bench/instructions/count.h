@@ -1,22 +1,23 @@
-// Runs operations for callgrind: instructions are collected within the calls only, and written out under the
-// operation's name.
+// Runs operations under callgrind. Only instructions of the calls are counted. callgrind writes them under the name of
+// the operation.
 #pragma once
 
 #include <functional>
 
 struct Counting {
   const char* name;
-  int calls;  // even: operations that change something take turns in two values
-  /// The function of whose calls the instructions count, all that it calls included. Null: the whole operation.
+  int calls;  // even, because operations that change something alternate between two values
+  /// Only calls of this function are counted, including all functions that it calls. Null: the whole operation is
+  /// counted.
   const char* root = nullptr;
 };
 
-/// Calls `operation`, which gets the number of the call, a few times uncounted and then counted, and prints
-/// "name calls root". Outside of valgrind it does the same work.
+/// Calls `operation` a few times without counting it, then `calls` times with counting, and prints "name calls root".
+/// The argument of `operation` is the number of the call. Without valgrind it does the same work.
 void Count(const Counting& counting, const std::function<void(int)>& operation);
 
-/// The registry's operations in one process.
+/// Counts the registry's operations without a bus.
 void CountInProcess();
 
-/// What the served object does for calls on a connection without a bus.
+/// Counts the work of the served object for calls on a connection without a bus daemon.
 void CountServed();

@@ -2,7 +2,7 @@
 //
 //   valgrind --tool=callgrind --collect-atstart=no ledgerd_count_instructions [--copy-more]
 //
-// With --copy-more each call copies some text besides, byte by byte: a slow-down that the comparison of the counts must
+// With --copy-more each call also copies a text byte by byte: a slow-down that the comparison of the counts must
 // report.
 #include <valgrind/callgrind.h>
 

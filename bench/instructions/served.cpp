@@ -19,7 +19,7 @@ using workload::Entry;
 using workload::kManyKeys;
 using workload::Share;
 
-// What libdbus does before and the kernel after is not ours.
+// The work of libdbus before this function and of the kernel after it is not counted.
 constexpr char kRoot[] = "RegistryServer::handle_message";
 
 constexpr char kName[] = "com.tavimesh.Registry";
@@ -35,7 +35,7 @@ Message NewCall(const char* member, std::initializer_list<std::string> arguments
 
 void CountCalls(const char* name, int calls, const std::vector<Message>& messages) {
   Count({name, calls, kRoot}, [&](int call) {
-    // A message can be sent once only.
+    // A message can be sent only once.
     const Message copy(dbus_message_copy(messages[static_cast<std::size_t>(call) % messages.size()].get()));
     const std::vector<Message> replies = PeerBus::Instance().Exchange(*copy);
     fuzz::Require(replies.size() == 1 && dbus_message_get_type(replies[0].get()) == DBUS_MESSAGE_TYPE_METHOD_RETURN,
