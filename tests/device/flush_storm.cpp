@@ -1,7 +1,8 @@
-// Writes and flushes without a pause and tells how far it got: a line with the number of each text that the daemon has
-// written. Every text is a function of its number, so that whoever finds the file later knows whether it is whole.
+// Writes and flushes the registry without a pause. Prints a line with the number of each text that the daemon has
+// written. The number determines the text, so that a later reader of the file can check whether it is complete.
 //
-//   flush_storm FIRST_NUMBER [COUNT BYTES]    COUNT texts of that length, instead of texts of all lengths without end
+//   flush_storm FIRST_NUMBER                writes texts of all lengths, without end
+//   flush_storm FIRST_NUMBER COUNT BYTES    writes COUNT texts of that length
 #include <dbus/dbus.h>
 
 #include <cstdint>
@@ -14,7 +15,7 @@ namespace {
 
 DBusConnection* g_bus;
 
-// One call of the registry; ends the program if it fails, as it does when the power is cut below the daemon.
+// Makes one call of the registry. Exits if the call fails, as it does when the daemon's flash loses its power.
 void Call(const char* method, const char* section = nullptr, const char* key = nullptr, const char* value = nullptr) {
   DBusMessage* const call =
       dbus_message_new_method_call("com.tavimesh.Registry", "/com/tavimesh/Registry", "com.tavimesh.Registry", method);
@@ -32,12 +33,12 @@ void Call(const char* method, const char* section = nullptr, const char* key = n
   dbus_message_unref(reply);
 }
 
-// Of all lengths up to nearly a full registry.
+// Returns a value for each number. The values have all lengths up to nearly a full registry.
 std::string Value(std::uint32_t number) {
   return std::to_string(number) + ' ' + std::string(number * 7919 % 16000, static_cast<char>('a' + number % 26));
 }
 
-// For a text of `bytes`: the header, the key and the line ends have the others.
+// Returns a value that makes the text of the registry `bytes` long.
 std::string ValueOfLength(std::uint32_t number, std::size_t bytes) {
   std::string value = std::to_string(number) + ' ';
   value.resize(bytes - std::strlen("[storm]\nvalue=\n"), 'x');
@@ -57,7 +58,7 @@ int main(int argc, char** argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   g_bus = dbus_bus_get(DBUS_BUS_SYSTEM, nullptr);
   if (g_bus == nullptr) {
-    std::fprintf(stderr, "no bus\n");
+    std::fprintf(stderr, "cannot connect to the system bus\n");
     return 1;
   }
   const auto first = static_cast<std::uint32_t>(std::strtoul(argv[1], nullptr, 10));

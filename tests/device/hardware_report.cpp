@@ -1,4 +1,4 @@
-// Prints every member of the hardware description of the board that it runs on.
+// Prints every member of the hardware description of this board.
 #include <cinttypes>
 #include <cstdio>
 #include <exception>

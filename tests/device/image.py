@@ -11,15 +11,15 @@ ROOT = HERE.parent.parent
 CACHE = ROOT / ".cache/armhf"
 SYSROOT = CACHE / "sysroot"
 
-# Programs of Debian that the scenarios call, as a device has them.
+# Debian programs that the scenarios call.
 PROGRAMS = ["bin/busybox", "usr/bin/dbus-daemon", "usr/bin/dbus-send", "usr/bin/gdbus", "usr/sbin/nandwrite",
             "usr/sbin/ubiattach", "usr/sbin/ubidetach", "usr/sbin/ubiformat", "usr/sbin/ubimkvol"]
 FILES = ["usr/share/dbus-1/system.conf"]
 MODULES = ["virtio_mmio", "virtio_console", "virtio_blk", "nandsim", "crc16", "crc32c_generic", "mbcache", "jbd2", "ext4",
            "deflate", "zstd_compress", "zstd", "ubi", "ubifs"]
-LIBRARY_FOLDERS = ["lib/arm-linux-gnueabihf", "usr/lib/arm-linux-gnueabihf"]
+LIBRARY_DIRECTORIES = ["lib/arm-linux-gnueabihf", "usr/lib/arm-linux-gnueabihf"]
 
-# root, the bus's own user, a member of the group that may use the registry, and somebody who is not.
+# root, the user of the bus daemon, a member of the group that may use the registry, and a user outside the group.
 PASSWD = """\
 root:x:0:0:root:/root:/bin/sh
 messagebus:x:100:100::/:/bin/false
@@ -42,21 +42,21 @@ def kernel():
 
 
 def without_signature(module):
-    """The module as the compiler made it: a signature no longer fits once a byte has changed."""
+    """Returns the module without its signature, which is invalid once a byte has changed."""
     if not module.endswith(SIGNATURE_MARK):
         return module
-    # The trailer in front of the mark ends in the signature's length, four bytes, big end first; it has twelve.
+    # The mark follows a trailer of twelve bytes. The last four are the length of the signature, big-endian.
     end = len(module) - len(SIGNATURE_MARK)
     length = int.from_bytes(module[end - 4:end], "big")
     return module[:end - 12 - length]
 
 
 def with_partition_name(module):
-    """nandsim with partitions named as the bootloader names them. This kernel takes no names from outside."""
+    """Returns nandsim with the partition names of the bootloader. In this kernel no parameter sets the names."""
     old = b"NAND simulator partition %d\0"
     new = b"flash%d.nvram\0"
     if module.count(old) != 1:
-        raise RuntimeError("this kernel's nandsim names its partitions in another way")
+        raise RuntimeError("cannot rename the partitions of this kernel's nandsim")
     return without_signature(module.replace(old, new.ljust(len(old), b"\0")))
 
 
@@ -88,7 +88,7 @@ class Image:
             target.chmod(mode)
 
     def add_program(self, source, path):
-        """A program with all the libraries that it is linked with."""
+        """Adds a program and all libraries that it is linked with."""
         self.add_file(source, path, 0o755)
         libraries, interpreter = needed_libraries(source)
         for name in interpreter:
@@ -100,16 +100,16 @@ class Image:
         if name in self._libraries:
             return
         self._libraries.add(name)
-        for folder in LIBRARY_FOLDERS:
-            source = SYSROOT / folder / name
+        for directory in LIBRARY_DIRECTORIES:
+            source = SYSROOT / directory / name
             if source.exists():
                 self.add_program(source, f"lib/{name}")
                 return
         raise RuntimeError(f"{name} is not in {SYSROOT}")
 
     def add_system(self):
-        for folder in ["dev", "proc", "sys", "tmp", "run", "var/lib", "root", "mnt"]:
-            (self.tree / folder).mkdir(parents=True)
+        for directory in ["dev", "proc", "sys", "tmp", "run", "var/lib", "root", "mnt"]:
+            (self.tree / directory).mkdir(parents=True)
         for program in PROGRAMS:
             self.add_program(SYSROOT / program, program)
         for path in FILES:
@@ -129,7 +129,7 @@ class Image:
         self.add_file(HERE / "guest/library.sh", "scenario/library.sh")
 
     def add_product(self, build):
-        """The daemon as a user gets it, stripped, with its bus policy, and the programs of the tests."""
+        """Adds the stripped daemon, its bus policy, and the programs of the tests."""
         for source, path in [("daemon/ledgerd", "usr/sbin/ledgerd"),
                              ("tests/device/flush_storm", "usr/bin/flush_storm"),
                              ("tests/device/hardware_report", "usr/bin/hardware_report"),

@@ -1,5 +1,5 @@
-// Walks through the operations on a NAND partition and prints what each answers. Its blocks 0 and 2 are bad and the
-// others erased when it starts.
+// Calls the operations on a NAND partition and prints their results. At the start, blocks 0 and 2 are bad, and the
+// others are erased.
 #include <cstdio>
 #include <exception>
 #include <vector>
@@ -25,7 +25,8 @@ void PrintBadBlocks(NandAccess& nand) {
 Bytes PatternOf(std::uint32_t block, std::size_t size) {
   Bytes pattern(size);
   for (std::size_t i = 0; i < size; ++i) {
-    // No multiple of the error correction's step, or its code may look like erased flash.
+    // The period is not a multiple of the step of the error correction, whose code could otherwise look like erased
+    // flash.
     pattern[i] = static_cast<unsigned char>(i % 251 + block);
   }
   return pattern;

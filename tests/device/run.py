@@ -1,4 +1,4 @@
-"""Boots the emulated board once for each scenario and compares what the scenario prints with what it should print."""
+"""Boots the emulated board once for each scenario and compares the output of the scenario with the expected output."""
 
 import argparse
 import concurrent.futures
@@ -13,23 +13,23 @@ import board
 import image
 
 SCENARIOS = image.HERE / "scenarios"
-# Boards that die, hang or keep silent; each must be reported as such.
+# Boards that panic, hang or send no result. Each must be reported as a failure.
 FAILURES = image.HERE / "failures"
-# Emulation on a busy machine is slow; nothing here should take a tenth of this.
+# Emulation on a busy machine is slow. A scenario should need less than a tenth of this.
 TIMEOUT = 300
 FAILURE_TIMEOUT = 30
 BOARDS_AT_ONCE = 2
 
 
-def archive_for(base, scenario, folder):
-    """The kernel unpacks archives one behind the other, so that only the scenario is packed anew."""
-    tree = folder / "tree"
+def archive_for(base, scenario, directory):
+    """Appends the scenario to the base archive. The kernel unpacks both, so that only the scenario is packed anew."""
+    tree = directory / "tree"
     own = image.Image(tree)
     own.add_file(scenario, "scenario/run.sh")
-    own.write(folder / "scenario.cpio")
-    target = folder / "archive"
+    own.write(directory / "scenario.cpio")
+    target = directory / "archive"
     with open(target, "wb") as output:
-        for part in (base, folder / "scenario.cpio"):
+        for part in (base, directory / "scenario.cpio"):
             with open(part, "rb") as content:
                 shutil.copyfileobj(content, output)
             output.write(b"\0" * (-output.tell() % 4))
@@ -38,13 +38,13 @@ def archive_for(base, scenario, folder):
 
 
 def boot(base, scenario, timeout):
-    with tempfile.TemporaryDirectory(prefix="ledgerd-board-") as folder:
-        folder = pathlib.Path(folder)
-        return board.boot(archive_for(base, scenario, folder), folder, timeout)
+    with tempfile.TemporaryDirectory(prefix="ledgerd-board-") as directory:
+        directory = pathlib.Path(directory)
+        return board.boot(archive_for(base, scenario, directory), directory, timeout)
 
 
 def run_scenario(base, scenario):
-    """Returns what is wrong, empty if nothing is, and what the scenario printed."""
+    """Returns a description of the failure, empty after a success, and the output of the scenario."""
     try:
         result = boot(base, scenario, TIMEOUT)
     except board.BoardFailure as failure:
@@ -59,14 +59,14 @@ def run_scenario(base, scenario):
 
 
 def run_failure(base, scenario):
-    """The same for a board that must be found to have failed, with each line that is expected in the complaint."""
+    """Like run_scenario, for a board that must fail. The failure must contain each expected line."""
     try:
         result = boot(base, scenario, FAILURE_TIMEOUT)
     except board.BoardFailure as failure:
         missing = [line for line in scenario.with_suffix(".expected").read_text().splitlines()
                    if line not in str(failure)]
-        return f"{missing} not in this:\n{failure}" if missing else "", ""
-    return f"taken for a success: {result}", result.output
+        return f"{missing} is not in this failure:\n{failure}" if missing else "", ""
+    return f"reported as a success: {result}", result.output
 
 
 def timed(function, *arguments):
@@ -77,22 +77,22 @@ def timed(function, *arguments):
 def main():
     known = {path.stem: path for path in sorted([*SCENARIOS.glob("*.sh"), *FAILURES.glob("*.sh")])}
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--build", type=pathlib.Path, required=True, help="folder of the armhf build")
+    parser.add_argument("--build", type=pathlib.Path, required=True, help="directory of the armhf build")
     parser.add_argument("scenario", nargs="*", choices=[[], *known],
-                        help="default: all that have an expected output")
+                        help="default: all with an expected output")
     arguments = parser.parse_args()
     names = arguments.scenario or [name for name, path in known.items() if path.with_suffix(".expected").exists()]
-    # The one that waits for a minute runs at the side of all others.
+    # clock_jumps waits for a minute. It starts first and runs in parallel with all others.
     names.sort(key=lambda name: name != "clock_jumps")
 
     failed = 0
     start = time.monotonic()
-    with tempfile.TemporaryDirectory(prefix="ledgerd-board-") as folder:
-        folder = pathlib.Path(folder)
-        base_image = image.Image(folder / "tree")
+    with tempfile.TemporaryDirectory(prefix="ledgerd-board-") as directory:
+        directory = pathlib.Path(directory)
+        base_image = image.Image(directory / "tree")
         base_image.add_system()
         base_image.add_product(arguments.build)
-        base = folder / "base.cpio"
+        base = directory / "base.cpio"
         base_image.write(base)
         with concurrent.futures.ThreadPoolExecutor(BOARDS_AT_ONCE) as pool:
             runs = {pool.submit(timed, run_failure if known[name].parent == FAILURES else run_scenario, base,

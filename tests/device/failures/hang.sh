@@ -1,3 +1,3 @@
 # shellcheck shell=dash
-# A scenario does not come to its end.
+# A scenario that never ends.
 sleep 100000

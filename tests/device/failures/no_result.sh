@@ -1,3 +1,3 @@
 # shellcheck shell=dash
-# The board is off before it has told how it went.
+# The board powers off before it sends a result.
 poweroff -f

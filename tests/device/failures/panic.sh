@@ -1,4 +1,4 @@
 # shellcheck shell=dash
-# The kernel dies in the middle of a scenario.
+# The kernel panics in the middle of a scenario.
 echo "on the way"
 echo c >/proc/sysrq-trigger

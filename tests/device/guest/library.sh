@@ -1,7 +1,7 @@
 # shellcheck shell=dash
-# What the scenarios share. Runs in the board's shell.
+# Functions of the scenarios. They run in the shell of the board.
 
-# uptime_centiseconds: time since the boot, which no change of the wall clock moves.
+# uptime_centiseconds: prints the time since the boot. Changes of the wall clock do not affect it.
 uptime_centiseconds() {
   local up
   read -r up _ </proc/uptime
@@ -9,21 +9,21 @@ uptime_centiseconds() {
   echo "${up#0}"
 }
 
-# until_true SECONDS COMMAND...: repeats the command until it succeeds; fails when that takes too long.
+# until_true SECONDS COMMAND...: repeats the command until it succeeds. Fails if that takes too long.
 until_true() {
   local deadline=$(($(uptime_centiseconds) + $1 * 100))
   shift
   until "$@" 2>/dev/null; do
     if [ "$(uptime_centiseconds)" -gt "$deadline" ]; then
-      echo "waited in vain for: $*"
+      echo "timed out: $*"
       return 1
     fi
     usleep 20000
   done
 }
 
-# nand OPTIONS...: puts a NAND device in, 128 KiB blocks of 2 KiB pages with 64 bytes of spare area, whose first eight
-# blocks are the partition flash0.nvram.
+# nand OPTIONS...: adds a NAND device with blocks of 128 KiB, pages of 2 KiB and 64 bytes of spare area for each page.
+# Its first eight blocks are the partition flash0.nvram.
 nand() {
   insmod /modules/nandsim.ko id_bytes=0xec,0xa1,0x00,0x15 overridesize=6 parts=8 "$@"
 }
@@ -32,7 +32,7 @@ no_nand() {
   rmmod nandsim
 }
 
-# record TEXT...: environment records, one for each text.
+# record TEXT...: prints an environment record for each text.
 record() {
   local text
   for text in "$@"; do
@@ -40,13 +40,14 @@ record() {
   done
 }
 
-# environment TEXT...: the same with the end behind them, as the bootloader writes it to the first good block.
+# environment TEXT...: writes the records and an end mark to the first good block, as the bootloader does.
 environment() {
   { record "$@" && printf '\000'; } >/tmp/environment
   nandwrite -q -p /dev/mtd0 /tmp/environment
 }
 
-# What programs wrote to the kernel log since the last call: the priority of each record, then its text.
+# program_log: prints what programs wrote to the kernel log since the last call: the priority of each record, then its
+# text.
 program_log() {
   dmesg -r | awk -F '[<>]' '8 <= $2 && $2 < 16 {
     level = $2 - 8
@@ -61,7 +62,7 @@ start_bus() {
   dbus-daemon --system
 }
 
-# call METHOD ARGUMENT...: calls the registry as a client does; prints the reply without its header.
+# call METHOD ARGUMENT...: calls the registry as a client does. Prints the reply without its header.
 call() {
   local method=$1
   shift
@@ -73,7 +74,7 @@ process_is_gone() {
   ! kill -0 "$1"
 }
 
-# start_daemon: as an init script would; its PID is then in $daemon.
+# start_daemon: starts the daemon as an init script does and sets $daemon to its PID.
 start_daemon() {
   ledgerd
   echo "ledgerd: status $?"
@@ -86,8 +87,8 @@ stop_daemon() {
   until_true 10 process_is_gone "$daemon"
 }
 
-# board_identity: makes up /proc/boardid from standard input. procfs takes no new files, so it moves and /proc is made of
-# links into it; those to processes dangle until there is such a process.
+# board_identity: creates /proc/boardid from standard input. procfs accepts no new files, so it is mounted at /procfs,
+# and /proc contains links to it. A link to a process dangles until the process exists.
 board_identity() {
   mkdir -p /procfs
   mount -t proc proc /procfs
@@ -97,8 +98,8 @@ board_identity() {
   cat >/proc/boardid
 }
 
-# registry_found: what the registry file holds, in one line, and what else lies beside it.
+# registry_found: prints the contents of the registry file on one line, and whether the temporary file is left.
 registry_found() {
   echo "found $(base64 -w 0 /var/lib/plinthware/registry 2>/dev/null || echo missing)"
-  [ ! -e /var/lib/plinthware/registry~~new ] || echo "beside it: registry~~new"
+  [ ! -e /var/lib/plinthware/registry~~new ] || echo "temporary file left: registry~~new"
 }

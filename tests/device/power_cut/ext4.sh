@@ -1,6 +1,6 @@
 # shellcheck shell=dash source=tests/device/guest/library.sh
-# One life of a board whose registry lies on ext4, up to the moment at which the host cuts the power. Tells the host what
-# the registry file holds after the cut before, then writes until it ends.
+# One life of a board whose registry is on ext4, until the host cuts the power. Sends the contents of the registry file
+# after the previous cut to the host, then writes without end.
 . /scenario/library.sh
 exec >/dev/console 2>&1
 

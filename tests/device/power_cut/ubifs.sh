@@ -1,6 +1,6 @@
 # shellcheck shell=dash source=tests/device/guest/library.sh
-# Lives of a board whose registry lies on UBIFS. After a random time UBI's test mode cuts the power
-# when the next block of the flash is begun: from then on nothing reaches the flash. It is then attached anew, as after a
+# Several lives of a board whose registry is on UBIFS. After a random time, the test mode of UBI cuts the power when the
+# next block of the flash is begun: from then on nothing reaches the flash. The flash is then attached again, as after a
 # boot.
 . /scenario/library.sh
 
@@ -8,7 +8,7 @@ for module in crc16 deflate zstd_compress zstd ubi ubifs; do
   insmod "/modules/$module.ko"
 done
 mount -t debugfs debugfs /sys/kernel/debug
-# 16 MiB of flash: UBI keeps blocks for itself and for those that go bad.
+# 16 MiB of flash, because UBI reserves blocks for itself and for blocks that become bad.
 insmod /modules/nandsim.ko id_bytes=0xec,0xa1,0x00,0x15 overridesize=7
 ubiformat -q -y /dev/mtd0 >/dev/null
 ubiattach -m 0 >/dev/null
@@ -20,7 +20,7 @@ cut_power_within_12_seconds() {
   usleep $((RANDOM * 366))
   echo 1 >/sys/kernel/debug/ubi/ubi0/tst_emulate_power_cut_min
   echo 1 >/sys/kernel/debug/ubi/ubi0/tst_emulate_power_cut_max
-  # At either header of the block.
+  # At either of the two headers of the block.
   echo 3 >/sys/kernel/debug/ubi/ubi0/tst_emulate_power_cut
 }
 
@@ -34,7 +34,7 @@ for _ in $(seq "$(cat /scenario/number)"); do
   flush_storm "$number" >/tmp/storm
   cat /tmp/storm
   number=$(($(sed -n 's/^flushed //p' /tmp/storm | tail -n 1) + 2))
-  # The daemon cannot write any more, so it is not asked to.
+  # The daemon cannot write any more, so it is killed without a last flush.
   kill -KILL "$(cat /run/ledgd.pid)"
   until_true 10 process_is_gone "$(cat /run/ledgd.pid)"
   umount /var/lib/plinthware

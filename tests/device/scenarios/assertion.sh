@@ -1,6 +1,5 @@
 # shellcheck shell=dash disable=SC2119 source=tests/device/guest/library.sh
-# A failed assertion of the daemon in the real kernel log. A table of partitions that contradicts the device is one way
-# to have one.
+# A failed assertion of the daemon in the real kernel log. A partition table that contradicts the device causes it.
 . /scenario/library.sh
 
 nand

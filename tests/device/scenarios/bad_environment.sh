@@ -1,5 +1,5 @@
 # shellcheck shell=dash disable=SC2119 source=tests/device/guest/library.sh
-# Boards whose bootloader environment is missing or damaged: what the kernel log says, and that the daemon serves.
+# Boards whose bootloader environment is missing or damaged: the messages in the kernel log, and that the daemon works.
 . /scenario/library.sh
 
 serve() {

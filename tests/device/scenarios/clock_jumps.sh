@@ -1,10 +1,10 @@
 # shellcheck shell=dash disable=SC2119 source=tests/device/guest/library.sh
-# Changes of the wall clock do not move the time of the write, 60 s after the first change.
+# Changes of the wall clock do not affect the time of the write, which is 60 s after the first change of the registry.
 . /scenario/library.sh
 
 file=/var/lib/plinthware/registry
 
-# elapsed CENTISECONDS: whether that time has passed since the daemon was started.
+# elapsed CENTISECONDS: succeeds if that time has passed since the start of the daemon.
 elapsed() {
   [ $(($(uptime_centiseconds) - start)) -ge "$1" ]
 }
@@ -19,7 +19,7 @@ call Write string:clock string:before string:jump
 date -u -s "@$(($(date +%s) + 100000))" >/dev/null
 call Write string:clock string:after string:jump
 until_true 10 elapsed 500
-test -e $file && echo "written too early after a jump ahead"
+test -e $file && echo "written too early after a jump forward"
 
 date -u -s "@$(($(date +%s) - 200000))" >/dev/null
 until_true 120 [ -e $file ]

@@ -1,5 +1,5 @@
 # shellcheck shell=dash disable=SC2119 source=tests/device/guest/library.sh
-# Not a test: what the daemon costs on this board.
+# Not a test: measures the cost of the daemon on this board.
 . /scenario/library.sh
 
 libraries_of() {
@@ -25,7 +25,7 @@ for _ in $(seq $rounds); do
   ledgerd -k
   until_true 10 process_is_gone "$(cat /run/ledgd.pid)"
 done
-echo "start to return: $((total * 10 / rounds)) ms on average of $rounds"
+echo "start until the command returns: $((total * 10 / rounds)) ms on average of $rounds"
 
 ledgerd
 daemon=$(cat /run/ledgd.pid)

@@ -1,6 +1,6 @@
 # shellcheck shell=dash source=tests/device/guest/library.sh
-# Not a test: what one write of the registry costs the flash, in erased blocks of 128 KiB. UBIFS would compress, by how
-# much depends on the values; here it must not.
+# Not a test: measures how many blocks of 128 KiB are erased for each write of the registry. UBIFS must not compress
+# here, because the effect of compression depends on the values.
 . /scenario/library.sh
 
 for module in crc16 deflate zstd_compress zstd ubi ubifs; do
@@ -9,12 +9,12 @@ done
 insmod /modules/nandsim.ko id_bytes=0xec,0xa1,0x00,0x15 overridesize=6
 ubiformat -q -y /dev/mtd0 >/dev/null
 ubiattach -m 0 >/dev/null
-# A volume for the registry alone.
+# A volume only for the registry.
 ubimkvol /dev/ubi0 -N data -s 4MiB >/dev/null
 ubidetach -d 0
 start_bus
 
-# erasures: the sum of UBI's counters, of which each block has one: eight bytes, big end first, behind eight others.
+# erasures: prints the sum of UBI's erase counters. Each block has one at its bytes 8 to 15, big-endian.
 erasures() {
   local block=0 sum=0
   while [ $block -lt 64 ]; do
@@ -41,7 +41,7 @@ write_often() {
 }
 
 for bytes in 16383 4000 1000 100; do
-  # What was there before must have been overwritten by then, and the volume be as full as it gets.
+  # The first writes overwrite the old data and fill the volume as far as it fills.
   write_often 1 200 $bytes >/dev/null
   before=$(erasures)
   written=$(write_often 201 400 $bytes)

@@ -1,5 +1,5 @@
 # shellcheck shell=dash source=tests/device/guest/library.sh
-# A board as it leaves the factory, but for a first block that has gone bad.
+# A board in factory state, except that blocks 0 and 2 are bad.
 . /scenario/library.sh
 
 nand badblocks=0,2

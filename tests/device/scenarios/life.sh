@@ -1,5 +1,5 @@
 # shellcheck shell=dash disable=SC2119 source=tests/device/guest/library.sh
-# The whole life of the daemon on a real system bus, seen by its clients and its operator.
+# The life of the daemon on a real system bus, as its clients and its operator see it.
 . /scenario/library.sh
 
 file=/var/lib/plinthware/registry
@@ -11,7 +11,8 @@ gcall() {
     --method "com.tavimesh.Registry.$method" "$@" 2>&1
 }
 
-# as USER METHOD ARGUMENT...: what a user is answered; of a refusal by the bus its name alone, the text has numbers.
+# as USER METHOD ARGUMENT...: calls a method as a user and prints the reply. If the bus refuses the call, prints only
+# the name of the error, because its text contains numbers.
 as() {
   local user=$1 method=$2
   shift 2
