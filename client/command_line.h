@@ -42,6 +42,8 @@ struct CommandLine {
   bool replace = false;
   bool missing_only = false;
   bool dry_run = false;
+  bool text = false;
+  bool force = false;
 };
 
 /// `arguments` without the program's name. Throws Failure (Usage).

@@ -1,3 +1,8 @@
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+
 #include "client/difference.h"
 #include "client/editor.h"
 #include "client/failure.h"
@@ -16,10 +21,17 @@ namespace ledgerctl {
 namespace {
 
 constexpr char kIntroduction[] =
-    "# Settings of ledgerd. Lines that begin with \"#\" are passed over.\n"
-    "# A line that is taken away deletes its key; to delete a section, take away its\n"
-    "# [header] too. Blanks and other special characters can be quoted as in a shell.\n"
+    "# Settings of ledgerd. Lines that begin with \"#\" are ignored.\n"
+    "# Remove a line to delete its key. Remove a [section] with all its lines to\n"
+    "# delete the section. Quote spaces and other special characters as in a shell.\n"
+    "# Remove everything to change nothing.\n"
     "\n";
+
+// The user left nothing that is worth keeping.
+class EmptyText : public Failure {
+public:
+  using Failure::Failure;
+};
 
 // What the user works on: the whole registry or one section of it, without what no caller can change.
 RegistrySections ReadEditable(const CommandLine& command, Context& context) {
@@ -27,19 +39,32 @@ RegistrySections ReadEditable(const CommandLine& command, Context& context) {
   for (const std::string& line : DropUnreachable(sections)) {
     context.messages.Warning(line);
   }
-  if (command.section) {
-    const auto found = sections.find(FoldName(*command.section));
-    RegistrySections chosen;
-    if (found != sections.end()) {
-      chosen.insert(*found);
-    }
-    return chosen;
+  if (!command.section) {
+    return sections;
   }
-  return sections;
+  const auto found = sections.find(FoldName(*command.section));
+  if (found == sections.end()) {
+    throw Failure(ExitStatus::Missing, "no " + ShownSection(*command.section));
+  }
+  return {*found};
+}
+
+std::string ReadEdited(const CommandLine& command, const RegistrySections& seen, const std::string& path) {
+  std::string text = ReadDocument(path);
+  // An editor that fails to write can leave this, and a user who changed his mind.
+  if (IsEmptyText(text) && !seen.empty()) {
+    throw EmptyText(ExitStatus::Local,
+                    "the text is empty; nothing changed\n" +
+                        (command.section ? "To delete the section: ledgerctl unset -r " + QuoteWord(*command.section)
+                                         : std::string("To delete everything: ledgerctl clear --yes")));
+  }
+  return text;
 }
 
 // Whether what the user changes is still as the user saw it.
-void CheckUnchanged(const RegistrySections& seen, const RegistrySections& now, const Merge& merge) {
+void CheckUnchanged(const RegistrySections& seen, Registry& registry, const Merge& merge) {
+  RegistrySections now = ReadRegistry(registry);
+  DropUnreachable(now);
   for (const Difference& difference : FindDifferences(seen, now)) {
     const auto section = merge.find(difference.section);
     const bool section_goes = section != merge.end() && !section->second;
@@ -53,26 +78,58 @@ void CheckUnchanged(const RegistrySections& seen, const RegistrySections& now, c
   }
 }
 
-void MergeText(const CommandLine& command, const RegistrySections& seen, const std::string& text, Context& context) {
-  const RegistrySections wanted = ParseText(text);
-  const Merge merge = MergeBetween(seen, wanted);
-  for (const Difference& difference : FindDifferences(seen, wanted)) {
-    if (difference.after && !IsUtf8(*difference.after)) {
-      throw Failure(ExitStatus::NotADocument,
-                    "the value of " + ShownKey(difference.section, *difference.key) + " is not UTF-8");
-    }
+void ApplyText(const CommandLine& command, const RegistrySections& seen, const std::string& text, Context& context) {
+  TextRules rules;
+  if (command.section) {
+    rules.only_section = FoldName(*command.section);
   }
+  const RegistrySections wanted = ParseText(text, rules);
+  const Merge merge = MergeBetween(seen, wanted);
   if (merge.empty()) {
     context.messages.Note("Nothing changed.");
     return;
   }
-  for (const std::string& warning : MergeWarnings(merge)) {
-    context.messages.Warning(warning);
-  }
+  RefuseLosses(merge, command.force, context.messages);
   PrintDifferences(FindDifferences(seen, wanted), context.output);
   context.output.Flush();
-  CheckUnchanged(seen, ReadEditable(command, context), merge);
+  CheckUnchanged(seen, context.registry, merge);
   WriteMerge(context.registry, merge);
+}
+
+bool CanBeCorrected(ExitStatus status) {
+  return status == ExitStatus::InvalidName || status == ExitStatus::Full || status == ExitStatus::Local;
+}
+
+// The end of the input means no.
+bool WantsToEditAgain(const Messages& messages) {
+  std::array<char, 80> answer{};
+  do {
+    messages.Question("What now? (e)dit again, (q)uit and keep the text:");
+    if (std::fgets(answer.data(), answer.size(), stdin) == nullptr) {
+      return false;
+    }
+  } while (answer[0] != 'e' && answer[0] != 'q');
+  return answer[0] == 'e';
+}
+
+// Returns false if the text has a mistake and the user wants to edit it again. Throws what ends the edit.
+bool ApplyOrAsk(const CommandLine& command, const RegistrySections& seen, const std::string& text, Context& context) {
+  try {
+    ApplyText(command, seen, text, context);
+    return true;
+  } catch (...) {
+    const Failure failure = CurrentFailure();
+    // The text is no document that was to be loaded.
+    const ExitStatus status = failure.Status() == ExitStatus::NotADocument ? ExitStatus::Local : failure.Status();
+    if (!CanBeCorrected(status) || ::isatty(STDIN_FILENO) != 1 || !context.messages.IsTerminal()) {
+      throw Failure(status, failure.what());
+    }
+    context.messages.Error(failure.what());
+    if (!WantsToEditAgain(context.messages)) {
+      throw Failure(status, "nothing changed");
+    }
+    return false;
+  }
 }
 
 }  // namespace
@@ -82,19 +139,22 @@ ExitStatus Edit(const CommandLine& command, Context& context) {
     CheckName(*command.section);
   }
   const RegistrySections seen = ReadEditable(command, context);
-  if (command.section && seen.empty()) {
-    throw Failure(ExitStatus::Missing, "no " + ShownSection(*command.section));
-  }
   TemporaryFile file = TemporaryFile::Private();
   file.WriteAndClose(kIntroduction + PrintText(seen));
   RunEditor(file.Path());
   file.HoldWork();
-  const std::string text = ReadDocument(file.Path());
   try {
-    MergeText(command, seen, text, context);
+    while (!ApplyOrAsk(command, seen, ReadEdited(command, seen, file.Path()), context)) {
+      RunEditor(file.Path());
+    }
+  } catch (const EmptyText&) {
+    throw;
   } catch (...) {
     const Failure failure = CurrentFailure();
     const std::string path = file.Path();
+    if (::access(path.c_str(), F_OK) != 0) {
+      throw;
+    }
     file.Keep();
     throw Failure(failure.Status(), std::string(failure.what()).append("\n").append(kKeptText).append(path));
   }

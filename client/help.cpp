@@ -36,7 +36,7 @@ constexpr char kTail[] =
     "   7  the bus permits no access\n"
     "   8  no answer in time\n"
     "   9  the daemon's own error\n"
-    "  10  a file, standard output or the editor failed; edit met another's change\n";
+    "  10  a file, standard output or the editor failed; edit refused the text\n";
 
 std::string Synopsis(const VerbEntry& help) {
   return help.name + std::string(*help.arguments == '\0' ? "" : " ") + help.arguments;

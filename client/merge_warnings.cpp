@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <map>
 
+#include "client/failure.h"
 #include "client/name_rules.h"
 #include "client/quote_word.h"
 
@@ -19,44 +20,47 @@ std::map<std::string, std::size_t> CountFolded(const Members& members) {
   return counts;
 }
 
+constexpr char kNulByte[] = "and everything after it: a NUL byte";
+
 // A name that somebody has written into the daemon's file by hand.
 std::string OutOfReach(const std::string& what) { return "out of reach, not lower-case ASCII: " + what; }
 
-void AddKeyWarnings(const std::string& section, const KeyMerge& keys, std::vector<std::string>& warnings) {
-  for (const auto& [name, value] : keys) {
-    if (!value) {
-      continue;
+// Null if the daemon finds the key again in its file.
+const char* ReasonOfLoss(const std::string& name, const std::string& value) {
+  if (!name.empty() && name.front() == '[') {
+    return "begins with \"[\"";
+  }
+  if (name.find('\0') != std::string::npos || value.find('\0') != std::string::npos) {
+    return kNulByte;
+  }
+  return name.empty() && value.empty() ? "without name and value" : nullptr;
+}
+
+std::vector<std::string> LossesAtRestart(const RegistrySections& sections) {
+  std::vector<std::string> losses;
+  for (const auto& [section, keys] : sections) {
+    if (section.find('\0') != std::string::npos) {
+      losses.push_back(LostAtRestart(ShownSection(section), kNulByte));
     }
-    const std::string key = ShownKey(section, name);
-    if (!name.empty() && name.front() == '[') {
-      warnings.push_back(LostAtRestart(key, "begins with \"[\""));
-    }
-    if (name.find('\0') != std::string::npos || value->find('\0') != std::string::npos) {
-      warnings.push_back(LostAtRestart(key, "and all behind it: a NUL byte"));
-    }
-    if (name.empty() && value->empty()) {
-      warnings.push_back(LostAtRestart(key, "without name and value"));
+    for (const auto& [key, value] : keys) {
+      if (const char* const reason = ReasonOfLoss(key, value)) {
+        losses.push_back(LostAtRestart(ShownKey(section, key), reason));
+      }
     }
   }
-  for (const auto& [folded, count] : CountFolded(keys)) {
-    if (count > 1) {
-      warnings.push_back("several spellings of " + ShownKey(section, folded) + "; the last one in byte order wins");
-    }
-  }
+  return losses;
 }
 
 }  // namespace
 
-std::vector<std::string> MergeWarnings(const Merge& merge) {
+std::vector<std::string> SpellingWarnings(const Merge& merge) {
   std::vector<std::string> warnings;
-  for (const auto& [name, keys] : merge) {
-    if (!keys) {
-      continue;
+  for (const auto& [section, keys] : merge) {
+    for (const auto& [folded, count] : CountFolded(keys.value_or(KeyMerge()))) {
+      if (count > 1) {
+        warnings.push_back("several spellings of " + ShownKey(section, folded) + "; the last one in byte order wins");
+      }
     }
-    if (name.find('\0') != std::string::npos) {
-      warnings.push_back(LostAtRestart(ShownSection(name), "and all behind it: a NUL byte"));
-    }
-    AddKeyWarnings(name, *keys, warnings);
   }
   for (const auto& [folded, count] : CountFolded(merge)) {
     if (count > 1) {
@@ -64,6 +68,20 @@ std::vector<std::string> MergeWarnings(const Merge& merge) {
     }
   }
   return warnings;
+}
+
+void RefuseLosses(const Merge& merge, bool force, const Messages& messages) {
+  std::string refusal;
+  for (const std::string& loss : LossesAtRestart(ContentsOf(merge))) {
+    if (force) {
+      messages.Warning(loss);
+    } else {
+      refusal += loss + "\n";
+    }
+  }
+  if (!refusal.empty()) {
+    throw Failure(ExitStatus::NotADocument, refusal + "Nothing changed. Use --force to accept the loss.");
+  }
 }
 
 std::string LostAtRestart(const std::string& what, const char* why) {

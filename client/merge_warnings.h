@@ -4,13 +4,18 @@
 #include <string>
 #include <vector>
 
+#include "client/output.h"
 #include "client/registry_merge.h"
 #include "registry/registry_format.h"
 
 namespace ledgerctl {
 
-/// One line for each thing in the merge that a restart of the daemon would lose, and for names that fold to the same.
-std::vector<std::string> MergeWarnings(const Merge& merge);
+/// One line for each group of names that fold to the same.
+std::vector<std::string> SpellingWarnings(const Merge& merge);
+
+/// Throws Failure (NotADocument) if the merge sets anything that a restart of the daemon would lose; warns of it
+/// instead if `force` is set.
+void RefuseLosses(const Merge& merge, bool force, const Messages& messages);
 
 /// The warning that a restart of the daemon loses something.
 std::string LostAtRestart(const std::string& what, const char* why);

@@ -95,6 +95,10 @@ void Messages::Note(const std::string& text) const {
   }
 }
 
+void Messages::Question(const std::string& text) const { WriteAll(m_fd, text + " "); }
+
+bool Messages::IsTerminal() const { return ::isatty(m_fd) == 1; }
+
 void Messages::Line(const std::string& text) const {
   // Nowhere to tell of a failure.
   WriteAll(m_fd, text + "\n");

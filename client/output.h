@@ -50,6 +50,12 @@ public:
   /// "text", unless quiet.
   void Note(const std::string& text) const;
 
+  /// "text " without a newline, for an answer on the same line.
+  void Question(const std::string& text) const;
+
+  /// Whether somebody can read a question.
+  bool IsTerminal() const;
+
 private:
   void Line(const std::string& text) const;
 

@@ -71,6 +71,18 @@ KeyMerge KeysBetween(const RegistrySection& before, const RegistrySection& after
 
 KeyMerge AllKeys(const RegistrySection& section) { return KeyMerge(section.begin(), section.end()); }
 
+// A column is a character, not a byte.
+std::string ShownPosition(std::string_view text, std::size_t offset) {
+  std::size_t line = 1;
+  std::size_t column = 1;
+  for (const char c : text.substr(0, offset)) {
+    const bool continues_character = (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+    line += c == '\n' ? 1 : 0;
+    column = c == '\n' ? 1 : column + (continues_character ? 0 : 1);
+  }
+  return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
 }  // namespace
 
 Merge ParseMerge(const std::string& json, const std::string& source) {
@@ -94,7 +106,7 @@ Merge ParseMerge(const std::string& json, const std::string& source) {
     }
     return merge;
   } catch (const JsonSyntaxError& e) {
-    throw Failure(ExitStatus::NotADocument, source + ": not a registry document: " + e.what());
+    throw Failure(ExitStatus::NotADocument, source + ": " + ShownPosition(json, e.Offset()) + ": " + e.what());
   }
 }
 
@@ -119,6 +131,14 @@ std::string PrintMerge(const Merge& merge) {
   return text + '}';
 }
 
+Merge MergeOf(const RegistrySections& sections) {
+  Merge merge;
+  for (const auto& [name, keys] : sections) {
+    merge[name] = AllKeys(keys);
+  }
+  return merge;
+}
+
 void ApplyMerge(const Merge& merge, RegistrySections& sections) {
   for (const auto& [name, keys] : merge) {
     const std::string section = FoldName(name);
@@ -130,6 +150,12 @@ void ApplyMerge(const Merge& merge, RegistrySections& sections) {
       ApplyKeys(*keys, existing->second);
     }
   }
+}
+
+RegistrySections ContentsOf(const Merge& merge) {
+  RegistrySections sections;
+  ApplyMerge(merge, sections);
+  return sections;
 }
 
 Merge MergeBetween(const RegistrySections& before, const RegistrySections& after) {

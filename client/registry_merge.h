@@ -1,4 +1,4 @@
-// What one WriteJson call changes: a document that a user wrote, or one that was made to bring a change about.
+// What one WriteJson call changes: a document that a user wrote, or one that was made from a wanted change.
 #pragma once
 
 #include <map>
@@ -19,15 +19,21 @@ using SectionMerge = std::optional<KeyMerge>;
 /// byte order: upper case first.
 using Merge = std::map<std::string, SectionMerge>;
 
-/// Reads a JSON document. Throws Failure (NotADocument, with `source` in front of the reason) and
-/// Registry::InvalidName.
+/// Reads a JSON document. Throws Registry::InvalidName, and Failure (NotADocument) with `source` before the reason and,
+/// for what is not JSON, the line and the column.
 Merge ParseMerge(const std::string& json, const std::string& source);
 
-/// The JSON text that brings the merge about in one call.
+/// The merge that sets everything in `sections`.
+Merge MergeOf(const RegistrySections& sections);
+
+/// The JSON text for one call that makes the merge.
 std::string PrintMerge(const Merge& merge);
 
 /// Does to `sections` what the daemon does to the registry.
 void ApplyMerge(const Merge& merge, RegistrySections& sections);
+
+/// What the merge makes of an empty registry: everything that it sets.
+RegistrySections ContentsOf(const Merge& merge);
 
 /// The merge that turns `before` into `after` and leaves alone what is the same in both.
 Merge MergeBetween(const RegistrySections& before, const RegistrySections& after);

@@ -5,56 +5,38 @@
 #include "client/failure.h"
 #include "client/name_rules.h"
 #include "client/quote_word.h"
+#include "lib/platform/hex_text.h"
+#include "registry/registry.h"
 
 namespace ledgerctl {
 namespace {
 
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') {
-    return c - '0';
-  }
-  if (c >= 'a' && c <= 'f') {
-    return c - 'a' + 10;
-  }
-  return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
-// Goes through the text from its beginning to its end.
+// Reads the text once, from its beginning to its end.
 class TextReader {
 public:
-  explicit TextReader(std::string_view text) : m_text(text) {}
+  TextReader(std::string_view text, const TextRules& rules) : m_text(text), m_rules(rules) {}
 
   RegistrySections Read() {
     RegistrySections sections;
     RegistrySection* section = nullptr;
     std::string section_name;
-    for (SkipBlankLines(); !AtEnd(); SkipBlankLines()) {
+    for (SkipEmptyLines(); !AtEnd(); SkipEmptyLines()) {
       if (Peek() == '[') {
-        Take();
-        section_name = FoldName(Word("]"));
-        if (AtLineEnd()) {
-          Fail("\"]\" is missing");
-        }
-        Take();
+        section_name = Header();
         section = &sections[section_name];
-        ExpectEndOfLine();
-        continue;
-      }
-      if (section == nullptr) {
-        Fail("a key stands before the first [section]");
-      }
-      const std::string key = FoldName(Word("="));
-      std::string value;
-      if (!AtEnd() && Peek() == '=') {
-        Take();
-        value = Word("");
-      }
-      if (!section->emplace(key, value).second) {
-        Fail(ShownKey(section_name, key) + " is there twice");
+      } else if (section == nullptr) {
+        Fail("this key is before the first [section]");
+      } else {
+        AddKey(section_name, *section);
       }
       ExpectEndOfLine();
     }
     return sections;
+  }
+
+  bool HasNothing() {
+    SkipEmptyLines();
+    return AtEnd();
   }
 
 private:
@@ -68,17 +50,17 @@ private:
   }
 
   bool AtLineEnd() const { return AtEnd() || Peek() == '\n'; }
-  bool AtBlank() const { return !AtEnd() && (Peek() == ' ' || Peek() == '\t' || Peek() == '\r'); }
+  bool AtSpace() const { return !AtEnd() && (Peek() == ' ' || Peek() == '\t' || Peek() == '\r'); }
 
-  void SkipBlanks() {
-    while (AtBlank()) {
+  void SkipSpaces() {
+    while (AtSpace()) {
       Take();
     }
   }
 
-  void SkipBlankLines() {
+  void SkipEmptyLines() {
     for (;;) {
-      SkipBlanks();
+      SkipSpaces();
       if (!AtEnd() && Peek() == '#') {
         while (!AtLineEnd()) {
           Take();
@@ -91,25 +73,67 @@ private:
     }
   }
 
-  void ExpectEndOfLine() {
-    SkipBlanks();
-    if (!AtLineEnd()) {
-      Fail("there is more than a line needs");
+  std::string Header() {
+    Take();
+    std::string name = Name("]");
+    if (AtLineEnd()) {
+      Fail("\"]\" is missing");
+    }
+    Take();
+    if (m_rules.only_section && name != *m_rules.only_section) {
+      Fail("this is " + ShownSection(name) + ", but only " + ShownSection(*m_rules.only_section) + " can be changed");
+    }
+    return name;
+  }
+
+  void AddKey(const std::string& section_name, RegistrySection& section) {
+    const std::string key = Name("=");
+    std::string value;
+    if (!AtEnd() && Peek() == '=') {
+      Take();
+      value = Word("");
+    }
+    if (!IsUtf8(value)) {
+      Fail("the value of " + ShownKey(section_name, key) + " is not UTF-8");
+    }
+    if (!section.emplace(key, value).second) {
+      Fail(ShownKey(section_name, key) + " occurs twice");
     }
   }
 
-  [[noreturn]] void Fail(const std::string& reason) const {
-    throw Failure(ExitStatus::NotADocument, "line " + std::to_string(m_line) + ": " + reason);
+  void ExpectEndOfLine() {
+    SkipSpaces();
+    if (!AtLineEnd()) {
+      Fail("unexpected text after the [section]");
+    }
   }
 
-  // Up to one of `ends` or the end of the line. Blanks at both ends do not count unless they are quoted.
+  [[noreturn]] void Fail(const std::string& reason) const { FailAt(m_line, ExitStatus::NotADocument, reason); }
+
+  [[noreturn]] void FailAt(std::size_t line, ExitStatus status, const std::string& reason) const {
+    throw Failure(
+        status, m_rules.source + (m_rules.source.empty() ? "" : ": ") + "line " + std::to_string(line) + ": " + reason);
+  }
+
+  std::string Name(std::string_view ends) {
+    const std::string name = Word(ends);
+    try {
+      return FoldName(name);
+    } catch (const Registry::InvalidName&) {
+      const Failure failure = CurrentFailure();
+      FailAt(m_line, failure.Status(), failure.what());
+    }
+  }
+
+  // Up to one of `ends` or the end of the line. White space at both ends does not count unless it is quoted.
   std::string Word(std::string_view ends) {
-    SkipBlanks();
+    SkipSpaces();
     std::string word;
     std::size_t kept = 0;
     while (!AtLineEnd() && ends.find(Peek()) == std::string_view::npos) {
-      const bool is_blank = AtBlank();
+      const bool is_space = AtSpace();
       const char c = Take();
+      m_quote_line = m_line;
       if (c == '\'') {
         Quoted(word, '\'', "");
       } else if (c == '"') {
@@ -122,7 +146,7 @@ private:
       } else {
         word += c;
       }
-      kept = is_blank ? kept : word.size();
+      kept = is_space ? kept : word.size();
     }
     word.resize(kept);
     return word;
@@ -130,7 +154,7 @@ private:
 
   char TakeWithinQuotes() {
     if (AtEnd()) {
-      Fail("a quote is not closed");
+      FailAt(m_quote_line, ExitStatus::NotADocument, "the quote is not closed");
     }
     return Take();
   }
@@ -161,8 +185,8 @@ private:
       case 't':
         return '\t';
       case 'x': {
-        const int high = HexDigit(TakeWithinQuotes());
-        const int low = HexDigit(TakeWithinQuotes());
+        const int high = bramble::HexDigitValue(TakeWithinQuotes());
+        const int low = bramble::HexDigitValue(TakeWithinQuotes());
         if (high < 0 || low < 0) {
           Fail("\\x needs two hexadecimal digits");
         }
@@ -173,13 +197,15 @@ private:
       case '"':
         return c;
       default:
-        Fail(std::string("\\") + QuoteWord(std::string(1, c)) + " means nothing");
+        Fail(std::string("unknown escape \\") + QuoteWord(std::string(1, c)));
     }
   }
 
-  std::string_view m_text;
+  const std::string_view m_text;
+  const TextRules m_rules;
   std::size_t m_position = 0;
   std::size_t m_line = 1;
+  std::size_t m_quote_line = 1;  // where the last quote opened
 };
 
 }  // namespace
@@ -206,6 +232,8 @@ std::string PrintText(const RegistrySections& sections) {
   return text;
 }
 
-RegistrySections ParseText(std::string_view text) { return TextReader(text).Read(); }
+RegistrySections ParseText(std::string_view text, const TextRules& rules) { return TextReader(text, rules).Read(); }
+
+bool IsEmptyText(std::string_view text) { return TextReader(text, {}).HasNothing(); }
 
 }  // namespace ledgerctl

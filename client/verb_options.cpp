@@ -142,11 +142,18 @@ void DeclareLoad(CLI::App& app, CommandLine& command) {
   app.add_flag("--replace", command.replace);
   app.add_flag("--missing-only", command.missing_only);
   app.add_flag("--dry-run", command.dry_run);
+  app.add_flag("--text", command.text);
+  app.add_flag("--force", command.force);
   app.final_callback([&command] {
     if (command.replace && command.missing_only) {
       throw CLI::ValidationError("--replace and --missing-only exclude each other");
     }
   });
+}
+
+void DeclareEdit(CLI::App& app, CommandLine& command) {
+  Section(app, command);
+  app.add_flag("--force", command.force);
 }
 
 void DeclareDiff(CLI::App& app, CommandLine& command) { File(app, command)->required(); }

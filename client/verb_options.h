@@ -29,6 +29,7 @@ void DeclareClear(CLI::App& app, CommandLine& command);
 void DeclareFlush(CLI::App& app, CommandLine& command);
 void DeclareDump(CLI::App& app, CommandLine& command);
 void DeclareLoad(CLI::App& app, CommandLine& command);
+void DeclareEdit(CLI::App& app, CommandLine& command);
 void DeclareDiff(CLI::App& app, CommandLine& command);
 void DeclareWatch(CLI::App& app, CommandLine& command);
 void DeclareUsage(CLI::App& app, CommandLine& command);

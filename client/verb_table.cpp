@@ -72,26 +72,33 @@ const std::array<VerbEntry, 15> kVerbs = {{
      "An indented object of objects of strings. FILE is replaced in one step: it has\n"
      "the old text or the new one, also after a power cut. \"-\" is standard output.\n",
      false, false, DeclareDump, Dump},
-    {"load", "[FILE|-] [--replace | --missing-only] [--dry-run]", "take in a JSON document",
-     "Reads FILE or standard input: an object of objects of strings. A string sets a\n"
-     "key, null deletes a key or section, what is not named stays. Either all of it\n"
-     "happens or nothing, and the daemon writes its file at once.\n"
+    {"load", "[FILE] [--text] [--replace|--missing-only] [--dry-run] [--force]", "import a document",
+     "Reads FILE, or standard input without FILE or with \"-\": a JSON object of objects\n"
+     "of strings. A string sets a key, null deletes a key or section, {} makes a\n"
+     "section. What the document does not name stays. All of it happens or nothing,\n"
+     "and the daemon writes its file at once. A mistake is reported with its line.\n"
      "\n"
+     "  --text           read the form that \"show\" prints instead of JSON\n"
      "  --replace        delete what the document does not name\n"
-     "  --missing-only   set only keys that are missing. What others change between\n"
-     "                   the look and the change is overwritten\n"
-     "  --dry-run        change nothing; print what would change\n",
+     "  --missing-only   set only keys that are missing. A change that somebody else\n"
+     "                   makes at the same moment can be overwritten\n"
+     "  --dry-run        change nothing; print what would change\n"
+     "  --force          load also what the daemon loses when it starts again\n",
      false, false, DeclareLoad, Load},
-    {"edit", "[SECTION]", "change the registry in an editor",
-     "Opens $VISUAL, $EDITOR or vi on what \"show\" prints. Prints what was changed and\n"
-     "changes that and nothing else, in one step, unless somebody else has changed the\n"
-     "same in the meantime. If that or anything else behind the editor stops it, your\n"
-     "text is kept, and a message says where.\n",
-     false, false, DeclareSection, Edit},
+    {"edit", "[SECTION] [--force]", "change the registry in an editor",
+     "Opens $VISUAL, $EDITOR or vi on what \"show\" prints; with SECTION only that\n"
+     "section can be changed. Prints the changes and makes them in one step, and\n"
+     "nothing else. Changes nothing if the text is empty, if it has a mistake, or if\n"
+     "somebody else has changed the same meanwhile. On a terminal, it then asks\n"
+     "whether to edit again. If it cannot make the changes, it keeps the text and\n"
+     "prints its path.\n"
+     "\n"
+     "  --force          accept also what the daemon loses when it starts again\n",
+     false, false, DeclareEdit, Edit},
     {"diff", "FILE", "compare the registry with a JSON document",
-     "Prints what \"load --replace FILE\" would change: lines with \"-\" go, lines with\n"
-     "\"+\" come. The exit status is 0 if there is nothing and 1 if there is. \"-\" reads\n"
-     "standard input.\n",
+     "Prints what \"load --replace FILE\" would change: lines with \"-\" are removed,\n"
+     "lines with \"+\" are added. The exit status is 0 if they are the same and 1 if\n"
+     "not. \"-\" reads standard input.\n",
      false, false, DeclareDiff, Diff},
     {"watch", "[SECTION [KEY]] [-i SECONDS]", "print changes as they are seen",
      "Asks for the registry every second and prints what is different from the time\n"

@@ -1,10 +1,11 @@
-// The verbs that work with JSON documents.
+// The verbs that work with documents.
 #include "client/difference.h"
 #include "client/files.h"
 #include "client/json_text.h"
 #include "client/merge_warnings.h"
 #include "client/registry_merge.h"
 #include "client/registry_snapshot.h"
+#include "client/text_form.h"
 #include "client/verbs.h"
 #include "client/written_change.h"
 
@@ -19,7 +20,15 @@ void Warn(const std::vector<std::string>& warnings, const Messages& messages) {
 
 Merge ReadMerge(const CommandLine& command) {
   const std::string path = command.file.value_or("-");
-  return ParseMerge(ReadDocument(path), ShownSource(path));
+  const std::string text = ReadDocument(path);
+  const std::string source = ShownSource(path);
+  if (!command.text) {
+    return ParseMerge(text, source);
+  }
+  if (IsEmptyText(text)) {
+    throw Failure(ExitStatus::NotADocument, source + ": the text has no [section]");
+  }
+  return MergeOf(ParseText(text, {source, std::nullopt}));
 }
 
 RegistrySections ReadReachable(Context& context) {
@@ -28,18 +37,12 @@ RegistrySections ReadReachable(Context& context) {
   return sections;
 }
 
-RegistrySections Contents(const Merge& document) {
-  RegistrySections sections;
-  ApplyMerge(document, sections);
-  return sections;
-}
-
 Merge WhatToLoad(const CommandLine& command, const Merge& document, Context& context) {
   if (command.replace) {
-    return MergeThatReplaces(ReadReachable(context), Contents(document));
+    return MergeThatReplaces(ReadReachable(context), ContentsOf(document));
   }
   if (command.missing_only) {
-    return MergeOfMissing(ReadRegistry(context.registry), Contents(document));
+    return MergeOfMissing(ReadRegistry(context.registry), ContentsOf(document));
   }
   return document;
 }
@@ -62,6 +65,7 @@ ExitStatus Dump(const CommandLine& command, Context& context) {
 ExitStatus Load(const CommandLine& command, Context& context) {
   const Merge document = ReadMerge(command);
   const Merge merge = WhatToLoad(command, document, context);
+  RefuseLosses(merge, command.force, context.messages);
   if (command.dry_run) {
     const RegistrySections before = ReadRegistry(context.registry);
     RegistrySections after = before;
@@ -71,13 +75,13 @@ ExitStatus Load(const CommandLine& command, Context& context) {
   } else {
     WriteMerge(context.registry, merge);
   }
-  Warn(MergeWarnings(document), context.messages);
+  Warn(SpellingWarnings(document), context.messages);
   return ExitStatus::Success;
 }
 
 ExitStatus Diff(const CommandLine& command, Context& context) {
   const Merge document = ReadMerge(command);
-  const std::vector<Difference> differences = FindDifferences(ReadRegistry(context.registry), Contents(document));
+  const std::vector<Difference> differences = FindDifferences(ReadRegistry(context.registry), ContentsOf(document));
   PrintDifferences(differences, context.output);
   return differences.empty() ? ExitStatus::Success : ExitStatus::Missing;
 }

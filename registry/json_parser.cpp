@@ -78,7 +78,7 @@ public:
     if (Scan() != Token::end_of_input) {
       Fail(Token::end_of_input);
     }
-    if (m_input.at != m_input.end || (m_input.at != m_input.begin && m_input.at[-1] == '\0')) {
+    if (m_input.at != m_input.end || IsAfterNul()) {
       FailWith("'<U+0000>'; expected end of input");
     }
   }
@@ -186,17 +186,28 @@ private:
     FailWith(reason);
   }
 
-  [[noreturn]] static void FailWith(std::string reason) {
+  [[noreturn]] void FailWith(std::string reason) {
     // The quoted input can end within a character.
     reason.resize(std::min(reason.size(), bramble::kLongestFormattedString));
-    throw JsonSyntaxError(bramble::strprintf("parse error - unexpected %s", escape::AsciiCopy(reason).c_str()));
+    throw JsonSyntaxError(bramble::strprintf("parse error - unexpected %s", escape::AsciiCopy(reason).c_str()),
+                          FailedOffset());
   }
+
+  std::size_t FailedOffset() const {
+    if (m_token == Token::end_of_input) {
+      return IsAfterNul() ? Position() - 1 : Position();
+    }
+    const std::string_view text(m_input.begin, Position());
+    return std::min(text.find_first_not_of(kWhiteSpace, m_scanned_from), text.size());
+  }
+
+  bool IsAfterNul() const { return m_input.at != m_input.begin && m_input.at[-1] == '\0'; }
 
   // Returns what the scanner has read since the beginning of the last string or number, as far as an error message
   // prints it.
   std::string LastRead() const {
     const std::string_view text(m_input.begin, Position());
-    const std::size_t failed = text.find_first_not_of(" \t\r\n", m_scanned_from);
+    const std::size_t failed = text.find_first_not_of(kWhiteSpace, m_scanned_from);
     const bool is_quoted = failed != std::string_view::npos && IsQuoted(text[failed]);
     std::size_t from = is_quoted ? m_scanned_from : m_quoted_from;
     while (from != kNone && from < text.size() && !IsQuoted(text[from])) {
@@ -213,6 +224,7 @@ private:
 
   static constexpr std::size_t kLongText = std::size_t{1} << 20;
   static constexpr std::size_t kNotOfHeap = std::size_t{32} << 20;
+  static constexpr std::string_view kWhiteSpace = " \t\r\n";
   static constexpr std::size_t kNone = std::string_view::npos;
 
   Input m_input;

@@ -13,7 +13,13 @@
 /// The text is not JSON. what() begins with "parse error - unexpected ".
 class JsonSyntaxError : public std::runtime_error {
 public:
-  using std::runtime_error::runtime_error;
+  JsonSyntaxError(const std::string& text, std::size_t offset) : std::runtime_error(text), m_offset(offset) {}
+
+  /// Where the unexpected part begins, in bytes; the length of the text if that ends too early.
+  std::size_t Offset() const noexcept { return m_offset; }
+
+private:
+  std::size_t m_offset;
 };
 
 /// Receives the parts of a text in their order. The default implementations ignore them.

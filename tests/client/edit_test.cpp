@@ -1,4 +1,6 @@
 // "edit", with shell scripts as editors.
+#include <pty.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -52,15 +54,31 @@ TEST_F(EditVerb, ChangesNothingWhenTheUserDoesNot) {
 
 TEST_F(EditVerb, ShowsOneSectionAndLeavesTheOthers) {
   EXPECT_EQ(EditWith("grep -qx k=3", {"edit", "B"}), (Outcome{0, "", "Nothing changed.\n"}));
-  EXPECT_EQ(EditWith("f() { printf '[b]\\nm=4\\n[New]\\n' > \"$1\"; }; f", {"edit", "B"}),
-            Prints("- [b] k=3\n+ [b] m=4\n+ [new]\n"));
-  EXPECT_EQ(back_end.store->Text(), "[a]\nk=1\nl=2\n[b]\nm=4\n[new]\n");
+  EXPECT_EQ(EditWith("f() { printf '[B]\\nm=4\\n[b]\\nn=5\\n' > \"$1\"; }; f", {"edit", "B"}),
+            Prints("- [b] k=3\n+ [b] m=4\n+ [b] n=5\n"));
+  EXPECT_EQ(back_end.store->Text(), "[a]\nk=1\nl=2\n[b]\nm=4\nn=5\n");
   EXPECT_EQ(EditWith("true", {"edit", "c"}), (Outcome{1, "", "ledgerctl: no section 'c'\n"}));
 }
 
 TEST_F(EditVerb, DeletesASectionWithItsHeader) {
-  EXPECT_EQ(EditWith("sed -i /^/d"), Prints("- [a] k=1\n- [a] l=2\n- [b] k=3\n"));
-  EXPECT_EQ(back_end.store->Text(), "");
+  EXPECT_EQ(EditWith("sed -i '/^.b/,$d'"), Prints("- [b] k=3\n"));
+  EXPECT_EQ(back_end.store->Text(), "[a]\nk=1\nl=2\n");
+}
+
+TEST_F(EditVerb, ChangesNothingIfTheTextIsEmpty) {
+  const Outcome everything = {
+      10, "", "ledgerctl: the text is empty; nothing changed\nTo delete everything: ledgerctl clear --yes\n"};
+  const Outcome section = {
+      10, "", "ledgerctl: the text is empty; nothing changed\nTo delete the section: ledgerctl unset -r B\n"};
+  for (const char* editor : {"truncate -s 0", "f() { printf ' \\n\\t\\r\\n' > $1; }; f", "sed -i s/^/#/"}) {
+    SCOPED_TRACE(editor);
+    EXPECT_EQ(EditWith(editor), everything);
+    EXPECT_EQ(EditWith(editor, {"edit", "B"}), section);
+    EXPECT_EQ(registry.TakeCalls(), (Calls{"ReadAllJson", "ReadAllJson"}));
+    EXPECT_TRUE(LeftFiles().empty());
+  }
+  back_end->DeleteAll();
+  EXPECT_EQ(EditWith("true"), (Outcome{0, "", "Nothing changed.\n"}));
 }
 
 TEST_F(EditVerb, RunsVisualThenEditorThenVi) {
@@ -136,17 +154,27 @@ TEST_F(EditVerb, KeepsATextThatItCannotTake) {
     int status;
     const char* reason;
     std::string output;
+    std::vector<std::string> arguments = {"edit"};
   };
   const Row rows[] = {
-      {"sed -i \"s/=1/='/\"", 4, "line 11: a quote is not closed", ""},
-      {"sed -i s/^k/gr\xc3\xb6n/", 3, "invalid name 'gr\xc3\xb6n': only ASCII is allowed", ""},
+      {"sed -i \"s/=1/='/\"", 10, "line 7: the quote is not closed", ""},
+      {"sed -i s/^k/gr\xc3\xb6n/", 3, "line 7: invalid name 'gr\xc3\xb6n': only ASCII is allowed", ""},
+      {"sed -i s/^k=3/\"'[k'=3\"/", 10,
+       "lost at a restart: key '[k' in section 'b' (begins with \"[\")\nNothing changed. Use --force to accept the "
+       "loss.",
+       ""},
       {"f() { sed -i s/=1/=$(head -c 17000 /dev/zero | tr '\\0' x)/ \"$1\"; }; f", 5,
        "registry full (16383 bytes); nothing changed", "- [a] k=1\n+ [a] k=" + std::string(17000, 'x') + "\n"},
-      {"sed -i s/=1/=\\\\xff/", 4, "the value of key 'k' in section 'a' is not UTF-8", ""},
+      {"sed -i s/=1/=\\\\xff/", 10, "line 7: the value of key 'k' in section 'a' is not UTF-8", ""},
+      {"sed -i '$a[A]\\nk=x'",
+       10,
+       "line 8: this is section 'a', but only section 'b' can be changed",
+       "",
+       {"edit", "B"}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.reason);
-    const Outcome outcome = EditWith(row.editor);
+    const Outcome outcome = EditWith(row.editor, row.arguments);
     const std::vector<std::string> kept = LeftFiles();
     ASSERT_EQ(kept.size(), 1u);
     EXPECT_EQ(outcome, (Outcome{row.status, row.output,
@@ -166,18 +194,100 @@ TEST_F(EditVerb, GivesUpWhenTheEditorFails) {
   }
 }
 
-TEST_F(EditVerb, WarnsOfWhatARestartLoses) {
-  EXPECT_EQ(EditWith("sed -i s/^k=3/\"'[k'=3\"/"),
+TEST_F(EditVerb, WarnsOfWhatARestartLosesIfForced) {
+  EXPECT_EQ(EditWith("sed -i s/^k=3/\"'[k'=3\"/", {"edit", "--force"}),
             (Outcome{0, "+ [b] '[k'=3\n- [b] k=3\n",
                      "ledgerctl: warning: lost at a restart: key '[k' in section 'b' (begins with \"[\")\n"}));
+}
+
+// Standard input is a terminal with answers typed in advance.
+class Answers {
+public:
+  explicit Answers(const std::string& text) : m_saved_input(::dup(STDIN_FILENO)) {
+    EXPECT_EQ(::openpty(&m_master, &m_slave, nullptr, nullptr, nullptr), 0);
+    termios settings{};
+    ::tcgetattr(m_slave, &settings);
+    settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    settings.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+    ::tcsetattr(m_slave, TCSANOW, &settings);
+    EXPECT_EQ(::write(m_master, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    ::dup2(m_slave, STDIN_FILENO);
+  }
+  ~Answers() {
+    ::dup2(m_saved_input, STDIN_FILENO);
+    for (const int fd : {m_saved_input, m_master, m_slave}) {
+      ::close(fd);
+    }
+  }
+  Answers(const Answers&) = delete;
+  Answers& operator=(const Answers&) = delete;
+
+  int Fd() const { return m_slave; }
+
+  // What was written to the terminal, which passes it on in its own time.
+  std::string Shown() const {
+    EXPECT_EQ(::write(m_slave, "\0", 1), 1);
+    std::string shown;
+    for (char c = 0; ::read(m_master, &c, 1) == 1 && c != '\0';) {
+      shown += c;
+    }
+    return shown;
+  }
+
+private:
+  int m_saved_input;
+  int m_master = -1;
+  int m_slave = -1;
+};
+
+TEST_F(EditVerb, AsksOnATerminal) {
+  const std::string question = "What now? (e)dit again, (q)uit and keep the text: ";
+  const std::string mistake = "ledgerctl: line 7: the quote is not closed\n" + question;
+  const std::string conflict = "ledgerctl: key 'k' in section 'a' has changed meanwhile; nothing changed\n" + question;
+  struct Row {
+    const char* name;
+    const char* editor;
+    const char* others;  // the value meanwhile
+    const char* answers;
+    int status;
+    std::string shown;
+  };
+  const Row rows[] = {
+      {"another answer", "sed -i \"s/=1$/='/\"", "1", "x\n\nquit\n", 10,
+       mistake + question + question + "ledgerctl: nothing changed\n"},
+      {"corrects the mistake", "sed -i \"s/='$/=x/;s/=1$/='/\"", "1", "e\n", 0, mistake},
+      {"the editor fails then", "f() { grep -q =1 \"$1\" && sed -i \"s/=1$/='/\" \"$1\"; }; f", "1", "e\n", 10,
+       mistake + "ledgerctl: the editor failed; nothing changed\n"},
+      {"change of another", "sed -i s/=1/=x/", "other", "e\nq\n", 10,
+       conflict + conflict + "ledgerctl: nothing changed\n"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    back_end->Write("a", "k", "1");
+    int reads = 0;
+    registry.OnCall([&](const std::string& call) {
+      if (call == "ReadAllJson" && ++reads > 1) {
+        back_end->Write("a", "k", row.others);
+      }
+    });
+    ::setenv("EDITOR", row.editor, 1);
+    const Answers answers(row.answers);
+    const MemoryFile output;
+    EXPECT_EQ(RunOn(registry, {"edit"}, output.Fd(), answers.Fd()), row.status);
+    const std::vector<std::string> kept = LeftFiles();
+    ASSERT_EQ(kept.size(), row.status == 0 ? 0u : 1u);
+    EXPECT_EQ(answers.Shown(), row.shown + (kept.empty() ? "" : "Your text is kept in " + kept[0] + "\n"));
+    for (const std::string& path : kept) {
+      std::filesystem::remove(path);
+    }
+  }
 }
 
 TEST_F(EditVerb, WarnsOfNamesThatNobodyCanReach) {
   BackEnd edited("[Net]\nk=1\n[s]\nk=1\n");
   ::setenv("EDITOR", "sed -i s/1/2/", 1);
   const std::string warning = "ledgerctl: warning: out of reach, not lower-case ASCII: section 'Net'\n";
-  // Edit looks at the registry before and after the editor.
-  EXPECT_EQ(RunOn(*edited.registry, {"edit"}), (Outcome{0, "- [s] k=1\n+ [s] k=2\n", warning + warning}));
+  EXPECT_EQ(RunOn(*edited.registry, {"edit"}), (Outcome{0, "- [s] k=1\n+ [s] k=2\n", warning}));
   EXPECT_EQ(edited.FlushedText(), "[Net]\nk=1\n[s]\nk=2\n");
 }
 

@@ -88,14 +88,14 @@ TEST(RoundTrip, GivesTheSameFileByteForByte) {
     run({"-q", "clear", "--yes"});
     {
       const StandardInput input(dumped);
-      run({"-q", "load"});
+      run({"-q", "load", "--force"});
     }
     ASSERT_EQ(back_end.store->Text(), before);
 
     // The same document in the place of another registry.
     daemon.WriteJson(PrintJson(random.Make()));
     test_support::WriteTextFile(dump, dumped);
-    run({"-q", "load", "--replace", dump});
+    run({"-q", "load", "--force", "--replace", dump});
     ASSERT_EQ(back_end.store->Text(), before);
     run({"-q", "diff", dump});
   }

@@ -108,6 +108,7 @@ TEST_F(DocumentVerbs, LoadIsAllOrNothing) {
       {"bad name", "{\"a\":{\"k\":\"x\"},\"\xc3\xb6\":{}}", 3},
       {"bad shape", R"({"a":{"k":"x"},"b":[]})", 4},
       {"no JSON", R"({"a":{"k":"x"},)", 4},
+      {"lost at a restart", R"({"a":{"k":"x","[m":""}})", 4},
   };
   for (const Row& row : rows) {
     for (const char* mode : {"", "--replace", "--missing-only"}) {
@@ -125,12 +126,53 @@ TEST_F(DocumentVerbs, LoadIsAllOrNothing) {
   }
 }
 
-TEST_F(DocumentVerbs, LoadWarnsOfWhatARestartLoses) {
-  const Outcome outcome = Run({"load", File(R"({"a":{"n":"\u0000"}})")});
-  EXPECT_EQ(outcome, (Outcome{0, "",
-                              "ledgerctl: warning: lost at a restart: key 'n' in section 'a' (and all behind it: a NUL "
-                              "byte)\n"}));
+TEST_F(DocumentVerbs, LoadReadsTheTextForm) {
+  struct Row {
+    std::vector<std::string> options;
+    const char* text;
+  };
+  const char* const document = "# new\n[A]\nK = 'x y'\nm\n[c]\n";
+  const Row rows[] = {
+      {{}, "[a]\nk=x y\nl=2\nm\n[b]\nk=3\n[c]\n"},
+      {{"--missing-only"}, "[a]\nk=1\nl=2\nm\n[b]\nk=3\n[c]\n"},
+      {{"--replace"}, "[a]\nk=x y\nm\n[c]\n"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.text);
+    back_end->DeleteAll();
+    back_end->WriteJson(R"({"a":{"k":"1","l":"2"},"b":{"k":"3"}})");
+    std::vector<std::string> command = {"load", "--text", File(document)};
+    command.insert(command.end(), row.options.begin(), row.options.end());
+    EXPECT_EQ(Run(command), Prints(""));
+    EXPECT_EQ(back_end.store->Text(), row.text);
+  }
+}
+
+TEST_F(DocumentVerbs, LoadNamesTheLineOfTheText) {
+  const std::string path = File("[a]\nk='\n");
+  EXPECT_EQ(Run({"load", "--text", path}),
+            (Outcome{4, "", "ledgerctl: " + path + ": line 2: the quote is not closed\n"}));
+  for (const char* mode : {"--replace", "--force"}) {
+    const StandardInput input("# nothing\n");
+    EXPECT_EQ(Run({"load", "--text", mode}),
+              (Outcome{4, "", "ledgerctl: standard input: the text has no [section]\n"}));
+  }
+  EXPECT_EQ(registry.TakeCalls(), Calls());
+}
+
+TEST_F(DocumentVerbs, LoadRefusesWhatARestartLosesUnlessForced) {
+  const std::string line = "lost at a restart: key 'n' in section 'a' (and everything after it: a NUL byte)\n";
+  const Outcome refused = {4, "", "ledgerctl: " + line + "Nothing changed. Use --force to accept the loss.\n"};
+  const std::string warning = "ledgerctl: warning: " + line;
+  const std::string path = File(R"({"a":{"n":"\u0000"}})");
+  EXPECT_EQ(Run({"load", path}), refused);
+  EXPECT_EQ(Run({"load", "--dry-run", path}), refused);
+  EXPECT_EQ(Run({"load", "--force", "--dry-run", path}), (Outcome{0, "+ [a] n=$'\\x00'\n", warning}));
+  EXPECT_FALSE(back_end->KeyExists("a", "n"));
+  EXPECT_EQ(Run({"load", "--force", path}), (Outcome{0, "", warning}));
   EXPECT_EQ(back_end->Read("a", "n"), std::string("\0", 1));
+  // Not set again, so not lost by this.
+  EXPECT_EQ(Run({"load", "--missing-only", path}), Prints(""));
 }
 
 TEST_F(DocumentVerbs, DiffAnswersByItsStatus) {

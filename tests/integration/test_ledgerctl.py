@@ -81,7 +81,7 @@ def test_dumped_registry_is_loaded_byte_for_byte(ledgerctl, world, client, reque
         before = world.registry_bytes()
         ledgerctl.output("-q", "dump", str(file))
         ledgerctl.output("clear", "--yes")
-        ledgerctl.output("-q", "load", str(file))
+        ledgerctl.output("-q", "load", "--force", str(file))
         assert world.registry_bytes() == before, f"seed {SEED}, round {number}: {registry!r}"
         ledgerctl.output("-q", "diff", str(file))
 
@@ -134,6 +134,17 @@ def test_usage_is_the_size_of_the_file(ledgerctl, world, client):
         usage = json.loads(ledgerctl.output("--json", "usage"))
         assert usage["used"] == len(world.registry_bytes()), f"seed {SEED}, round {number}: {registry!r}"
         assert usage["used"] == sum(usage["sections"].values())
+
+
+@needs_strace
+@pytest.mark.parametrize("value, calls", [("v", 1), ("", 2)], ids=["value", "empty value"])
+def test_get_asks_no_more_than_it_must(ledgerctl, client, value, calls):
+    client.write("s", "k", value)
+    log = ledgerctl.world.path / "calls"
+    ledgerctl.output("get", "s", "k", wrapper=(
+        *observe.without_leak_check(), "strace", "-o", str(log), "-e", "trace=sendmsg"))
+    greeting = 1
+    assert log.read_text().count("sendmsg(") == greeting + calls
 
 
 @needs_strace

@@ -2,6 +2,7 @@
 
 import itertools
 import os
+import pty
 import re
 import select
 import signal
@@ -117,6 +118,33 @@ def kept_text(ledgerctl):
     (kept,) = ledgerctl.left_files()
     path = ledgerctl.folder / kept
     return path.read_text(), b"Your text is kept in %s\n" % os.fsencode(path)
+
+
+@pytest.mark.parametrize("answer, status", [(b"q\n", LOCAL), (b"\x04", LOCAL), (b"\x03", -signal.SIGINT)],
+                         ids=["quit", "end of input", "Ctrl-C"])
+def test_edit_on_a_terminal_asks_after_a_mistake(ledgerctl, client, answer, status):
+    client.write("s", "k", "v")
+    terminal, end = pty.openpty()
+    process = ledgerctl.start("edit", environment={"EDITOR": "sed -i s/=v/=\\'/"}, wrapper=("setsid", "--ctty"),
+                              stdin=end, stderr=end)
+    os.close(end)
+    assert read_until(terminal, b"text: ") == (
+        b"ledgerctl: line 7: the quote is not closed\r\nWhat now? (e)dit again, (q)uit and keep the text: ")
+    os.write(terminal, answer)
+    assert process.communicate(timeout=PATIENCE) == (b"", None)
+    assert process.returncode == status
+    text, note = kept_text(ledgerctl)
+    assert text.endswith("[s]\nk='\n")
+    read_until(terminal, note.replace(b"\n", b"\r\n"))
+    os.close(terminal)
+
+
+def read_until(terminal, last):
+    text = b""
+    while not text.endswith(last):
+        assert select.select([terminal], [], [], PATIENCE)[0], text
+        text += os.read(terminal, 4096)
+    return text
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT], ids=["SIGTERM", "SIGINT"])

@@ -18,6 +18,10 @@ from stalled_bus import StalledBus
 
 REFUSED = '  <policy context="default"><deny send_destination="com.tavimesh.Registry"/></policy>\n'
 FULL_TEXT = b"registry full (16383 bytes); nothing changed"
+SOURCE = b"standard input: "
+LOST = (b"lost at a restart: key '[k' in section 's' (begins with \"[\")\n"
+        b"Nothing changed. Use --force to accept the loss.")
+KEPT = b"\nYour text is kept in "
 NOT_RUNNING_TEXT = b"the daemon is not running"
 
 # Every verb, so that none of them tells of its failure in a way of its own.
@@ -111,26 +115,48 @@ def test_value_that_no_message_can_hold(ledgerctl, client, value, expected):
 
 
 @pytest.mark.parametrize("document, status, text", [
-    (b"[]", NO_DOCUMENT, b"not a registry document: no JSON object of objects"),
-    (b'{"s":1}', NO_DOCUMENT, b"not a registry document: section 's' is neither an object nor null"),
+    (b"[]", NO_DOCUMENT, SOURCE + b"not a registry document: no JSON object of objects"),
+    (b'{"s":1}', NO_DOCUMENT, SOURCE + b"not a registry document: section 's' is neither an object nor null"),
     (b'{"s":{"k":"new"},"t":{"k":1}}', NO_DOCUMENT,
-     b"not a registry document: the value of key 'k' in section 't' is neither a string nor null"),
+     SOURCE + b"not a registry document: the value of key 'k' in section 't' is neither a string nor null"),
+    (b'{"s":{"k":"new"},\n}', NO_DOCUMENT,
+     SOURCE + b"line 2, column 1: parse error - unexpected '}'; expected string literal"),
     (b'{"s":{"k":"new"},"caf\xc3\xa9":{}}', INVALID_NAME, b"invalid name 'caf\xc3\xa9': only ASCII is allowed"),
+    (b'{"s":{"k":"new","[k":""}}', NO_DOCUMENT, LOST),
     (b'{"s":{"k":"%s"}}' % (b"x" * 16384), FULL, FULL_TEXT),
-], ids=["array", "section", "value", "name", "full"])
+], ids=["array", "section", "value", "syntax", "name", "lost", "full"])
 @pytest.mark.parametrize("mode", [(), ("--replace",), ("--missing-only",)], ids=str)
 def test_refused_document(ledgerctl, client, document, status, text, mode):
     client.write("other", "k", "v")
-    source = b"standard input: " if status == NO_DOCUMENT else b""
-    assert ledgerctl.run("load", *mode, input=document) == failure(status, source + text)
+    assert ledgerctl.run("load", *mode, input=document) == failure(status, text)
     assert client.read_all_json() == '{"other":{"k":"v"}}'
 
 
-def test_text_that_is_no_json(ledgerctl, client):
-    status, output, error = ledgerctl.run("load", input=b"{")
-    assert (status, output) == (NO_DOCUMENT, b"")
-    assert error.startswith(b"ledgerctl: standard input: not a registry document: parse error - unexpected "), error
-    assert client.read_all_json() == "{}"
+@pytest.mark.parametrize("document, status, text", [
+    (b"k=v\n", NO_DOCUMENT, SOURCE + b"line 1: this key is before the first [section]"),
+    (b"\n", NO_DOCUMENT, SOURCE + b"the text has no [section]"),
+    (b"[caf\xc3\xa9]", INVALID_NAME, SOURCE + b"line 1: invalid name 'caf\xc3\xa9': only ASCII is allowed"),
+    (b"[s]\nk=new\n'[k'\n", NO_DOCUMENT, LOST),
+], ids=["key", "empty", "name", "lost"])
+def test_refused_text(ledgerctl, client, document, status, text):
+    client.write("other", "k", "v")
+    assert ledgerctl.run("load", "--text", "--replace", input=document) == failure(status, text)
+    assert client.read_all_json() == '{"other":{"k":"v"}}'
+
+
+@pytest.mark.parametrize("section, editor, text", [
+    ((), "truncate -s 0", b"the text is empty; nothing changed\nTo delete everything: ledgerctl clear --yes"),
+    (("s",), "truncate -s 0", b"the text is empty; nothing changed\nTo delete the section: ledgerctl unset -r s"),
+    (("s",), "sed -i s/^.s/[t/", b"line 6: this is section 't', but only section 's' can be changed" + KEPT),
+    ((), "sed -i s/=v/=$/", b"line 7: the quote is not closed" + KEPT),
+    ((), "sed -i s/^k/$[k$/", LOST + KEPT),
+], ids=["empty", "empty section", "other section", "mistake", "lost"])
+def test_refused_edit(ledgerctl, client, section, editor, text):
+    client.write("s", "k", "v")
+    status, output, error = ledgerctl.run("edit", *section, environment={"EDITOR": editor.replace("$", "\\'")})
+    kept = b"".join(os.fsencode(ledgerctl.folder / name) for name in ledgerctl.left_files())
+    assert (status, output, error) == failure(LOCAL, text + kept)
+    assert client.read_all_json() == '{"s":{"k":"v"}}'
 
 
 @pytest.mark.parametrize("name, message, expected", [
