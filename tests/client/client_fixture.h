@@ -2,7 +2,9 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/mman.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <functional>
@@ -54,6 +56,46 @@ public:
 private:
   MemoryFile m_file;
   int m_saved;
+};
+
+/// While it lives, standard input is a terminal, with answers that were typed in advance.
+class Answers {
+public:
+  explicit Answers(const std::string& text) : m_saved_input(::dup(STDIN_FILENO)) {
+    EXPECT_EQ(::openpty(&m_master, &m_slave, nullptr, nullptr, nullptr), 0);
+    termios settings{};
+    ::tcgetattr(m_slave, &settings);
+    settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    settings.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+    ::tcsetattr(m_slave, TCSANOW, &settings);
+    EXPECT_EQ(::write(m_master, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    ::dup2(m_slave, STDIN_FILENO);
+  }
+  ~Answers() {
+    ::dup2(m_saved_input, STDIN_FILENO);
+    for (const int fd : {m_saved_input, m_master, m_slave}) {
+      ::close(fd);
+    }
+  }
+  Answers(const Answers&) = delete;
+  Answers& operator=(const Answers&) = delete;
+
+  int Fd() const { return m_slave; }
+
+  /// What was written to the terminal, which passes it on in its own time.
+  std::string Shown() const {
+    EXPECT_EQ(::write(m_slave, "\0", 1), 1);
+    std::string shown;
+    for (char c = 0; ::read(m_master, &c, 1) == 1 && c != '\0';) {
+      shown += c;
+    }
+    return shown;
+  }
+
+private:
+  int m_saved_input;
+  int m_master = -1;
+  int m_slave = -1;
 };
 
 /// Passes calls on to another registry and remembers their names.

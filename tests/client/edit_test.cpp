@@ -1,6 +1,4 @@
 // "edit", with shell scripts as editors.
-#include <pty.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -200,46 +198,6 @@ TEST_F(EditVerb, WarnsOfWhatARestartLosesIfForced) {
                      "ledgerctl: warning: lost at a restart: key '[k' in section 'b' (begins with \"[\")\n"}));
 }
 
-// Standard input is a terminal with answers typed in advance.
-class Answers {
-public:
-  explicit Answers(const std::string& text) : m_saved_input(::dup(STDIN_FILENO)) {
-    EXPECT_EQ(::openpty(&m_master, &m_slave, nullptr, nullptr, nullptr), 0);
-    termios settings{};
-    ::tcgetattr(m_slave, &settings);
-    settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    settings.c_oflag &= ~static_cast<tcflag_t>(OPOST);
-    ::tcsetattr(m_slave, TCSANOW, &settings);
-    EXPECT_EQ(::write(m_master, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    ::dup2(m_slave, STDIN_FILENO);
-  }
-  ~Answers() {
-    ::dup2(m_saved_input, STDIN_FILENO);
-    for (const int fd : {m_saved_input, m_master, m_slave}) {
-      ::close(fd);
-    }
-  }
-  Answers(const Answers&) = delete;
-  Answers& operator=(const Answers&) = delete;
-
-  int Fd() const { return m_slave; }
-
-  // What was written to the terminal, which passes it on in its own time.
-  std::string Shown() const {
-    EXPECT_EQ(::write(m_slave, "\0", 1), 1);
-    std::string shown;
-    for (char c = 0; ::read(m_master, &c, 1) == 1 && c != '\0';) {
-      shown += c;
-    }
-    return shown;
-  }
-
-private:
-  int m_saved_input;
-  int m_master = -1;
-  int m_slave = -1;
-};
-
 TEST_F(EditVerb, AsksOnATerminal) {
   const std::string question = "What now? (e)dit again, (q)uit and keep the text: ";
   const std::string mistake = "ledgerctl: line 7: the quote is not closed\n" + question;
@@ -283,12 +241,24 @@ TEST_F(EditVerb, AsksOnATerminal) {
   }
 }
 
+TEST_F(EditVerb, AsksNothingWithoutATerminal) {
+  const std::string editor = "sed -i \"s/='$/=x/;s/=1$/='/\"";
+  const Answers answers("e\n");
+  EXPECT_EQ(EditWith(editor).status, 10);
+  const StandardInput input("e\n");
+  const MemoryFile output;
+  EXPECT_EQ(RunOn(registry, {"edit"}, output.Fd(), answers.Fd()), 10);
+  EXPECT_EQ(answers.Shown().find("What now?"), std::string::npos);
+}
+
 TEST_F(EditVerb, WarnsOfNamesThatNobodyCanReach) {
-  BackEnd edited("[Net]\nk=1\n[s]\nk=1\n");
-  ::setenv("EDITOR", "sed -i s/1/2/", 1);
-  const std::string warning = "ledgerctl: warning: out of reach, not lower-case ASCII: section 'Net'\n";
-  EXPECT_EQ(RunOn(*edited.registry, {"edit"}), (Outcome{0, "- [s] k=1\n+ [s] k=2\n", warning}));
-  EXPECT_EQ(edited.FlushedText(), "[Net]\nk=1\n[s]\nk=2\n");
+  BackEnd edited("[Net]\nk=1\n[s]\nK=1\nk=1\n[t]\nk=1\n");
+  ::setenv("EDITOR", "sed -i '/^.s/,/^$/d'", 1);
+  EXPECT_EQ(RunOn(*edited.registry, {"edit"}),
+            (Outcome{0, "- [s] k=1\n",
+                     "ledgerctl: warning: out of reach, not lower-case ASCII: section 'Net'\n"
+                     "ledgerctl: warning: out of reach, not lower-case ASCII: key 'K' in section 's'\n"}));
+  EXPECT_EQ(edited.FlushedText(), "[Net]\nk=1\n[t]\nk=1\n");
 }
 
 }  // namespace

@@ -51,7 +51,7 @@ TEST(RefuseLosses, NamesWhatARestartLoses) {
 TEST(RefuseLosses, AcceptsWhatTheFileKeeps) {
   const test_client::MemoryFile file;
   const char* const document =
-      R"({"s":{"k":"[","[gone":null,"":"x","n\u0000":null,"[":"upper","[":null},"e":{},"[t":{"a=b":"\n"}})";
+      R"({"s":{"k":"[","a[":"","[gone":null,"":"x","n\u0000":null,"[U":"set first","[u":null},"e":{},"[t":{"a=b":"\n"}})";
   RefuseLosses(ParseMerge(document, "x"), false, Messages(file.Fd(), false));
   EXPECT_EQ(file.Text(), "");
 }

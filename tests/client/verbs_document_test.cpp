@@ -43,6 +43,11 @@ TEST_F(DocumentVerbs, LoadMergesInOneCall) {
   EXPECT_EQ(back_end.store->Text(), "[a]\nk=x\nm=y\n[c]\n");
 }
 
+TEST_F(DocumentVerbs, LoadWarnsOfSeveralSpellings) {
+  EXPECT_EQ(Run({"load", File(R"({"A":{"k":"x"},"a":{"k":"y"}})")}),
+            (Outcome{0, "", "ledgerctl: warning: several spellings of section 'a'; they are one section\n"}));
+}
+
 TEST_F(DocumentVerbs, LoadTakesStandardInput) {
   for (const std::vector<std::string>& command : {std::vector<std::string>{"load"}, {"load", "-"}}) {
     const StandardInput input(R"({"b":null})");
