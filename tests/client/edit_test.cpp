@@ -190,6 +190,9 @@ TEST_F(EditVerb, GivesUpWhenTheEditorFails) {
     EXPECT_EQ(outcome, (Outcome{10, "", "ledgerctl: the editor failed; nothing changed\n"}));
     EXPECT_TRUE(LeftFiles().empty());
   }
+  const Outcome without_text = EditWith("rm");
+  EXPECT_EQ(without_text.status, 10);
+  EXPECT_EQ(without_text.error.find("kept"), std::string::npos) << without_text;
 }
 
 TEST_F(EditVerb, WarnsOfWhatARestartLosesIfForced) {
