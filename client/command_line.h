@@ -43,7 +43,6 @@ struct CommandLine {
   bool missing_only = false;
   bool dry_run = false;
   bool text = false;
-  bool force = false;
 };
 
 /// `arguments` without the program's name. Throws Failure (Usage).

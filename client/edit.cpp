@@ -89,7 +89,7 @@ void ApplyText(const CommandLine& command, const RegistrySections& seen, const s
     context.messages.Note("Nothing changed.");
     return;
   }
-  RefuseLosses(merge, command.force, context.messages);
+  RefuseLosses(merge, command.force, ExitStatus::NotADocument, context.messages);
   PrintDifferences(FindDifferences(seen, wanted), context.output);
   context.output.Flush();
   CheckUnchanged(seen, context.registry, merge);

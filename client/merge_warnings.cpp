@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <map>
 
-#include "client/failure.h"
 #include "client/name_rules.h"
 #include "client/quote_word.h"
 
@@ -24,6 +23,10 @@ constexpr char kNulByte[] = "and everything after it: a NUL byte";
 
 // A name that somebody has written into the daemon's file by hand.
 std::string OutOfReach(const std::string& what) { return "out of reach, not lower-case ASCII: " + what; }
+
+std::string LostAtRestart(const std::string& what, const char* why) {
+  return "lost at a restart: " + what + " (" + why + ")";
+}
 
 // Null if the daemon finds the key again in its file.
 const char* ReasonOfLoss(const std::string& name, const std::string& value) {
@@ -70,7 +73,7 @@ std::vector<std::string> SpellingWarnings(const Merge& merge) {
   return warnings;
 }
 
-void RefuseLosses(const Merge& merge, bool force, const Messages& messages) {
+void RefuseLosses(const Merge& merge, bool force, ExitStatus status, const Messages& messages) {
   std::string refusal;
   for (const std::string& loss : LossesAtRestart(ContentsOf(merge))) {
     if (force) {
@@ -80,12 +83,8 @@ void RefuseLosses(const Merge& merge, bool force, const Messages& messages) {
     }
   }
   if (!refusal.empty()) {
-    throw Failure(ExitStatus::NotADocument, refusal + "Nothing changed. Use --force to accept the loss.");
+    throw Failure(status, refusal + "Nothing changed. Use --force to accept the loss.");
   }
-}
-
-std::string LostAtRestart(const std::string& what, const char* why) {
-  return "lost at a restart: " + what + " (" + why + ")";
 }
 
 std::vector<std::string> DropUnreachable(RegistrySections& sections) {

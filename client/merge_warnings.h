@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "client/failure.h"
 #include "client/output.h"
 #include "client/registry_merge.h"
 #include "registry/registry_format.h"
@@ -13,12 +14,9 @@ namespace ledgerctl {
 /// One line for each group of names that fold to the same.
 std::vector<std::string> SpellingWarnings(const Merge& merge);
 
-/// Throws Failure (NotADocument) if the merge sets anything that a restart of the daemon would lose; warns of it
-/// instead if `force` is set.
-void RefuseLosses(const Merge& merge, bool force, const Messages& messages);
-
-/// The warning that a restart of the daemon loses something.
-std::string LostAtRestart(const std::string& what, const char* why);
+/// Throws Failure (`status`) if the merge sets anything that a restart of the daemon would lose. If `force` is set,
+/// prints warnings instead.
+void RefuseLosses(const Merge& merge, bool force, ExitStatus status, const Messages& messages);
 
 /// Moves names that no caller can reach out of `sections` and returns one line for each section or key.
 std::vector<std::string> DropUnreachable(RegistrySections& sections);

@@ -65,7 +65,7 @@ ExitStatus Dump(const CommandLine& command, Context& context) {
 ExitStatus Load(const CommandLine& command, Context& context) {
   const Merge document = ReadMerge(command);
   const Merge merge = WhatToLoad(command, document, context);
-  RefuseLosses(merge, command.force, context.messages);
+  RefuseLosses(merge, command.force, ExitStatus::NotADocument, context.messages);
   if (command.dry_run) {
     const RegistrySections before = ReadRegistry(context.registry);
     RegistrySections after = before;

@@ -58,20 +58,6 @@ RegistrySection ReadValues(const CommandLine& command) {
   return values;
 }
 
-// What the daemon would write to its file and not find there when it starts the next time.
-std::vector<std::string> LossesAtRestart(const std::string& section, const RegistrySection& values) {
-  std::vector<std::string> losses;
-  for (const auto& [key, value] : values) {
-    if (!key.empty() && key.front() == '[') {
-      losses.push_back(LostAtRestart(ShownKey(section, key), "begins with \"[\""));
-    }
-    if (key.empty() && value.empty()) {
-      losses.push_back(LostAtRestart(ShownKey(section, key), "without name and value"));
-    }
-  }
-  return losses;
-}
-
 }  // namespace
 
 ExitStatus Get(const CommandLine& command, Context& context) {
@@ -91,20 +77,15 @@ ExitStatus Get(const CommandLine& command, Context& context) {
 ExitStatus Set(const CommandLine& command, Context& context) {
   CheckNames(command);
   const RegistrySection values = ReadValues(command);
-  const std::vector<std::string> losses = LossesAtRestart(*command.section, values);
-  if (!losses.empty() && !command.force) {
-    throw Failure(ExitStatus::InvalidName, losses.front() + "\nUse --force to set it all the same.");
-  }
+  const Merge merge = {{*command.section, KeyMerge(values.begin(), values.end())}};
+  RefuseLosses(merge, command.force, ExitStatus::InvalidName, context.messages);
   if (values.size() == 1) {
     context.registry.Write(*command.section, values.begin()->first, values.begin()->second);
     if (command.flush) {
       FlushChange(context.registry);
     }
   } else {
-    WriteMerge(context.registry, {{*command.section, KeyMerge(values.begin(), values.end())}});
-  }
-  for (const std::string& loss : losses) {
-    context.messages.Warning(loss);
+    WriteMerge(context.registry, merge);
   }
   return ExitStatus::Success;
 }

@@ -37,14 +37,14 @@ TEST(RefuseLosses, NamesWhatARestartLoses) {
   const test_client::MemoryFile file;
   const Messages messages(file.Fd(), false);
   try {
-    RefuseLosses(merge, false, messages);
+    RefuseLosses(merge, false, ExitStatus::NotADocument, messages);
     ADD_FAILURE() << "nothing thrown";
   } catch (const Failure& e) {
     EXPECT_EQ(e.Status(), ExitStatus::NotADocument);
     EXPECT_EQ(e.what(), refusal);
   }
   EXPECT_EQ(file.Text(), "");
-  RefuseLosses(merge, true, messages);
+  RefuseLosses(merge, true, ExitStatus::NotADocument, messages);
   EXPECT_EQ(file.Text(), warnings);
 }
 
@@ -52,7 +52,7 @@ TEST(RefuseLosses, AcceptsWhatTheFileKeeps) {
   const test_client::MemoryFile file;
   const char* const document =
       R"({"s":{"k":"[","a[":"","[gone":null,"":"x","n\u0000":null,"[U":"set first","[u":null},"e":{},"[t":{"a=b":"\n"}})";
-  RefuseLosses(ParseMerge(document, "x"), false, Messages(file.Fd(), false));
+  RefuseLosses(ParseMerge(document, "x"), false, ExitStatus::NotADocument, Messages(file.Fd(), false));
   EXPECT_EQ(file.Text(), "");
 }
 

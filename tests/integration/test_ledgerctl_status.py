@@ -63,7 +63,7 @@ def uncarried(status, why):
 
 
 def lost(key, why):
-    text = f"lost at a restart: key '{key}' in section 's' ({why})\nUse --force to set it all the same."
+    text = f"lost at a restart: key '{key}' in section 's' ({why})\nNothing changed. Use --force to accept the loss."
     return failure(INVALID_NAME, text.encode())
 
 
