@@ -46,16 +46,33 @@ private:
   bramble::FileDescriptor m_connection;
 };
 
+// The flags of each descriptor, -1 for one that is not open.
+std::vector<int> DescriptorFlags() {
+  std::vector<int> flags;
+  for (int fd = 0; fd < 256; ++fd) {
+    flags.push_back(::fcntl(fd, F_GETFD));
+  }
+  return flags;
+}
+
 class DispatcherTest : public testing::Test {
 protected:
   DispatcherTest() {
+    const std::vector<int> after = DescriptorFlags();
+    for (std::size_t fd = 0; fd < after.size(); ++fd) {
+      if (after[fd] != m_before[fd]) {
+        m_pipe.emplace_back(static_cast<int>(fd));
+      }
+    }
     DBus::default_dispatcher = &m_dispatcher;
     m_connection = std::make_unique<DBus::Connection>(m_peer.Address().c_str());
     m_peer.Accept();
   }
   ~DispatcherTest() override { m_connection->disconnect(); }
 
+  const std::vector<int> m_before = DescriptorFlags();
   Dispatcher m_dispatcher;
+  std::vector<bramble::FileDescriptor> m_pipe;  // which the program's dispatcher, never destroyed, keeps
   SilentPeer m_peer;
   std::unique_ptr<DBus::Connection> m_connection;
 };
@@ -119,21 +136,14 @@ TEST_F(DispatcherTest, WaitThatFailsIsThrown) {
 }
 
 TEST(Dispatcher, ItsPipeIsClosedOnExecAndNoStandardStream) {
-  const auto flags_of_descriptors = [] {
-    std::vector<int> flags;
-    for (int fd = 0; fd < 256; ++fd) {
-      flags.push_back(::fcntl(fd, F_GETFD));
-    }
-    return flags;
-  };
   EXPECT_EXIT(
       {
         for (int fd = 0; fd <= 2; ++fd) {
           ::close(fd);
         }
-        const std::vector<int> before = flags_of_descriptors();
+        const std::vector<int> before = DescriptorFlags();
         const Dispatcher dispatcher;
-        const std::vector<int> after = flags_of_descriptors();
+        const std::vector<int> after = DescriptorFlags();
         int pipe_ends = 0;
         bool good = true;
         for (std::size_t fd = 0; fd < after.size(); ++fd) {
