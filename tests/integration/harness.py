@@ -119,12 +119,19 @@ class KernelLog:
         os.mkfifo(path)
         self.fd = os.open(path, os.O_RDWR | os.O_NONBLOCK | os.O_CLOEXEC)
         self.text = b""
+        self.taken = 0
 
     def read(self):
         """Everything that was written so far."""
         while select.select([self.fd], [], [], 0)[0]:
             self.text += os.read(self.fd, 65536)
         return self.text.decode()
+
+    def take(self):
+        """What was written since the last call."""
+        text = self.read()[self.taken:]
+        self.taken += len(text)
+        return text
 
     def close(self):
         os.close(self.fd)

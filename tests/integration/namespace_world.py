@@ -99,7 +99,6 @@ class NamespaceWorld(World):
         self.commands = []
         self.services = []
         self.statuses = {}
-        self.log_taken = 0
 
     def lay_over_proc(self, **files):
         """/proc gets these files, given by their texts, and has no boardid or mtd but these."""
@@ -229,9 +228,7 @@ class NamespaceWorld(World):
     def take_log(self):
         """What went to the kernel log since the last call, but for the lines with which each start on a machine without
         the device's flash begins."""
-        text = self.kernel_log.read()[self.log_taken:]
-        self.log_taken += len(text)
-        return text.replace(MISSING_HARDWARE, "")
+        return self.kernel_log.take().replace(MISSING_HARDWARE, "")
 
     def finish(self):
         """An orderly end, so that a sanitizer's verdict at exit counts too. What was printed and not taken is an

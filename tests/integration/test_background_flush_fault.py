@@ -9,7 +9,6 @@ DELAY = 60
 
 
 def test_failed_background_flush_is_reported_and_ends_the_process(world):
-    world.kernel_log_expected = True
     world.registry.write_bytes(b"[net]\nip=old\n")
     daemon = world.start()
     client = daemon.client()
@@ -23,6 +22,6 @@ def test_failed_background_flush_is_reported_and_ends_the_process(world):
         "Lazy persistent store flush caused exception: No space left on device (28)\n")
     assert re.fullmatch(rf"<2>User space assert from process {daemon.pid}: [^\n]+\n"
                         r"ASSERT Executing lib/platform/lazy_persistent_store\.cpp:\d+:[^\n]+\n",
-                        world.kernel_log.read())
+                        world.kernel_log.take())
     assert world.registry_bytes() == b"[net]\nip=old\n"
     assert os.listdir(world.registry.parent) == ["registry"]
