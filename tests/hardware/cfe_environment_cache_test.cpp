@@ -6,9 +6,8 @@
 #include <sys/ioctl.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <set>
@@ -20,6 +19,7 @@
 #include "tests/hardware/cfe_block.h"
 #include "tests/hardware/device_mounts.h"
 #include "tests/hardware/fake_mtd.h"
+#include "tests/platform/bounded_wait.h"
 #include "tests/support/captured_stderr.h"
 #include "tests/support/forked_child.h"
 
@@ -161,21 +161,25 @@ TEST_F(CfeEnvironmentCache, KeepsAnErasedEnvironmentWithoutAMessage) {
 TEST_F(CfeEnvironmentCache, IsFilledOnceByManyThreads) {
   EXPECT_EQ(RunInChild([] {
               FakeMtd mtd(kGeometry);
-              // Without a delay the first thread could finish reading before the next one starts. Each request
-              // therefore waits up to 100 ms for a second reader.
+              // Each request waits until all threads ask, or a second one reads.
+              constexpr unsigned kThreads = 8;
+              std::atomic<unsigned> asking{0};
               std::mutex lock;
-              std::condition_variable changed;
               std::set<std::thread::id> readers;
               mtd.on_request = [&] {
-                std::unique_lock<std::mutex> held(lock);
-                readers.insert(std::this_thread::get_id());
-                changed.notify_all();
-                changed.wait_for(held, std::chrono::milliseconds(100), [&] { return readers.size() > 1; });
+                test_platform::WaitUntil([&] {
+                  const std::lock_guard<std::mutex> held(lock);
+                  readers.insert(std::this_thread::get_id());
+                  return asking == kThreads || readers.size() > 1;
+                });
               };
-              std::vector<std::string> seen(8);
+              std::vector<std::string> seen(kThreads);
               std::vector<std::thread> threads;
               for (std::string& text : seen) {
-                threads.emplace_back([&text] { text = Show(GetCfeEnvironment()); });
+                threads.emplace_back([&] {
+                  ++asking;
+                  text = Show(GetCfeEnvironment());
+                });
               }
               for (std::thread& thread : threads) {
                 thread.join();

@@ -1,10 +1,10 @@
 // What runs at the same time as what: the callbacks run with the registry's lock held, and a flush needs only the
 // store's.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <chrono>
+#include <atomic>
 #include <functional>
-#include <future>
 #include <list>
 #include <memory>
 #include <optional>
@@ -13,34 +13,38 @@
 #include <utility>
 #include <vector>
 
+#include "tests/platform/bounded_wait.h"
+#include "tests/platform/threads.h"
 #include "tests/registry/back_end_fixture.h"
 
 namespace {
 
-constexpr auto kSoon = std::chrono::milliseconds(30);
-constexpr auto kBound = std::chrono::seconds(10);
-
-// An operation in a thread of its own, which has started when the constructor returns.
+// An operation in a thread of its own.
 class Elsewhere {
 public:
   explicit Elsewhere(const std::function<void()>& operation)
       : m_thread([this, operation] {
-          m_started.set_value();
+          m_id = ::gettid();
           operation();
-          m_ended.set_value();
-        }) {
-    m_started.get_future().wait();
-  }
+          m_ended = true;
+        }) {}
   ~Elsewhere() { m_thread.join(); }
   Elsewhere(const Elsewhere&) = delete;
   Elsewhere& operator=(const Elsewhere&) = delete;
 
-  bool EndsWithin(std::chrono::milliseconds time) { return m_end.wait_for(time) == std::future_status::ready; }
+  bool Ends() const {
+    return test_platform::WaitUntil([this] { return m_ended.load(); });
+  }
+
+  /// Whether the operation waits for a lock, which is all that it can wait for. False if it has ended.
+  bool Waits() const {
+    EXPECT_TRUE(test_platform::WaitUntil([this] { return m_ended || (m_id != 0 && test_platform::Sleeps(m_id)); }));
+    return !m_ended;
+  }
 
 private:
-  std::promise<void> m_started;
-  std::promise<void> m_ended;
-  std::future<void> m_end = m_ended.get_future();
+  std::atomic<pid_t> m_id{0};
+  std::atomic<bool> m_ended{false};
   std::thread m_thread;
 };
 
@@ -74,11 +78,11 @@ TEST(RegistryBackEndLock, HoldsOthersUpWhileASectionCallbackRuns) {
     std::optional<Elsewhere> elsewhere;
     back_end->SectionList([&](const std::string&) {
       elsewhere.emplace([&] { operation.run(*back_end.registry); });
-      EXPECT_FALSE(elsewhere->EndsWithin(kSoon));
+      EXPECT_TRUE(elsewhere->Waits());
       // A change must not wait as late as for its save.
       EXPECT_EQ(back_end->ReadAllJson(), R"({"s":{"k":"v"}})");
     });
-    EXPECT_TRUE(elsewhere->EndsWithin(kBound));
+    EXPECT_TRUE(elsewhere->Ends());
   }
 }
 
@@ -115,12 +119,12 @@ TEST(RegistryBackEndLock, HoldsOthersUpUntilTheSaveHasEnded) {
     store->OnCapacity([&] {
       if (!elsewhere) {
         elsewhere.emplace([&] { back_end.Read("s", "k"); });
-        EXPECT_FALSE(elsewhere->EndsWithin(kSoon));
+        EXPECT_TRUE(elsewhere->Waits());
       }
     });
     operation.run(back_end);
     ASSERT_TRUE(elsewhere);
-    EXPECT_TRUE(elsewhere->EndsWithin(kBound));
+    EXPECT_TRUE(elsewhere->Ends());
   }
 }
 
@@ -128,15 +132,15 @@ TEST(RegistryBackEndLock, HoldsOthersUpUntilTheSaveHasEnded) {
 TEST(RegistryBackEndLock, LetsOthersReadDuringTheMergeOfAnImport) {
   const auto store = std::make_shared<HookedStore>("[s]\nk=v\n");
   RegistryBackEnd back_end(store);
-  std::vector<bool> ended;
+  std::vector<bool> waited;
   std::list<Elsewhere> elsewhere;
   store->OnCapacity([&] {
     elsewhere.emplace_back([&] { back_end.Read("s", "k"); });
-    ended.push_back(elsewhere.back().EndsWithin(ended.empty() ? kBound : kSoon));
+    waited.push_back(elsewhere.back().Waits());
   });
   back_end.WriteJson(R"({"s":{"k":"w"}})");
   store->OnCapacity(nullptr);
-  EXPECT_EQ(ended, (std::vector<bool>{true, false})) << "the merge and the save ask for the capacity";
+  EXPECT_EQ(waited, (std::vector<bool>{false, true})) << "the merge and the save ask for the capacity";
 }
 
 TEST(RegistryBackEndLock, HoldsOthersUpWhileAKeyCallbackRuns) {
@@ -144,9 +148,9 @@ TEST(RegistryBackEndLock, HoldsOthersUpWhileAKeyCallbackRuns) {
   std::optional<Elsewhere> elsewhere;
   back_end->KeyList("s", [&](const std::string&, const std::string&) {
     elsewhere.emplace([&] { back_end->Read("s", "k"); });
-    EXPECT_FALSE(elsewhere->EndsWithin(kSoon));
+    EXPECT_TRUE(elsewhere->Waits());
   });
-  EXPECT_TRUE(elsewhere->EndsWithin(kBound));
+  EXPECT_TRUE(elsewhere->Ends());
 }
 
 TEST(RegistryBackEndLock, LetsAFlushRunWhileACallbackRuns) {
@@ -155,7 +159,7 @@ TEST(RegistryBackEndLock, LetsAFlushRunWhileACallbackRuns) {
   std::optional<Elsewhere> elsewhere;
   back_end->SectionList([&](const std::string&) {
     elsewhere.emplace([&] { back_end->Flush(); });
-    ASSERT_TRUE(elsewhere->EndsWithin(kBound));
+    ASSERT_TRUE(elsewhere->Ends());
     EXPECT_EQ(back_end.store->Text(), "[s]\nk=w\n");
   });
 }
@@ -177,7 +181,7 @@ TEST(RegistryBackEndLock, HoldsReadersUpNotAtAllAfterACallbackThrew) {
   BackEnd back_end("[s]\nk=v\n");
   EXPECT_THROW(back_end->SectionList([](const std::string&) { throw 42; }), int);
   Elsewhere elsewhere([&] { back_end->Read("s", "k"); });
-  EXPECT_TRUE(elsewhere.EndsWithin(kBound));
+  EXPECT_TRUE(elsewhere.Ends());
 }
 
 TEST(RegistryBackEndLock, LosesNoWriteOfManyThreads) {
