@@ -24,13 +24,15 @@ inline const std::string kLong = "a value that is longer than the buffer within 
 inline const std::string kText =
     "[a section with a rather long name]\na key with a rather long name=" + kLong + "\n[s]\nj=1\nk=" + kLong + "\n";
 
-// The parameter says whether one allocation fails or all from that one on.
+// The parameter says which allocations fail.
 class ShortOfMemory : public testing::TestWithParam<FailingNew::Lack> {};
 
-inline const auto kEachLack = testing::Values(FailingNew::Lack::OfOneAllocation, FailingNew::Lack::FromThenOn);
+inline const auto kEachLack =
+    testing::Values(FailingNew::Lack::OfOneAllocation, FailingNew::Lack::OfTwoInARow, FailingNew::Lack::FromThenOn);
 
 inline std::string LackName(const testing::TestParamInfo<FailingNew::Lack>& test) {
-  return test.param == FailingNew::Lack::FromThenOn ? "AllFurtherAllocationsFail" : "OneAllocationFails";
+  const char* const names[] = {"OneAllocationFails", "TwoAllocationsInARowFail", "AllFurtherAllocationsFail"};
+  return names[static_cast<std::size_t>(test.param)];
 }
 
 inline RegistrySections Table(RegistryBackEnd& registry) {

@@ -5,14 +5,19 @@
 
 namespace {
 
+using Lack = test_support::FailingNew::Lack;
+
 // The number of allocations of this thread up to the one that fails, 0 if none fails.
 thread_local std::size_t t_countdown = 0;
-thread_local bool t_from_then_on = false;
+thread_local Lack t_lack = Lack::OfOneAllocation;
 thread_local bool t_has_failed = false;
 
 void* Allocate(std::size_t size) {
   if (t_countdown != 0 && --t_countdown == 0) {
-    t_countdown = t_from_then_on ? 1 : 0;
+    t_countdown = t_lack == Lack::OfOneAllocation ? 0 : 1;
+    if (t_lack == Lack::OfTwoInARow) {
+      t_lack = Lack::OfOneAllocation;
+    }
     t_has_failed = true;
     throw std::bad_alloc();
   }
@@ -49,7 +54,7 @@ namespace test_support {
 
 FailingNew::FailingNew(std::size_t nth, Lack lack) {
   t_has_failed = false;
-  t_from_then_on = lack == Lack::FromThenOn;
+  t_lack = lack;
   t_countdown = nth;
 }
 
