@@ -123,6 +123,10 @@ def whole_calls(lines):
 
 
 def attached_strace(pid, path, *options):
-    """Starts to log the calls of all threads of a running daemon; returns strace's process."""
-    return subprocess.Popen(["strace", "-qq", "-f", "-o", str(path), *options, "-p", str(pid)],
-                            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    """Logs the calls of all threads of a running daemon from its return on; returns strace's process."""
+    tracer = subprocess.Popen(["strace", "-f", "-o", str(path), *options, "-p", str(pid)],
+                              stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+    # The kernel names the tracer before it stops the threads, so TracerPid would be too early.
+    line = tracer.stderr.readline()
+    assert b"attached" in line, line
+    return tracer

@@ -109,7 +109,6 @@ def fail_an_assertion(system, client):
     tracer = observe.attached_strace(pid, system.path / "strace", "-P", "/var/lib/plinthware/registry~~new",
                                      "-e", "trace=write", "-e", "inject=write:retval=0")
     try:
-        wait_for(lambda: int(observe.status(pid)["TracerPid"]) == tracer.pid, "the daemon is traced")
         assert client.error("Flush")[0] == "org.freedesktop.DBus.Error.NoReply"
         system.wait_for_another(pid)
     finally:
