@@ -81,11 +81,10 @@ def delay_of_the_command(machine):
 
 
 def test_command_returns_within_50_ms_of_the_daemons_end(machine):
-    # A busy machine may delay some, and for a while most.
-    rounds = []
-    while len(rounds) < 6 and not (rounds and statistics.median(rounds[-1]) <= 0.05):
-        rounds.append([delay_of_the_command(machine) for _ in range(9)])
-    assert statistics.median(rounds[-1]) <= 0.05, rounds
+    # A busy machine may delay some.
+    delays = [delay_of_the_command(machine) for _ in range(9)]
+    print(delays)
+    assert statistics.median(delays) <= 0.05
 
 
 @needs_strace
@@ -229,24 +228,10 @@ def test_stopped_daemon_is_killed_after_2_seconds(machine):
     elapsed = command.wait() - began
     assert command.status == 0
     assert command.take_stderr() == f"PID {daemon.inner_pid} didn't exit from signal 15. Trying harder.\n"
-    assert STOP_TIMEOUT <= elapsed
+    assert STOP_TIMEOUT <= elapsed < STOP_TIMEOUT + 1
     assert daemon.wait_end() == -signal.SIGKILL
     # There was no orderly end.
     assert machine.registry_bytes() == b"[net]\nip=old\n"
-
-
-def test_stopped_daemon_is_not_waited_for_longer_than_2_seconds(machine):
-    elapsed = []
-    # A busy machine adds its own time, but not to each of several attempts.
-    while not elapsed or (elapsed[-1] >= STOP_TIMEOUT + 1 and len(elapsed) < 5):
-        daemon = machine.start()
-        daemon.signal(signal.SIGSTOP)
-        began = time.monotonic()
-        command = machine.launch("-k")
-        elapsed.append(command.wait() - began)
-        assert command.take_stderr() == f"PID {daemon.inner_pid} didn't exit from signal 15. Trying harder.\n"
-        assert daemon.wait_end() == -signal.SIGKILL
-    assert elapsed[-1] < STOP_TIMEOUT + 1, elapsed
 
 
 def test_daemon_that_ends_just_in_time_is_not_killed(machine):

@@ -109,24 +109,11 @@ def test_daemon_that_is_ready_too_late_serves_and_signals_nobody(machine, killed
         assert adopter.status == 0
 
 
-def test_daemon_that_is_too_slow_is_not_waited_for_longer_than_5_seconds(machine):
-    elapsed = []
-    # A busy machine adds its own time, but not to each of several attempts.
-    while not elapsed or (elapsed[-1] >= START_TIMEOUT + 1 and len(elapsed) < 5):
-        with StalledBus(machine) as bus:
-            began = time.monotonic()
-            command = machine.launch(environment=bus.environment)
-            elapsed.append(command.wait() - began)
-            assert command.take_stderr() == TOO_SLOW
-            daemon = machine.service()
-        assert daemon.wait_end() == 0
-        assert "ledgerd caught exception" in machine.take_log()
-    assert elapsed[-1] < START_TIMEOUT + 1, elapsed
-
-
 def test_daemon_that_is_too_slow_and_fails_is_reported_in_the_kernel_log(machine):
     with StalledBus(machine) as bus:
-        command = machine.run(environment=bus.environment)
+        began = time.monotonic()
+        command = machine.launch(environment=bus.environment)
+        assert START_TIMEOUT <= command.wait() - began < START_TIMEOUT + 1
         assert (command.status, command.take_stderr()) == (0, TOO_SLOW)
         daemon = machine.service()
     assert daemon.wait_end() == 0
