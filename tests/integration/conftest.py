@@ -24,6 +24,7 @@ def pytest_addoption(parser):
     parser.addoption("--installed-probes", type=pathlib.Path, help="where the daemon looks for its probes")
     parser.addoption("--load-client", type=pathlib.Path, help="the program that loads the daemon")
     parser.addoption("--control-service", type=pathlib.Path, help="a service to compare with")
+    parser.addoption("--failing-malloc", type=pathlib.Path, help="the library whose allocations fail")
     parser.addoption("--example", type=pathlib.Path, help="the one among the examples that is compiled")
     parser.addoption("--rounds", type=int, default=60, help="how often a test at random moments is repeated")
 
