@@ -1,5 +1,5 @@
-"""Each allocation of a served call fails in its turn, whether the daemon, libdbus or dbus-c++ makes it: the daemon goes on
-serving, or ends with a line on standard error, and the file is a whole text that was accepted."""
+"""Each allocation of a served call fails in its turn, whether the daemon, libdbus or dbus-c++ makes it. The daemon goes on
+serving, or ends with a line on standard error. The file is a whole text that was accepted."""
 
 import mmap
 import struct
@@ -104,7 +104,7 @@ def ends(victim, countdown, number, member):
 
 
 @pytest.mark.parametrize("member", CALLS)
-def test_allocation_that_fails_leaves_a_whole_file_and_a_daemon_that_serves_or_says_why_it_ends(victim, countdown, member):
+def test_failed_allocation_leaves_a_whole_file_and_a_daemon_that_serves_or_reports_its_end(victim, countdown, member):
     accepted = [file_text(keys) for keys in (WRITTEN, PENDING, CHANGED.get(member, PENDING))]
     prepare(victim)
     allocations = allocations_of(victim, countdown, member)
