@@ -166,29 +166,3 @@ def test_directory_in_place_of_the_new_file_is_answered(world, daemon, client):
     new_file(world).rmdir()
     client.flush()
     assert world.registry_bytes() == b"[net]\nip=1\n"
-
-
-FAILING_CALLS = [
-    ("openat", "EMFILE", f"{FOLDER}/registry~~new: Too many open files (24)"),
-    ("write", "EIO", "Input/output error (5)"),
-    ("close", "EDQUOT", "Disk quota exceeded (122)"),
-    ("rename", "EIO", "Input/output error (5)"),
-]
-
-
-@observe.needs_strace
-@pytest.mark.parametrize("call, error, text", FAILING_CALLS, ids=[row[0] for row in FAILING_CALLS])
-def test_file_system_that_fails_on_any_call_of_the_replacement_keeps_the_old_file(world, call, error, text):
-    world.registry.write_bytes(b"[net]\nip=old\n")
-    new = f"{FOLDER}/registry~~new"
-    strace = observe.Strace(world, "-P", new, "-e", f"trace={call}", "-e", f"inject={call}:error={error}:when=1")
-    daemon = world.start(wrapper=strace.wrapper)
-    client = daemon.client()
-    client.write("net", "ip", "new")
-    assert client.error("Flush") == (ERROR_PREFIX + "Exception", text)
-    assert world.registry_bytes() == b"[net]\nip=old\n"
-    assert os.listdir(world.registry.parent) == ["registry"]
-    client.flush()
-    assert world.registry_bytes() == b"[net]\nip=new\n"
-    client.close()
-    daemon.stop()
