@@ -1,5 +1,5 @@
-"""Each allocation of a served call fails in its turn, whether the daemon, libdbus or dbus-c++ makes it. The daemon goes on
-serving, or ends with a line on standard error. The file is a whole text that was accepted."""
+"""Each allocation of a served call fails in its turn, whether the daemon, libdbus or dbus-c++ makes it. The daemon goes
+on serving, or ends with a line on standard error. The file is a whole text that was accepted."""
 
 import mmap
 import struct
