@@ -4,10 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 
 #include "client/failure.h"
+#include "client/file_access.h"
 #include "client/quote_word.h"
 #include "client/temporary_file.h"
 #include "lib/platform/errno_exception.h"
@@ -31,15 +33,49 @@ std::string ReadDescriptor(int fd) {
 }
 
 void WriteTo(const std::string& path, const std::string& text) {
-  bramble::FileDescriptor file = bramble::Open(path, O_WRONLY | O_NOCTTY);
-  bramble::write_all_throw(file.Get(), text.data(), text.size());
-  file.Close();
+  try {
+    bramble::FileDescriptor file = bramble::Open(path, O_WRONLY | O_NOCTTY);
+    bramble::write_all_throw(file.Get(), text.data(), text.size());
+    file.Close();
+  } catch (const bramble::ErrnoException& e) {
+    throw LocalFailure(ShownSource(path), e.ErrorNumber());
+  }
 }
 
-// The file behind symbolic links; the path itself if there is none yet.
-std::string Resolved(const std::string& path) {
+// False if there is no file. A symbolic link that leads to none is a failure: a file in its place would hide it.
+bool FindStatus(const std::string& path, struct stat& status) {
+  if (::stat(path.c_str(), &status) == 0) {
+    return true;
+  }
+  const int error = errno;
+  struct stat link {};
+  if (error != ENOENT || ::lstat(path.c_str(), &link) == 0) {
+    throw LocalFailure(ShownSource(path), error);
+  }
+  return false;
+}
+
+// The path of the file of `status` without symbolic links. The kernel can forbid to follow a link, and stat asks it but
+// realpath does not: so both must have found the same file.
+std::string Resolve(const std::string& path, const struct stat& status) {
   const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
-  return resolved != nullptr ? resolved.get() : path;
+  struct stat found {};
+  if (resolved == nullptr || ::lstat(resolved.get(), &found) != 0) {
+    throw LocalFailure(ShownSource(path), errno);
+  }
+  if (found.st_dev != status.st_dev || found.st_ino != status.st_ino) {
+    throw Failure(ExitStatus::Local, ShownSource(path) + ": another program has replaced it meanwhile");
+  }
+  return resolved.get();
+}
+
+void Replace(const std::string& path, const struct stat* old, const std::string& text) {
+  TemporaryFile file = TemporaryFile::Beside(path);
+  if (old != nullptr) {
+    KeepAccess(path, *old, file.Fd());
+  }
+  file.WriteAndClose(text);
+  file.RenameTo(path);
 }
 
 }  // namespace
@@ -56,18 +92,13 @@ std::string ShownSource(const std::string& path) { return path == "-" ? "standar
 
 void ReplaceDocument(const std::string& path, const std::string& text) {
   struct stat status {};
-  if (::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-    try {
-      WriteTo(path, text);
-    } catch (const bramble::ErrnoException& e) {
-      throw LocalFailure(ShownSource(path), e.ErrorNumber());
-    }
-    return;
+  if (!FindStatus(path, status)) {
+    Replace(path, nullptr, text);
+  } else if (S_ISREG(status.st_mode)) {
+    Replace(Resolve(path, status), &status, text);
+  } else {
+    WriteTo(path, text);
   }
-  const std::string target = Resolved(path);
-  TemporaryFile file = TemporaryFile::Beside(target);
-  file.WriteAndClose(text);
-  file.RenameTo(target);
 }
 
 }  // namespace ledgerctl

@@ -11,9 +11,10 @@ std::string ReadDocument(const std::string& path);
 /// How messages name it: the path, or "standard input".
 std::string ShownSource(const std::string& path);
 
-/// Replaces the file in one step, also across a power cut: a reader sees the old text or the new one. The mode is that
-/// of a new file. Where `path` is a symbolic link the file behind it is replaced; what is no ordinary file, such as a
-/// terminal or a FIFO, is written to. Throws Failure (Local), and the old file is as it was.
+/// Replaces the file in one step, also across a power cut: a reader sees the old text or the new one. A new file is
+/// private; one that replaces another keeps its owner, group and mode, see KeepAccess. If `path` is a symbolic link,
+/// the file that it leads to is replaced. Anything but an ordinary file, such as a terminal or a FIFO, is written to.
+/// Throws Failure (Local); the old file is then unchanged, unless only the sync of its directory failed.
 void ReplaceDocument(const std::string& path, const std::string& text);
 
 }  // namespace ledgerctl

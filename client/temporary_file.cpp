@@ -1,6 +1,7 @@
 #include "client/temporary_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,54 +11,40 @@
 #include <cstdlib>
 #include <utility>
 
+#include "client/ending_signals.h"
 #include "client/failure.h"
 #include "lib/platform/errno_exception.h"
 
 namespace ledgerctl {
 namespace {
 
-// Written with the signals blocked that look at it.
+// Written while the signals whose handlers read it are blocked.
 std::array<char, PATH_MAX> g_path;
 volatile std::sig_atomic_t g_holds_work = 0;
 
-extern "C" void OnEndingSignal(int signal) {
-  SettleTemporaryFile();
-  ::signal(signal, SIG_DFL);
-  ::raise(signal);
-}
-
-constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
-
-void CatchEndingSignals() {
-  for (const int signal : kEndingSignals) {
-    // What was ignored stays so: nohup.
-    if (::signal(signal, SIG_IGN) != SIG_IGN) {
-      ::signal(signal, OnEndingSignal);
-    }
-  }
-}
+void Settle(int) { SettleTemporaryFile(); }
 
 void Register(const std::string& path) {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  ::sigprocmask(SIG_BLOCK, &all, &before);
+  const BlockedSignals blocked;
   g_path[path.copy(g_path.data(), g_path.size() - 1)] = '\0';
   g_holds_work = 0;
-  ::sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
-void SyncFolderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const bramble::FileDescriptor fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // Some file systems do not sync folders.
+void SyncDirectoryOf(const std::string& path) {
+  const std::string directory = DirectoryOf(path);
+  const bramble::FileDescriptor fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // Some file systems do not sync directories.
   if (!fd.IsOpen() || (::fsync(fd.Get()) != 0 && errno != EINVAL)) {
-    throw LocalFailure(folder, errno);
+    throw LocalFailure(directory, errno);
   }
 }
 
 }  // namespace
+
+std::string DirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
 
 void SettleTemporaryFile() noexcept {
   if (g_holds_work != 0) {
@@ -74,12 +61,12 @@ TemporaryFile::TemporaryFile(std::string path, bramble::FileDescriptor file)
 
 TemporaryFile TemporaryFile::Beside(const std::string& path) {
   const std::string temporary = path + "." + std::to_string(::getpid()) + "~";
-  CatchEndingSignals();
-  // Registered first: a signal may come between. A file that is in the way is nobody's: the process has this number
-  // now.
+  CatchEndingSignals(Settle);
+  // Registered first: a signal may arrive after the file exists. No other process has this number, so a file of this
+  // name is the rest of a process that was killed.
   Register(temporary);
   ::unlink(temporary.c_str());
-  bramble::FileDescriptor file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  bramble::FileDescriptor file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file.IsOpen()) {
     throw LocalFailure(path, errno);
   }
@@ -87,23 +74,16 @@ TemporaryFile TemporaryFile::Beside(const std::string& path) {
 }
 
 TemporaryFile TemporaryFile::Private() {
-  const char* const folder = std::getenv("TMPDIR");
-  std::string path = std::string(folder != nullptr && *folder != '\0' ? folder : "/tmp") + "/ledgerctl-XXXXXX";
-  CatchEndingSignals();
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  // The name is known only afterwards.
-  ::sigprocmask(SIG_BLOCK, &all, &before);
+  const char* const directory = std::getenv("TMPDIR");
+  std::string path = std::string(directory != nullptr && *directory != '\0' ? directory : "/tmp") + "/ledgerctl-XXXXXX";
+  CatchEndingSignals(Settle);
+  // The name is known only after the file exists.
+  const BlockedSignals blocked;
   bramble::FileDescriptor file(::mkostemp(path.data(), O_CLOEXEC));
-  const int error = errno;
-  if (file.IsOpen()) {
-    Register(path);
-  }
-  ::sigprocmask(SIG_SETMASK, &before, nullptr);
   if (!file.IsOpen()) {
-    throw LocalFailure(path, error);
+    throw LocalFailure(path, errno);
   }
+  Register(path);
   return {path, std::move(file)};
 }
 
@@ -134,7 +114,7 @@ void TemporaryFile::RenameTo(const std::string& path) {
     throw LocalFailure(path, errno);
   }
   Keep();
-  SyncFolderOf(path);
+  SyncDirectoryOf(path);
 }
 
 void TemporaryFile::HoldWork() { g_holds_work = 1; }

@@ -11,10 +11,10 @@ namespace ledgerctl {
 
 class TemporaryFile {
 public:
-  /// Makes a file beside `path`, with the mode that the umask says.
+  /// Makes a file in the directory of `path` that only its owner can read.
   static TemporaryFile Beside(const std::string& path);
 
-  /// Makes a file in the folder for temporary files ($TMPDIR or /tmp) that only its owner can read.
+  /// Makes a file in the directory for temporary files ($TMPDIR or /tmp) that only its owner can read.
   static TemporaryFile Private();
 
   TemporaryFile(TemporaryFile&& other) noexcept;
@@ -23,6 +23,9 @@ public:
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
   const std::string& Path() const { return m_path; }
+
+  /// The open file; -1 after WriteAndClose.
+  int Fd() const { return m_file.Get(); }
 
   /// Writes, syncs and closes. Throws Failure (Local).
   void WriteAndClose(const std::string& text);
@@ -43,10 +46,13 @@ private:
   bramble::FileDescriptor m_file;
 };
 
+/// "." for a path without a slash.
+std::string DirectoryOf(const std::string& path);
+
 /// For signal handlers that end the program: removes the file or, if it holds somebody's work, says where it is.
 void SettleTemporaryFile() noexcept;
 
-/// Stands before the path.
+/// Precedes the path of a file that holds work.
 inline constexpr std::string_view kKeptText = "Your text is kept in ";
 
 }  // namespace ledgerctl

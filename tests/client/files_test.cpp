@@ -1,9 +1,13 @@
 #include "client/files.h"
 
 #include <fcntl.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 
 #include "client/failure.h"
@@ -41,24 +45,62 @@ protected:
     return "accepted";
   }
 
+  static struct stat StatusOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0);
+    return status;
+  }
+
+  /// The list of "u::rw,u:root:rw,g::r,m::rw,o::r".
+  static void SetAccessList(const std::string& path, const char* name) {
+    struct {
+      posix_acl_xattr_header header;
+      posix_acl_xattr_entry entries[5];
+    } list = {{POSIX_ACL_XATTR_VERSION},
+              {{ACL_USER_OBJ, 6, 0}, {ACL_USER, 6, 0}, {ACL_GROUP_OBJ, 4, 0}, {ACL_MASK, 6, 0}, {ACL_OTHER, 4, 0}}};
+    ASSERT_EQ(::setxattr(path.c_str(), name, &list, sizeof list, 0), 0) << std::strerror(errno);
+  }
+
   test_support::TempDir folder;
 };
 
-TEST_F(Files, AreReplacedByANewFileOfTheUsualMode) {
+TEST_F(Files, AreReplacedByANewFileOfTheSameMode) {
   const std::string path = folder / "f";
-  const mode_t umask = ::umask(027);
-  WriteTextFile(path, "old");
-  ::chmod(path.c_str(), 0600);
-  struct stat before {};
-  ::stat(path.c_str(), &before);
-  ReplaceDocument(path, "new");
-  ::umask(umask);
-  struct stat after {};
-  ::stat(path.c_str(), &after);
-  EXPECT_EQ(ReadTextFile(path), "new");
-  EXPECT_NE(before.st_ino, after.st_ino);
-  EXPECT_EQ(after.st_mode & 0777, 0640u);
-  EXPECT_EQ(Others("f"), std::vector<std::string>());
+  for (const mode_t mode : {0600u, 0644u, 0666u, 0400u}) {
+    SCOPED_TRACE(mode);
+    WriteTextFile(path, "old");
+    ::chmod(path.c_str(), mode);
+    const ino_t before = StatusOf(path).st_ino;
+    ReplaceDocument(path, "new");
+    EXPECT_EQ(ReadTextFile(path), "new");
+    EXPECT_NE(before, StatusOf(path).st_ino);
+    EXPECT_EQ(StatusOf(path).st_mode & 07777, mode);
+    EXPECT_EQ(Others("f"), std::vector<std::string>());
+    std::filesystem::remove(path);
+  }
+}
+
+// As an access control list lets more users, or fewer, read the file than its mode says.
+TEST_F(Files, WithAnAccessControlListBecomePrivate) {
+  WriteTextFile(folder / "f", "old");
+  SetAccessList(folder / "f", "system.posix_acl_access");
+  ASSERT_EQ(StatusOf(folder / "f").st_mode & 0777, 0664u);
+  ReplaceDocument(folder / "f", "new");
+  EXPECT_EQ(StatusOf(folder / "f").st_mode & 0777, 0600u);
+}
+
+TEST_F(Files, GetNoAccessControlListOfTheirDirectory) {
+  WriteTextFile(folder / "f", "old");
+  ::chmod((folder / "f").c_str(), 0640);
+  SetAccessList(folder.Path(), "system.posix_acl_default");
+  ReplaceDocument(folder / "f", "new");
+  EXPECT_EQ(StatusOf(folder / "f").st_mode & 0777, 0640u);
+  EXPECT_LT(::getxattr((folder / "f").c_str(), "system.posix_acl_access", nullptr, 0), 0);
+}
+
+TEST_F(Files, ThatAreNewArePrivate) {
+  ReplaceDocument(folder / "f", "new");
+  EXPECT_EQ(StatusOf(folder / "f").st_mode & 07777, 0600u);
 }
 
 TEST_F(Files, AreMadeWhereThereAreNone) {
@@ -78,12 +120,31 @@ TEST_F(Files, AreReplacedWhereAnOldTemporaryFileIsInTheWay) {
   EXPECT_EQ(Others("f"), std::vector<std::string>());
 }
 
-TEST_F(Files, AreReplacedBehindALink) {
+TEST_F(Files, AreReplacedWhereALinkLeads) {
   WriteTextFile(folder / "f", "old");
   ASSERT_EQ(::symlink("f", (folder / "link").c_str()), 0);
   ReplaceDocument(folder / "link", "new");
   EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
   EXPECT_EQ(ReadTextFile(folder / "f"), "new");
+}
+
+TEST_F(Files, AreNotMadeWhereALinkLeadsNowhere) {
+  ASSERT_EQ(::symlink("none", (folder / "link").c_str()), 0);
+  EXPECT_EQ(RefusalOf(folder / "link"), folder / "link" + ": No such file or directory");
+  EXPECT_EQ(Others("link"), std::vector<std::string>());
+}
+
+// /dev/stdout is such a link. The path that the kernel prints for it is not the file's, and may be another file's.
+TEST_F(Files, WithoutANameAreNotReplaced) {
+  WriteTextFile(folder / "f", "old");
+  const bramble::FileDescriptor file = bramble::Open(folder / "f", O_RDWR);
+  std::filesystem::remove(folder / "f");
+  const std::string link = "/proc/self/fd/" + std::to_string(file.Get());
+  EXPECT_EQ(RefusalOf(link), link + ": No such file or directory");
+  WriteTextFile(folder / "f (deleted)", "another");
+  EXPECT_EQ(RefusalOf(link), link + ": another program has replaced it meanwhile");
+  EXPECT_EQ(ReadTextFile(folder / "f (deleted)"), "another");
+  EXPECT_EQ(Others("f (deleted)"), std::vector<std::string>());
 }
 
 TEST_F(Files, ThatAreNoneAreWrittenTo) {

@@ -1,0 +1,27 @@
+// The signals that a user or a system sends to end a program: SIGHUP, SIGINT, SIGQUIT and SIGTERM.
+#pragma once
+
+#include <csignal>
+
+namespace ledgerctl {
+
+/// From now on each of them calls `before_end` and then ends the program. A signal that is ignored stays ignored.
+/// `before_end` may call async-signal-safe functions only. Only the last caller's function is called.
+void CatchEndingSignals(void (*before_end)(int signal));
+
+/// While it lives all signals are blocked.
+class BlockedSignals {
+public:
+  BlockedSignals();
+  ~BlockedSignals();
+  BlockedSignals(const BlockedSignals&) = delete;
+  BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+  /// The mask from before, for a child.
+  const sigset_t& Before() const { return m_before; }
+
+private:
+  sigset_t m_before{};
+};
+
+}  // namespace ledgerctl
