@@ -94,7 +94,7 @@ void CheckForm(const VerbEntry& entry, const CommandLine& command) {
     throw UsageFailure(entry.name, "-0 goes with get and list only");
   }
   if (command.json && !entry.takes_json) {
-    throw UsageFailure(entry.name, "--json goes with get, exists, list, show and usage only");
+    throw UsageFailure(entry.name, "--json goes with get, exists, list, show, usage and watch only");
   }
   if (command.nul && command.json) {
     throw UsageFailure(entry.name, "-0 and --json exclude each other");

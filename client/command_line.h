@@ -31,6 +31,7 @@ struct CommandLine {
   std::optional<std::string> file;
   std::optional<std::string> topic;  // of help
   std::chrono::milliseconds interval{1000};
+  std::optional<std::string> exec;
 
   std::optional<double> fail_above;  // percent
 

@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "client/json_text.h"
 #include "client/quote_word.h"
 
 namespace ledgerctl {
@@ -60,6 +61,13 @@ void PrintLine(const Difference& difference, char sign, const std::optional<std:
   output.Write("\n");
 }
 
+std::string JsonValue(const Difference& difference, const std::optional<std::string>& value) {
+  if (!value) {
+    return "null";
+  }
+  return difference.key ? QuoteJson(*value) : "{}";
+}
+
 }  // namespace
 
 std::vector<Difference> FindDifferences(const RegistrySections& before, const RegistrySections& after) {
@@ -74,6 +82,15 @@ void PrintDifferences(const std::vector<Difference>& differences, Output& output
   for (const Difference& difference : differences) {
     PrintLine(difference, '-', difference.before, output);
     PrintLine(difference, '+', difference.after, output);
+  }
+}
+
+void PrintDifferencesAsJson(const std::vector<Difference>& differences, Output& output) {
+  for (const Difference& difference : differences) {
+    output.Write("{\"section\":" + QuoteJson(difference.section) +
+                 ",\"key\":" + (difference.key ? QuoteJson(*difference.key) : "null") +
+                 ",\"before\":" + JsonValue(difference, difference.before) +
+                 ",\"after\":" + JsonValue(difference, difference.after) + "}\n");
   }
 }
 

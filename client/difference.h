@@ -25,4 +25,8 @@ std::vector<Difference> FindDifferences(const RegistrySections& before, const Re
 /// colours.
 void PrintDifferences(const std::vector<Difference>& differences, Output& output);
 
+/// One line for each: an object with "section", "key", "before" and "after". What does not exist is null. A section
+/// without keys has null as its key and an empty object as its value.
+void PrintDifferencesAsJson(const std::vector<Difference>& differences, Output& output);
+
 }  // namespace ledgerctl

@@ -16,7 +16,7 @@ constexpr char kTail[] =
     "Options, before or after the verb; with set, before SECTION:\n"
     "  -q, --quiet     no warnings and notes, errors only\n"
     "  -0, --null      get, list: print NUL bytes instead of newlines\n"
-    "  --json          get, exists, list, show, usage: print JSON\n"
+    "  --json          get, exists, list, show, usage, watch: print JSON\n"
     "  --timeout S     wait S seconds for an answer instead of 25\n"
     "  -h, --help      this text, or that of the verb\n"
     "  --version       the version\n"

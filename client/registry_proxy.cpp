@@ -88,7 +88,8 @@ public:
     DBusMessageIter writer;
     dbus_message_iter_init_append(call.get(), &writer);
     (Append(writer, arguments), ...);
-    if (m_connection == nullptr) {
+    // A bus that was restarted does not know the old connection.
+    if (m_connection == nullptr || !dbus_connection_get_is_connected(m_connection.get())) {
       Connect();
     }
     return Send(call);

@@ -163,6 +163,7 @@ void DeclareWatch(CLI::App& app, CommandLine& command) {
   Key(app, command);
   app.add_option_function<std::string>(
       "-i", [&command](const std::string& text) { command.interval = ParseSeconds("-i", text); });
+  AddText(app, "--exec", command.exec);
 }
 
 void DeclareUsage(CLI::App& app, CommandLine& command) {

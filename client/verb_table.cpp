@@ -70,7 +70,8 @@ const std::array<VerbEntry, 15> kVerbs = {{
      false, false, DeclareFlush, Flush},
     {"dump", "[FILE|-]", "print the registry as JSON, or save it",
      "An indented object of objects of strings. FILE is replaced in one step: it has\n"
-     "the old text or the new one, also after a power cut. \"-\" is standard output.\n",
+     "the old text or the new one, also after a power cut. An existing FILE keeps its\n"
+     "owner, group and mode; only you can read a new one. \"-\" is standard output.\n",
      false, false, DeclareDump, Dump},
     {"load", "[FILE] [--text] [--replace|--missing-only] [--dry-run] [--force]", "import a document",
      "Reads FILE, or standard input without FILE or with \"-\": a JSON object of objects\n"
@@ -100,13 +101,18 @@ const std::array<VerbEntry, 15> kVerbs = {{
      "lines with \"+\" are added. The exit status is 0 if they are the same and 1 if\n"
      "not. \"-\" reads standard input.\n",
      false, false, DeclareDiff, Diff},
-    {"watch", "[SECTION [KEY]] [-i SECONDS]", "print changes as they are seen",
-     "Asks for the registry every second and prints what is different from the time\n"
-     "before: lines with \"-\" went, lines with \"+\" came. A change that is undone in\n"
-     "between is not seen. Ends with Ctrl-C.\n"
+    {"watch", "[SECTION [KEY]] [-i SECONDS] [--exec COMMAND]", "print changes as they are seen",
+     "Reads the registry every second and prints what has changed since the last time:\n"
+     "\"-\" and the old value, \"+\" and the new one. A change that is undone before the\n"
+     "next read is not seen. Waits for a daemon that is stopped. Ends with Ctrl-C.\n"
      "\n"
-     "  -i SECONDS       ask that often; decimals are allowed\n",
-     false, false, DeclareWatch, Watch},
+     "  -i SECONDS       read that often; decimals are allowed\n"
+     "  --json           print an object for each change, on one line, with section,\n"
+     "                   key, before and after; null if there is none\n"
+     "  --exec COMMAND   do not print the lines: run COMMAND with /bin/sh and give them\n"
+     "                   to it on its standard input. COMMAND runs once for all changes\n"
+     "                   of a read. The next read follows after its end\n",
+     false, true, DeclareWatch, Watch},
     {"usage", "[--fail-above PERCENT]", "show how full the registry is",
      "Counts the bytes of the registry's file, in all and for each section. 16383 are\n"
      "allowed.\n"

@@ -194,7 +194,7 @@ TEST(CommandLine, TakesFormsOfOutputWithTheirVerbsOnly) {
       {{"load"}, false, false},
       {{"edit"}, false, false},
       {{"diff", "f"}, false, false},
-      {{"watch"}, false, false},
+      {{"watch"}, false, true},
       {{"usage"}, false, true},
       {{"help"}, false, false},
   };
@@ -205,7 +205,7 @@ TEST(CommandLine, TakesFormsOfOutputWithTheirVerbsOnly) {
     EXPECT_EQ(UsageError(row.words), row.nul ? "accepted" : verb + ": -0 goes with get and list" + hint);
     row.words[1] = "--json";
     EXPECT_EQ(UsageError(row.words),
-              row.json ? "accepted" : verb + ": --json goes with get, exists, list, show and usage" + hint);
+              row.json ? "accepted" : verb + ": --json goes with get, exists, list, show, usage and watch" + hint);
   }
 }
 
