@@ -23,17 +23,20 @@ Failure NotRunning(const std::string& detail) {
   return Failure(ExitStatus::NotRunning, "the daemon is not running" + detail);
 }
 
+Failure Disconnected() { return NotRunning(": the bus closed the connection"); }
+
 Failure Denied() { return Failure(ExitStatus::Denied, "permission denied by the bus"); }
 
 }  // namespace
 
-void ThrowConnectFailure(const BusError& error, const std::string& shown_timeout) {
+void ThrowConnectFailure(const BusError& error, bool timed_out, const std::string& shown_timeout) {
   const std::string_view name = StandardError(error.name);
   if (name == "AccessDenied" || name == "AuthFailed") {
     throw Denied();
   }
   if (name == "NoReply" || name == "Timeout") {
-    throw Failure(ExitStatus::NoAnswer, NoAnswerText(shown_timeout));
+    // libdbus says the same when the bus closes the connection instead of an answer.
+    throw timed_out ? Failure(ExitStatus::NoAnswer, NoAnswerText(shown_timeout)) : Disconnected();
   }
   throw NotRunning(": there is no system bus\n" + error.message);
 }
@@ -70,7 +73,7 @@ void ThrowCallFailure(const BusError& error, bool timed_out, const std::string& 
                     : NotRunning(" any more: it ended before it answered");
   }
   if (name == "Disconnected") {
-    throw NotRunning(": the bus closed the connection");
+    throw Disconnected();
   }
   throw Failure(ExitStatus::DaemonError, error.message);
 }

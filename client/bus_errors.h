@@ -11,10 +11,11 @@ struct BusError {
   std::string message;
 };
 
-/// Throws what stands for the failure of an attempt to connect to the bus.
-[[noreturn]] void ThrowConnectFailure(const BusError& error, const std::string& shown_timeout);
+/// Throws what stands for the failure of an attempt to connect to the bus. `timed_out`: it took as long as it was
+/// allowed to.
+[[noreturn]] void ThrowConnectFailure(const BusError& error, bool timed_out, const std::string& shown_timeout);
 
-/// Throws what stands for the error that ended a call. `timed_out`: the call took as long as it was allowed to.
+/// Throws what stands for the error that ended a call. `timed_out` as above.
 [[noreturn]] void ThrowCallFailure(const BusError& error, bool timed_out, const std::string& shown_timeout);
 
 }  // namespace ledgerctl

@@ -22,8 +22,21 @@ constexpr std::size_t kLongestArgument = 32 * 1024 * 1024 - 64 * 1024;
 // libdbus gives up first, where it can.
 constexpr std::chrono::milliseconds kGrace(500);
 
-// libdbus keeps time in a coarser way than the clock.
-constexpr std::chrono::milliseconds kClockTolerance(20);
+/// Whether a call has taken as long as it may.
+class Stopwatch {
+public:
+  explicit Stopwatch(std::chrono::milliseconds limit) : m_end(Clock::now() + limit - kTolerance) {}
+
+  bool IsUp() const { return Clock::now() >= m_end; }
+
+private:
+  using Clock = std::chrono::steady_clock;
+
+  // libdbus keeps time in a coarser way than the clock.
+  static constexpr std::chrono::milliseconds kTolerance{20};
+
+  const Clock::time_point m_end;
+};
 
 struct ConnectionCloser {
   void operator()(DBusConnection* connection) const {
@@ -97,24 +110,24 @@ public:
 
 private:
   void Connect() {
+    const Stopwatch time(m_timeout);
     const TimeLimit limit(m_timeout, m_shown_timeout);
     ErrorSlot error;
     m_connection.reset(dbus_bus_get_private(DBUS_BUS_SYSTEM, error.Get()));
     if (m_connection == nullptr) {
-      ThrowConnectFailure(error.Taken(), m_shown_timeout);
+      ThrowConnectFailure(error.Taken(), time.IsUp(), m_shown_timeout);
     }
     dbus_connection_set_exit_on_disconnect(m_connection.get(), FALSE);
   }
 
   Message Send(const Message& call) {
-    const auto start = std::chrono::steady_clock::now();
+    const Stopwatch time(m_timeout);
     const TimeLimit limit(m_timeout + kGrace, m_shown_timeout);
     ErrorSlot error;
     Message reply(dbus_connection_send_with_reply_and_block(m_connection.get(), call.get(),
                                                             static_cast<int>(m_timeout.count()), error.Get()));
     if (reply == nullptr) {
-      const bool timed_out = std::chrono::steady_clock::now() - start + kClockTolerance >= m_timeout;
-      ThrowCallFailure(error.Taken(), timed_out, m_shown_timeout);
+      ThrowCallFailure(error.Taken(), time.IsUp(), m_shown_timeout);
     }
     return reply;
   }

@@ -9,7 +9,8 @@
 
 namespace ledgerctl {
 
-/// Connects when it is first called, and again if the connection is lost; one thread. The bus starts the daemon if it is configured to.
+/// Connects when it is first called, and again if the connection is lost; one thread. The bus starts the daemon if it
+/// is configured to.
 ///
 /// Operations throw Registry::Full where the daemon answers so, else Failure: InvalidName and NotADocument for the
 /// daemon's other refusals, Usage for an argument that D-Bus cannot carry (a NUL byte, or no UTF-8), NotRunning,

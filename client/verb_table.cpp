@@ -109,9 +109,9 @@ const std::array<VerbEntry, 15> kVerbs = {{
      "  -i SECONDS       read that often; decimals are allowed\n"
      "  --json           print an object for each change, on one line, with section,\n"
      "                   key, before and after; null if there is none\n"
-     "  --exec COMMAND   do not print the lines: run COMMAND with /bin/sh and give them\n"
-     "                   to it on its standard input. COMMAND runs once for all changes\n"
-     "                   of a read. The next read follows after its end\n",
+     "  --exec COMMAND   do not print the lines: run COMMAND with /bin/sh and give it\n"
+     "                   the lines on its standard input. COMMAND runs once for all\n"
+     "                   changes of a read. The next read follows after its end\n",
      false, true, DeclareWatch, Watch},
     {"usage", "[--fail-above PERCENT]", "show how full the registry is",
      "Counts the bytes of the registry's file, in all and for each section. 16383 are\n"

@@ -68,11 +68,13 @@ TEST(ConnectFailure, HasAStatusForEachError) {
        "the daemon is not running: there is no system bus\nrefused"},
       {"org.freedesktop.DBus.Error.AccessDenied", "x", false, ExitStatus::Denied, "permission denied by the bus"},
       {"org.freedesktop.DBus.Error.AuthFailed", "x", false, ExitStatus::Denied, "permission denied by the bus"},
-      {"org.freedesktop.DBus.Error.NoReply", "x", false, ExitStatus::NoAnswer, "no answer in 7 s"},
+      {"org.freedesktop.DBus.Error.NoReply", "x", true, ExitStatus::NoAnswer, "no answer in 7 s"},
+      {"org.freedesktop.DBus.Error.NoReply", "x", false, ExitStatus::NotRunning,
+       "the daemon is not running: the bus closed the connection"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.error);
-    const Failure failure = ReportOf([&] { ThrowConnectFailure({row.error, row.message}, "7"); });
+    const Failure failure = ReportOf([&] { ThrowConnectFailure({row.error, row.message}, row.timed_out, "7"); });
     EXPECT_EQ(failure.Status(), row.status);
     EXPECT_STREQ(failure.what(), row.text);
   }

@@ -1,6 +1,7 @@
 """Fixtures: a world, a daemon in it, a client of the daemon. A diagnostic that no test asked for fails the test."""
 
 import contextlib
+import os
 import pathlib
 
 import pytest
@@ -9,7 +10,7 @@ import attacked
 from booted_system import BootedSystem
 from harness import PATIENCE, Bus, World
 from ledgerctl import Ledgerctl
-from namespace_world import NamespaceWorld
+from namespace_world import NOBODY, NamespaceWorld
 
 
 def pytest_addoption(parser):
@@ -115,6 +116,16 @@ def build_without_threads(request):
 @pytest.fixture
 def ledgerctl(request, world):
     return Ledgerctl(request.config.getoption("--ledgerctl"), world)
+
+
+@pytest.fixture
+def directory_of_nobody(world):
+    """A directory of a user without privileges whom the bus knows."""
+    world.path.chmod(0o711)
+    directory = world.path / "home"
+    directory.mkdir()
+    os.chown(directory, NOBODY, NOBODY)
+    return directory
 
 
 @pytest.fixture

@@ -24,6 +24,8 @@ SERVICE_NAME = "ledgd"
 INIT = pathlib.Path(__file__).with_name("namespace_init.py")
 # A user whom no process of the machine has.
 NOBODY_ELSE = 54321
+# A user without privileges whom Debian has, with a group of the same number.
+NOBODY = 65534
 
 # A build that watches threads starts one of its own in each process.
 needs_one_thread = pytest.mark.usefixtures("build_without_threads")

@@ -12,7 +12,8 @@ import observe
 from harness import BUS_NAME, ERROR_PREFIX, PATIENCE, wait_for
 from ledgerctl import (DAEMON_ERROR, DENIED, FULL, INVALID_NAME, LOCAL, MISSING, NO_ANSWER, NO_DOCUMENT, NOT_RUNNING,
                        USAGE, Ledgerctl, fake_daemon)
-from namespace_world import as_user, needs_root, NOBODY_ELSE
+from namespace_world import NOBODY, NOBODY_ELSE, as_user, needs_root
+from observe import needs_strace
 from raw_client import MEMBER_FIELD
 from stalled_bus import StalledBus
 
@@ -22,6 +23,7 @@ SOURCE = b"standard input: "
 LOST = (b"lost at a restart: key '[k' in section 's' (begins with \"[\")\n"
         b"Nothing changed. Use --force to accept the loss.")
 KEPT = b"\nYour text is kept in "
+STANDARD_ERROR = "org.freedesktop.DBus.Error."
 NOT_RUNNING_TEXT = b"the daemon is not running"
 
 # Every verb, so that none of them tells of its failure in a way of its own.
@@ -81,6 +83,7 @@ def stop(process):
     (("diff", "-"), (MISSING, b"- [s] k=v\n", b"")),
     (("usage", "--fail-above", "0"), (MISSING, b"8 of 16383 bytes used (0 %), 16375 free\n     8  s\n", b"")),
     (("usage", "--fail-above", "101"), misuse("usage", "--fail-above: 101 is not a percentage from 0 to 100")),
+    (("watch", "--exec"), misuse("watch", "--exec needs a value")),
     (("get", "s"), misuse("get", "KEY is required")),
     (("get", "s", "-k"), misuse(
         "get", 'unknown option -k\nWrite "--" before names and values that begin with "-".')),
@@ -242,6 +245,19 @@ def test_daemon_that_the_bus_cannot_start(request, make_world_with_bus, tmp_path
     assert error.startswith(b"ledgerctl: the daemon is not running and cannot be started\n"), error
 
 
+@pytest.mark.parametrize("error, expected", [
+    ((f"{STANDARD_ERROR}ServiceUnknown", "no"), None),
+    ((f"{STANDARD_ERROR}AccessDenied", "no"), failure(DENIED, b"permission denied by the bus")),
+    (("com.tavimesh.Registry.Errors.Exception", "no"), failure(DAEMON_ERROR, b"no")),
+    ([7], failure(DAEMON_ERROR, b"unexpected reply: what has the daemon's name is not ledgerd")),
+], ids=["not running", "denied", "error", "reply"])
+def test_watch_ends_with_any_later_failure_but_one(ledgerctl, world, error, expected):
+    answers = iter([['{}'], error, error])
+    with fake_daemon(world.bus, lambda call: next(answers, (f"{ERROR_PREFIX}Exception", "last"))):
+        result = ledgerctl.run("-q", "watch", "-i", "0.001")
+    assert result == (expected or failure(DAEMON_ERROR, b"last"))
+
+
 def test_daemon_that_ends_while_it_is_asked(ledgerctl, world, daemon):
     stop(daemon.process)
     with observed_calls(world) as calls:
@@ -287,10 +303,48 @@ def test_access_that_is_denied(request, make_world_with_bus):
 
 
 @needs_root
-def test_bus_that_does_not_know_the_user(ledgerctl, world, daemon):
+@pytest.mark.parametrize("mode, expected", [
+    (0o700, failure(DENIED, b"permission denied by the bus")),
+    (0o777, failure(NOT_RUNNING, NOT_RUNNING_TEXT + b": the bus closed the connection")),
+], ids=["socket", "user"])
+def test_bus_that_does_not_know_the_user(ledgerctl, world, daemon, mode, expected):
     world.path.chmod(0o711)
-    world.bus.socket.chmod(0o700)
-    assert ledgerctl.run("list", wrapper=as_user(NOBODY_ELSE)) == failure(DENIED, b"permission denied by the bus")
+    world.bus.socket.chmod(mode)
+    assert ledgerctl.run("list", wrapper=as_user(NOBODY_ELSE)) == expected
+
+
+@needs_root
+@pytest.mark.parametrize("owner, mode, caller, text", [
+    (0, 0o755, NOBODY, b"its owner cannot be kept: Operation not permitted"),
+    (NOBODY, 0o1777, 0, b"belongs to another user, in a directory that everybody can write to"),
+], ids=["user", "root"])
+def test_dump_over_the_file_of_another_user(ledgerctl, client, directory_of_nobody, owner, mode, caller, text):
+    if owner:
+        os.chown(directory_of_nobody, 0, 0)
+    directory_of_nobody.chmod(mode)
+    file = directory_of_nobody / "file"
+    file.write_text("old")
+    os.chown(file, owner, owner)
+    assert ledgerctl.run("dump", str(file), wrapper=as_user(caller)) == failure(LOCAL, b"%s: %s" % (bytes(file), text))
+    assert file.read_text() == "old"
+    assert list(directory_of_nobody.iterdir()) == [file]
+
+
+@needs_strace
+@pytest.mark.parametrize("call, error, text", [
+    ("memfd_create", "EMFILE", b"memfd_create: Too many open files"),
+    ("clone,clone3,vfork", "EAGAIN", b"/bin/sh: Resource temporarily unavailable"),
+], ids=["memory", "process"])
+def test_watch_that_cannot_run_its_command(ledgerctl, client, call, error, text):
+    process = ledgerctl.start("watch", "-i", "0.01", "--exec", "echo started", wrapper=(
+        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject={call}:error={error}"))
+
+    def has_ended():
+        client.write("s", "k", str(time.monotonic()))
+        return process.poll() is not None
+
+    wait_for(has_ended, "the watch has ended")
+    assert (process.returncode, *process.communicate()) == failure(LOCAL, text)
 
 
 @every_verb
