@@ -35,14 +35,16 @@ RegistrySections ReadWatched(const CommandLine& command, Registry& registry) {
   return watched;
 }
 
-// Nothing while the daemon does not run; the first time it says so.
-std::optional<RegistrySections> ReadWhileRunning(const CommandLine& command, const Context& context, bool& is_waiting) {
+// Nothing while there is no daemon or no bus; warns when that begins.
+std::optional<RegistrySections> ReadAgain(const CommandLine& command, const Context& context, bool& is_waiting) {
   try {
     RegistrySections now = ReadWatched(command, context.registry);
     is_waiting = false;
     return now;
   } catch (const Failure& e) {
-    if (e.Status() != ExitStatus::NotRunning) {
+    // A bus that starts has its socket a moment before its users may connect to it.
+    const bool is_starting = is_waiting && e.Status() == ExitStatus::Denied;
+    if (e.Status() != ExitStatus::NotRunning && !is_starting) {
       throw;
     }
     if (!is_waiting) {
@@ -95,7 +97,7 @@ ExitStatus Watch(const CommandLine& command, Context& context) {
   bool is_waiting = false;
   for (RegistrySections before = ReadWatched(command, context.registry);;) {
     WaitFor(command.interval, !command.exec);
-    std::optional<RegistrySections> now = ReadWhileRunning(command, context, is_waiting);
+    std::optional<RegistrySections> now = ReadAgain(command, context, is_waiting);
     const std::vector<Difference> changes = now ? FindDifferences(before, *now) : std::vector<Difference>();
     if (changes.empty()) {
       continue;

@@ -11,8 +11,9 @@ namespace {
 using ledgerctl::ExitStatus;
 using ledgerctl::Failure;
 
-/// Instead of a change: the daemon does not run while the registry is read.
+/// Instead of a change: the read fails, as the daemon does not run or the bus denies access.
 constexpr char kNotRunning[] = "not running";
+constexpr char kDenied[] = "denied";
 
 /// Adds a key and deletes it: the section stays.
 constexpr char kAddEmptyB[] = R"({"b":{"K":"","k":null}})";
@@ -39,6 +40,9 @@ protected:
       ++reads;
       if (change == kNotRunning) {
         throw Failure(ExitStatus::NotRunning, "gone");
+      }
+      if (change == kDenied) {
+        throw Failure(ExitStatus::Denied, "denied");
       }
       back_end->WriteJson(change);
     });
@@ -97,6 +101,13 @@ TEST_F(WatchVerb, WaitsForTheDaemonAndComparesWithTheStateBefore) {
   const std::string warning = "ledgerctl: warning: gone\nThe watch goes on when the daemon runs again.\n";
   EXPECT_EQ(Watch({}, changes), Ends("- [a] k=1\n+ [a] k=x\n", warning + warning));
   EXPECT_EQ(Watch({"-q"}, {kNotRunning}), Ends(""));
+}
+
+// A bus that starts has its socket a moment before its users may connect to it.
+TEST_F(WatchVerb, EndsWhenAccessIsDeniedUnlessItWaits) {
+  const std::string warning = "ledgerctl: warning: gone\nThe watch goes on when the daemon runs again.\n";
+  EXPECT_EQ(Watch({}, {kNotRunning, kDenied, kDenied, R"({"a":{"k":"x"}})"}), Ends("- [a] k=1\n+ [a] k=x\n", warning));
+  EXPECT_EQ(Watch({}, {kNotRunning, "{}", kDenied}), (Outcome{7, "", warning + "ledgerctl: denied\n"}));
 }
 
 TEST_F(WatchVerb, GivesACommandAllChangesOfOneRead) {
