@@ -2,6 +2,7 @@
 
 #include <dbus/dbus.h>
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -18,6 +19,9 @@ constexpr char kInterface[] = "com.tavimesh.Registry";
 
 // The longest message that a bus takes, less room for the header: it would close the connection.
 constexpr std::size_t kLongestArgument = 32 * 1024 * 1024 - 64 * 1024;
+
+// After this time libdbus gives up to wait for the bus's first answer.
+constexpr std::chrono::milliseconds kLongestGreeting(25000);
 
 // libdbus gives up first, where it can.
 constexpr std::chrono::milliseconds kGrace(500);
@@ -110,7 +114,7 @@ public:
 
 private:
   void Connect() {
-    const Stopwatch time(m_timeout);
+    const Stopwatch time(std::min(m_timeout, kLongestGreeting));
     const TimeLimit limit(m_timeout, m_shown_timeout);
     ErrorSlot error;
     m_connection.reset(dbus_bus_get_private(DBUS_BUS_SYSTEM, error.Get()));

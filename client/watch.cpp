@@ -57,8 +57,8 @@ std::optional<RegistrySections> ReadAgain(const CommandLine& command, const Cont
 
 // Waits, and ends the program as SIGPIPE does if meanwhile nobody can read the output any more: without a change
 // nothing is written that could fail.
-void WaitFor(std::chrono::milliseconds time, bool prints) {
-  pollfd output = {prints ? STDOUT_FILENO : -1, 0, 0};
+void WaitFor(std::chrono::milliseconds time) {
+  pollfd output = {STDOUT_FILENO, 0, 0};
   if (::poll(&output, 1, static_cast<int>(time.count())) > 0 && (output.revents & POLLERR) != 0) {
     ::raise(SIGPIPE);
     throw Failure(ExitStatus::Local, "standard output: nobody reads it");
@@ -96,7 +96,7 @@ void RunOnChanges(const std::vector<Difference>& changes, const CommandLine& com
 ExitStatus Watch(const CommandLine& command, Context& context) {
   bool is_waiting = false;
   for (RegistrySections before = ReadWatched(command, context.registry);;) {
-    WaitFor(command.interval, !command.exec);
+    WaitFor(command.interval);
     std::optional<RegistrySections> now = ReadAgain(command, context, is_waiting);
     const std::vector<Difference> changes = now ? FindDifferences(before, *now) : std::vector<Difference>();
     if (changes.empty()) {

@@ -1,7 +1,6 @@
 """Fixtures: a world, a daemon in it, a client of the daemon. A diagnostic that no test asked for fails the test."""
 
 import contextlib
-import os
 import pathlib
 
 import pytest
@@ -10,7 +9,7 @@ import attacked
 from booted_system import BootedSystem
 from harness import PATIENCE, Bus, World
 from ledgerctl import Ledgerctl
-from namespace_world import NOBODY, NamespaceWorld
+from namespace_world import NamespaceWorld
 
 
 def pytest_addoption(parser):
@@ -119,12 +118,12 @@ def ledgerctl(request, world):
 
 
 @pytest.fixture
-def directory_of_nobody(world):
-    """A directory of a user without privileges whom the bus knows."""
+def open_directory(world):
+    """A directory of root where all users can make files, in a world whose bus they can reach."""
     world.path.chmod(0o711)
-    directory = world.path / "home"
+    directory = world.path / "open"
     directory.mkdir()
-    os.chown(directory, NOBODY, NOBODY)
+    directory.chmod(0o777)
     return directory
 
 
