@@ -12,6 +12,14 @@ from raw_client import ERROR, ERROR_NAME_FIELD, METHOD_CALL, METHOD_RETURN, REPL
 MISSING, USAGE, INVALID_NAME, NO_DOCUMENT, FULL, NOT_RUNNING, DENIED, NO_ANSWER, DAEMON_ERROR, LOCAL = range(1, 11)
 
 
+FULL_TEXT = b"registry full (16383 bytes); nothing changed"
+
+
+def failure(status, text):
+    """What a command that fails returns and prints."""
+    return status, b"", b"ledgerctl: " + text + b"\n"
+
+
 class Ledgerctl:
     """`environment` is added to the test's own; `folder` is where the client makes its temporary files."""
 

@@ -137,17 +137,6 @@ def test_usage_is_the_size_of_the_file(ledgerctl, world, client):
 
 
 @needs_strace
-@pytest.mark.parametrize("value, calls", [("v", 1), ("", 2)], ids=["value", "empty value"])
-def test_get_asks_no_more_than_it_must(ledgerctl, client, value, calls):
-    client.write("s", "k", value)
-    log = ledgerctl.world.path / "calls"
-    ledgerctl.output("get", "s", "k", wrapper=(
-        *observe.without_leak_check(), "strace", "-o", str(log), "-e", "trace=sendmsg"))
-    greeting = 1
-    assert log.read_text().count("sendmsg(") == greeting + calls
-
-
-@needs_strace
 def test_flush_syncs_the_file_system_of_the_store(ledgerctl, world, client):
     client.write("s", "k", "v")
     log = world.path / "calls"

@@ -3,6 +3,7 @@
 import os
 import pty
 import re
+import select
 import signal
 
 import pytest

@@ -10,20 +10,13 @@ import pytest
 
 import observe
 from harness import BUS_NAME, ERROR_PREFIX, PATIENCE, wait_for
-from ledgerctl import (DAEMON_ERROR, DENIED, FULL, INVALID_NAME, LOCAL, MISSING, NO_ANSWER, NO_DOCUMENT, NOT_RUNNING,
-                       USAGE, Ledgerctl, fake_daemon)
+from ledgerctl import (DAEMON_ERROR, DENIED, FULL, FULL_TEXT, INVALID_NAME, LOCAL, MISSING, NO_ANSWER, NO_DOCUMENT,
+                       NOT_RUNNING, USAGE, Ledgerctl, failure, fake_daemon)
 from namespace_world import NOBODY, NOBODY_ELSE, as_user, needs_root
-from observe import needs_strace
 from raw_client import MEMBER_FIELD
 from stalled_bus import StalledBus
 
 REFUSED = '  <policy context="default"><deny send_destination="com.tavimesh.Registry"/></policy>\n'
-FULL_TEXT = b"registry full (16383 bytes); nothing changed"
-SOURCE = b"standard input: "
-LOST = (b"lost at a restart: key '[k' in section 's' (begins with \"[\")\n"
-        b"Nothing changed. Use --force to accept the loss.")
-KEPT = b"\nYour text is kept in "
-STANDARD_ERROR = "org.freedesktop.DBus.Error."
 NOT_RUNNING_TEXT = b"the daemon is not running"
 
 # Every verb, so that none of them tells of its failure in a way of its own.
@@ -50,10 +43,6 @@ VERBS = {
     "usage": ("usage",),
 }
 every_verb = pytest.mark.parametrize("verb", VERBS.values(), ids=VERBS)
-
-
-def failure(status, text):
-    return status, b"", b"ledgerctl: " + text + b"\n"
 
 
 def misuse(verb, text):
@@ -115,51 +104,6 @@ def test_answer_of_a_running_daemon(ledgerctl, client, command, expected):
 def test_value_that_no_message_can_hold(ledgerctl, client, value, expected):
     """The bus would close the connection."""
     assert ledgerctl.run("set", "s", "k", "-", input=value) == expected
-
-
-@pytest.mark.parametrize("document, status, text", [
-    (b"[]", NO_DOCUMENT, SOURCE + b"not a registry document: no JSON object of objects"),
-    (b'{"s":1}', NO_DOCUMENT, SOURCE + b"not a registry document: section 's' is neither an object nor null"),
-    (b'{"s":{"k":"new"},"t":{"k":1}}', NO_DOCUMENT,
-     SOURCE + b"not a registry document: the value of key 'k' in section 't' is neither a string nor null"),
-    (b'{"s":{"k":"new"},\n}', NO_DOCUMENT,
-     SOURCE + b"line 2, column 1: parse error - unexpected '}'; expected string literal"),
-    (b'{"s":{"k":"new"},"caf\xc3\xa9":{}}', INVALID_NAME, b"invalid name 'caf\xc3\xa9': only ASCII is allowed"),
-    (b'{"s":{"k":"new","[k":""}}', NO_DOCUMENT, LOST),
-    (b'{"s":{"k":"%s"}}' % (b"x" * 16384), FULL, FULL_TEXT),
-], ids=["array", "section", "value", "syntax", "name", "lost", "full"])
-@pytest.mark.parametrize("mode", [(), ("--replace",), ("--missing-only",)], ids=str)
-def test_refused_document(ledgerctl, client, document, status, text, mode):
-    client.write("other", "k", "v")
-    assert ledgerctl.run("load", *mode, input=document) == failure(status, text)
-    assert client.read_all_json() == '{"other":{"k":"v"}}'
-
-
-@pytest.mark.parametrize("document, status, text", [
-    (b"k=v\n", NO_DOCUMENT, SOURCE + b"line 1: this key is before the first [section]"),
-    (b"\n", NO_DOCUMENT, SOURCE + b"the text has no [section]"),
-    (b"[caf\xc3\xa9]", INVALID_NAME, SOURCE + b"line 1: invalid name 'caf\xc3\xa9': only ASCII is allowed"),
-    (b"[s]\nk=new\n'[k'\n", NO_DOCUMENT, LOST),
-], ids=["key", "empty", "name", "lost"])
-def test_refused_text(ledgerctl, client, document, status, text):
-    client.write("other", "k", "v")
-    assert ledgerctl.run("load", "--text", "--replace", input=document) == failure(status, text)
-    assert client.read_all_json() == '{"other":{"k":"v"}}'
-
-
-@pytest.mark.parametrize("section, editor, text", [
-    ((), "truncate -s 0", b"the text is empty; nothing changed\nTo delete everything: ledgerctl clear --yes"),
-    (("s",), "truncate -s 0", b"the text is empty; nothing changed\nTo delete the section: ledgerctl unset -r s"),
-    (("s",), "sed -i s/^.s/[t/", b"line 6: this is section 't', but only section 's' can be changed" + KEPT),
-    ((), "sed -i s/=v/=$/", b"line 7: the quote is not closed" + KEPT),
-    ((), "sed -i s/^k/$[k$/", LOST + KEPT),
-], ids=["empty", "empty section", "other section", "mistake", "lost"])
-def test_refused_edit(ledgerctl, client, section, editor, text):
-    client.write("s", "k", "v")
-    status, output, error = ledgerctl.run("edit", *section, environment={"EDITOR": editor.replace("$", "\\'")})
-    kept = b"".join(os.fsencode(ledgerctl.folder / name) for name in ledgerctl.left_files())
-    assert (status, output, error) == failure(LOCAL, text + kept)
-    assert client.read_all_json() == '{"s":{"k":"v"}}'
 
 
 @pytest.mark.parametrize("name, message, expected", [
@@ -245,17 +189,6 @@ def test_daemon_that_the_bus_cannot_start(request, make_world_with_bus, tmp_path
     assert error.startswith(b"ledgerctl: the daemon is not running and cannot be started\n"), error
 
 
-@pytest.mark.parametrize("error, expected", [
-    ("org.freedesktop.DBus.Error.ServiceUnknown", failure(DAEMON_ERROR, b"last")),
-    ("org.freedesktop.DBus.Error.AccessDenied", failure(DENIED, b"permission denied by the bus")),
-    (f"{ERROR_PREFIX}Exception", failure(DAEMON_ERROR, b"no")),
-], ids=["not running", "denied", "error"])
-def test_watch_ends_with_any_later_failure_but_one(ledgerctl, world, error, expected):
-    answers = iter([["{}"], (error, "no"), (error, "no")])
-    with fake_daemon(world.bus, lambda call: next(answers, (f"{ERROR_PREFIX}Exception", "last"))):
-        assert ledgerctl.run("-q", "watch", "-i", "0.001") == expected
-
-
 def test_daemon_that_ends_while_it_is_asked(ledgerctl, world, daemon):
     stop(daemon.process)
     with observed_calls(world) as calls:
@@ -323,23 +256,6 @@ def test_dump_over_the_file_of_another_user(ledgerctl, client, open_directory, o
     os.chown(file, owner, owner)
     assert ledgerctl.run("dump", str(file), wrapper=as_user(caller)) == failure(LOCAL, b"%s: %s" % (bytes(file), text))
     assert (file.read_text(), list(open_directory.iterdir())) == ("old", [file])
-
-
-@needs_strace
-@pytest.mark.parametrize("call, error, text", [
-    ("memfd_create", "EMFILE", b"memfd_create: Too many open files"),
-    ("clone,clone3,vfork", "EAGAIN", b"/bin/sh: Resource temporarily unavailable"),
-], ids=["memory", "process"])
-def test_watch_that_cannot_run_its_command(ledgerctl, client, call, error, text):
-    process = ledgerctl.start("watch", "-i", "0.01", "--exec", "echo started", wrapper=(
-        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject={call}:error={error}"))
-
-    def has_ended():
-        client.write("s", "k", str(time.monotonic()))
-        return process.poll() is not None
-
-    wait_for(has_ended, "the watch has ended")
-    assert (process.returncode, *process.communicate()) == failure(LOCAL, text)
 
 
 @every_verb

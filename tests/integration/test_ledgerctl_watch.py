@@ -6,11 +6,14 @@ import os
 import re
 import select
 import signal
+import time
 
 import pytest
 
 import observe
-from harness import PATIENCE, wait_for
+from harness import ERROR_PREFIX, PATIENCE, wait_for
+from ledgerctl import DAEMON_ERROR, DENIED, LOCAL, failure, fake_daemon
+from observe import needs_strace
 
 
 def read_line(process):
@@ -161,3 +164,31 @@ def test_watch_waits_for_its_command_where_ended_children_are_ignored(ledgerctl,
     assert [read_line(process), read_line(process)] == [b"- [s] k=%s\n" % value, b"+ [s] k=2\n"]
     output, error = finish(process)
     assert output == b"" and b"ledgerctl: warning: the command failed with status 3\n" in error
+
+
+@pytest.mark.parametrize("error, expected", [
+    ("org.freedesktop.DBus.Error.ServiceUnknown", failure(DAEMON_ERROR, b"last")),
+    ("org.freedesktop.DBus.Error.AccessDenied", failure(DENIED, b"permission denied by the bus")),
+    (f"{ERROR_PREFIX}Exception", failure(DAEMON_ERROR, b"no")),
+], ids=["not running", "denied", "error"])
+def test_watch_ends_with_any_later_failure_but_one(ledgerctl, world, error, expected):
+    answers = iter([["{}"], (error, "no"), (error, "no")])
+    with fake_daemon(world.bus, lambda call: next(answers, (f"{ERROR_PREFIX}Exception", "last"))):
+        assert ledgerctl.run("-q", "watch", "-i", "0.001") == expected
+
+
+@needs_strace
+@pytest.mark.parametrize("call, error, text", [
+    ("memfd_create", "EMFILE", b"memfd_create: Too many open files"),
+    ("clone,clone3,vfork", "EAGAIN", b"/bin/sh: Resource temporarily unavailable"),
+], ids=["memory", "process"])
+def test_watch_that_cannot_run_its_command(ledgerctl, client, call, error, text):
+    process = ledgerctl.start("watch", "-i", "0.01", "--exec", "echo started", wrapper=(
+        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject={call}:error={error}"))
+
+    def has_ended():
+        client.write("s", "k", str(time.monotonic()))
+        return process.poll() is not None
+
+    wait_for(has_ended, "the watch has ended")
+    assert (process.returncode, *process.communicate()) == failure(LOCAL, text)
