@@ -34,4 +34,5 @@ def test_everything_is_installed_in_its_place(request, tmp_path):
         "lib/systemd/system/ledgerd.service": data,
         "lib/sysusers.d/ledgerd.conf": data,
         "lib/tmpfiles.d/ledgerd.conf": data,
+        "share/doc/ledgerd/LICENSE": data,
     }
