@@ -45,12 +45,15 @@ exec unshare --mount --propagation private --pid --fork --kill-child --cgroup --
 """
 
 
-def cgroup_of_test():
-    """The folder of the test's own cgroup, or None."""
+def cgroup_of_test(controller=""):
+    """The directory of the test's own cgroup, or None: in the unified hierarchy, or in the older one of a controller."""
+    kind = "cgroup" if controller else "cgroup2"
     with open("/proc/self/mountinfo", encoding="utf-8") as mounts:
-        folders = [fields[4] for fields in map(str.split, mounts) if "cgroup2" in fields[fields.index("-"):]]
+        folders = [left.split()[4] for left, right in (line.split(" - ") for line in mounts)
+                   if right.split()[0] == kind and controller in ["", *right.split()[2].split(",")]]
     with open("/proc/self/cgroup", encoding="utf-8") as groups:
-        own = [line.rstrip("\n").removeprefix("0::") for line in groups if line.startswith("0::")]
+        own = [path for _, controllers, path in (line.rstrip("\n").split(":", 2) for line in groups)
+               if controller in controllers.split(",")]
     return pathlib.Path(folders[0] + own[0]) if folders and own else None
 
 
@@ -104,6 +107,7 @@ class BootedSystem:
         self.kernel_log = KernelLog(self.path / "kmsg")
         self.cgroup = cgroup_of_test() / self.path.name
         self.cgroup.mkdir()
+        self.memory_cgroup = None
         self.outside = subprocess.Popen(
             [*DIE_WITH_TEST, "sh", "-c", BOOT, "boot", str(self.path), str(pathlib.Path(command[0]).parent),
              str(self.cgroup)], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
@@ -154,6 +158,20 @@ class BootedSystem:
                     return int(pid)
         return None
 
+    def limits_memory(self):
+        """Whether the kernel limits the daemon's memory as the unit says. If the controller is in a hierarchy of its own,
+        which the service manager does not use, this puts the daemon, but not the ones after it, under the limit there."""
+        if self.run("find", "/sys/fs/cgroup/system.slice/ledgerd.service/memory.max", check=False):
+            return True
+        folder = cgroup_of_test("memory")
+        if folder is None:
+            return False
+        self.memory_cgroup = folder / self.path.name
+        self.memory_cgroup.mkdir()
+        (self.memory_cgroup / "memory.limit_in_bytes").write_text(self.shown("MemoryMax"))
+        (self.memory_cgroup / "cgroup.procs").write_text(str(self.pid()))
+        return True
+
     def wait_for_another(self, former):
         """Waits until a daemon serves that is not the process `former`."""
         wait_for(lambda: self.pid() not in (None, former), "another daemon runs")
@@ -165,6 +183,7 @@ class BootedSystem:
     def close(self):
         self.outside.kill()
         self.outside.wait()
-        remove_cgroup(self.cgroup)
+        for cgroup in filter(None, (self.cgroup, self.memory_cgroup)):
+            remove_cgroup(cgroup)
         self.kernel_log.close()
         self.tree.close()

@@ -9,12 +9,15 @@ import stat
 import pytest
 
 import observe
+from attacked import FULL, INVALID_NAME, MEGABYTE
 from booted_system import needs_boot
-from harness import wait_for
+from harness import PATIENCE, wait_for
 from observe import needs_strace
+from test_imports import LONGEST, two_spellings
 from tracer import EVENT, needs_tracer
 
 pytestmark = needs_boot
+NO_REPLY = "org.freedesktop.DBus.Error.NoReply"
 
 
 @pytest.fixture
@@ -100,6 +103,33 @@ def test_daemon_that_ends_by_itself_is_started_again(system, client, number, kep
     assert client.read("s", "k") == kept
 
 
+@pytest.fixture
+def limited_memory(system):
+    if not system.limits_memory():
+        pytest.skip("needs a controller for memory that the test may use")
+
+
+def test_longest_import_fits_into_the_memory_of_the_unit(system, client, limited_memory):
+    first = system.pid()
+    client.timeout = 4 * PATIENCE
+    # Of all texts of that length it needs the most memory.
+    assert client.error("WriteJson", two_spellings(LONGEST, '""')) == FULL
+    assert system.pid() == first
+
+
+def test_daemon_that_outgrows_the_memory_of_the_unit_is_started_again(system, client, limited_memory):
+    client.write("s", "k", "v")
+    client.flush()
+    first = system.pid()
+    client.timeout = 4 * PATIENCE
+    # A key that is refused leaves its new section in memory until the next change.
+    answers = [client.error("Write", f"{number}" + "x" * 30 * MEGABYTE, "\u00e9", "") for number in range(9)]
+    assert answers[0] == INVALID_NAME and NO_REPLY in [name for name, _ in answers]
+    system.wait_for_another(first)
+    assert system.shown("NRestarts") == "1"
+    assert client.read("s", "k") == "v"
+
+
 def fail_an_assertion(system, client):
     """Makes the daemon abort and waits for the next one; returns what the kernel log says of it."""
     client.write("s", "k", "v")
@@ -109,7 +139,7 @@ def fail_an_assertion(system, client):
     tracer = observe.attached_strace(pid, system.path / "strace", "-P", "/var/lib/plinthware/registry~~new",
                                      "-e", "trace=write", "-e", "inject=write:retval=0")
     try:
-        assert client.error("Flush")[0] == "org.freedesktop.DBus.Error.NoReply"
+        assert client.error("Flush")[0] == NO_REPLY
         system.wait_for_another(pid)
     finally:
         tracer.kill()
