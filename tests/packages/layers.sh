@@ -94,7 +94,7 @@ prepare_layers() {
   # The comment is there for the stamp.
   needs=$(sed -n '/^Build-Depends:/,/^Standards-Version:/p' debian/control | tr -d '\n')
   prepare_layer "$cache" build "apt-get -y install $build_tools # $needs
-    cd /tmp/source; apt-get -y build-dep ./; apt-get -y build-dep -a armhf ./" "$cache/control:/tmp/source"
+    cd /tmp/source; apt-get -y build-dep ./; apt-get -y build-dep -a armhf -P cross,nocheck ./" "$cache/control:/tmp/source"
   prepare_layer "$cache" systemd "apt-get -y install $systemd_packages"
   prepare_layer "$cache" sysvinit "apt-get -y install $sysvinit_packages"
 }

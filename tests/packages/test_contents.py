@@ -13,6 +13,10 @@ TARGETS = {
     "armhf": ("arm-linux-gnueabihf", "ARM", "hard-float ABI"),
 }
 PROGRAM, CONFIGURATION = "-rwxr-xr-x", "-rw-r--r--"
+DOCUMENTS = {*(f"man/{name}.gz" for name in ("man5/com.tavimesh.Registry.5", "man5/ledgerd-registry.5", "man8/ledgerd.8")),
+             *(f"doc/ledgerd/{name}" for name in (
+                 "NEWS.md", "README.Debian", "README.md", "changelog.gz", "copyright", "docs/integration.md",
+                 "docs/operation.md", "docs/performance.md", "docs/performance/calls.svg", "docs/reliability.md"))}
 
 
 def run(*command):
@@ -52,18 +56,25 @@ def test_files_are_in_their_places_and_belong_to_root(built):
     lines = [line.split(None, 5) for line in run("dpkg-deb", "-c", str(built.package)).splitlines()]
     assert {owner for _, owner, *_ in lines} == {"root/root"}
     files = {name.removeprefix("./"): mode for mode, *_, name in lines if mode.startswith("-")}
-    documents = {name for name in files if name.startswith(("usr/share/doc/ledgerd/", "usr/share/man/"))}
-    assert "usr/share/doc/ledgerd/copyright" in documents
-    assert {name: mode for name, mode in files.items() if name not in documents} == {
+    assert files == {
         "etc/init.d/ledgerd": PROGRAM,
         "lib/systemd/system/ledgerd.service": CONFIGURATION,
         f"usr/lib/{built.path}/ledgerd/ledgerd-tracepoint-probes.so": CONFIGURATION,
         "usr/lib/sysusers.d/ledgerd.conf": CONFIGURATION,
         "usr/lib/tmpfiles.d/ledgerd.conf": CONFIGURATION,
         "usr/sbin/ledgerd": PROGRAM,
+        **{f"usr/share/{name}": CONFIGURATION for name in DOCUMENTS},
         "usr/share/dbus-1/system-services/com.tavimesh.Registry.service": CONFIGURATION,
         "usr/share/dbus-1/system.d/com.tavimesh.Registry.conf": CONFIGURATION,
     }
+
+
+def test_links_of_the_documents_lead_to_files_of_the_package(built):
+    documents = list((built.folder / "usr/share/doc/ledgerd").rglob("*.md"))
+    links = [(document, target) for document in documents
+             for target in re.findall(r"\]\(([^)#\s]+)", document.read_text()) if "://" not in target]
+    assert links
+    assert [target for document, target in links if not (document.parent / target).exists()] == []
 
 
 def test_client_comes_with_its_completions_and_its_page(built, results):
@@ -81,6 +92,7 @@ def test_client_comes_with_its_completions_and_its_page(built, results):
 
 def test_tracer_is_suggested_and_all_other_libraries_are_needed(built):
     depends, suggests = (field(built.package, name) for name in ("Depends", "Suggests"))
+    assert "default-dbus-system-bus | dbus-system-bus" in depends
     for library in ("libdbus-1-3", "libdbus-c++-1-0v5", "libfmt9", "libstdc++6", "libc6"):
         assert re.search(rf"(^|, ){re.escape(library)} \(", depends), library
     assert "lttng" not in depends and "liblttng-ust1" in suggests
