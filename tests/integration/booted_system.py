@@ -84,6 +84,7 @@ class BootedSystem:
     unit."""
 
     def __init__(self, binary, packaging, unit, activation):
+        self.binary = binary
         self.tree = TemporaryTree()
         self.path = self.tree.path
         # The bus is another user, and reads its policies.

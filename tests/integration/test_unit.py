@@ -13,7 +13,7 @@ from attacked import FULL, INVALID_NAME, MEGABYTE
 from booted_system import needs_boot
 from harness import PATIENCE, wait_for
 from observe import needs_strace
-from test_imports import LONGEST, two_spellings
+from test_imports import longest, two_spellings
 from tracer import EVENT, needs_tracer
 
 pytestmark = needs_boot
@@ -113,7 +113,7 @@ def test_longest_import_fits_into_the_memory_of_the_unit(system, client, limited
     first = system.pid()
     client.timeout = 4 * PATIENCE
     # Of all texts of that length it needs the most memory.
-    assert client.error("WriteJson", two_spellings(LONGEST, '""')) == FULL
+    assert client.error("WriteJson", two_spellings(longest(system), '""')) == FULL
     assert system.pid() == first
 
 
