@@ -11,7 +11,7 @@ function __ledgerctl_words
             set skip 0
         else if test $literal = 0; and test "$word" = --
             set literal 1
-        else if test $literal = 0; and string match -q -- '-?*' $word
+        else if test $literal = 0; and string match -q -r -- '^-.' $word
             if contains -- $word --timeout --default --fail-above --exec -i
                 set skip 1
             end

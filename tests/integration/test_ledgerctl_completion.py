@@ -22,7 +22,7 @@ LINES_WITHOUT_NAMES = [
     ("ledgerctl ", VERBS),
     ("ledgerctl -q l", {"list", "load"}),
     ("ledgerctl help us", {"usage"}),
-    ("ledgerctl load --m", {"--missing-only"}),
+    ("ledgerctl load --mi", {"--missing-only"}),
     ("ledgerctl flush --s", {"--sync"}),
     ("ledgerctl --", {"--quiet", "--help", "--timeout", "--null", "--json", "--version"}),
     ("ledgerctl set --f", {"--flush", "--force"}),
