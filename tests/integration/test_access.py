@@ -279,9 +279,9 @@ class TestOnABusThatIsOpen:
         everything = '<policy context="default"><allow own="*"/><allow send_type="method_call"/></policy>'
         # Goes before the policy's rules for the group, wherever it is read.
         everything += f'<policy user="{MEMBER.name}"><allow send_type="method_call"/></policy>'
-        # Read before the policy, whose rules of the same context have the last word.
-        opened = {"aaa-open.conf": f"<busconfig>{everything}</busconfig>"}
-        return lambda directory: SystemBus(directory, {**opened, **policies})
+        # Before the policy's rules, for of the same context the last one wins. The bus reads files in no particular order.
+        opened = {name: text.replace("<busconfig>", f"<busconfig>{everything}") for name, text in policies.items()}
+        return lambda directory: SystemBus(directory, opened)
 
     def test_registry_is_closed_all_the_same(self, served, people):
         client = people(STRANGER)
