@@ -13,9 +13,10 @@ EXPOSURE = 1.1
 # describe the board, and the sockets of the bus and the tracer. It makes no temporary file.
 LEFT_TO_THE_DAEMON = {"RootDirectoryOrRootImage", "UserOrDynamicUser", "PrivateDevices", "ProtectKernelLogs",
                       "RestrictAddressFamilies_AF_UNIX", "ProcSubset", "PrivateTmp", "DeviceAllow"}
-# Of these the service manager's table says nothing.
+# Of these the service manager's table says nothing, or not in each of its versions.
 UNRATED = {"DevicePolicy=closed", "DeviceAllow=/dev/kmsg w", "DeviceAllow=char-mtd rw", "ReadOnlyPaths=/run",
-           "TemporaryFileSystem=/dev/shm", "KeyringMode=private", "SystemCallErrorNumber=EPERM"}
+           "TemporaryFileSystem=/dev/shm", "KeyringMode=private", "SystemCallErrorNumber=EPERM",
+           "PrivateMounts=yes"}
 
 
 @pytest.fixture
