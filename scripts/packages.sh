@@ -1,8 +1,8 @@
-# Sourced by the other scripts: what the project needs from Debian 12, and how it is installed.
+# Sourced by the other scripts: what the project needs from Debian, and how it is installed.
 # shellcheck shell=bash disable=SC2034
 
 build_packages="cmake dbus g++ libboost-dev libcli11-dev libdbus-1-dev libdbus-c++-dev libfmt-dev liblttng-ust-dev
-                libutfcpp-dev ninja-build nlohmann-json3-dev pkg-config"
+                libutfcpp-dev ninja-build nlohmann-json3-dev pkgconf"
 run_packages="systemd util-linux"
 armhf_packages="cpio e2fsprogs g++-arm-linux-gnueabihf python3 qemu-system-arm qemu-user-static"
 test_packages="babeltrace2 bash-completion clang clang-format clang-tidy cppcheck fish gcovr git libclang-rt-dev
