@@ -1,4 +1,4 @@
-"""The machine under the two inits that Debian 12 has."""
+"""The machine under the two inits that Debian has."""
 
 import os
 

@@ -47,20 +47,20 @@ settings='
   chmod 755 usr/sbin/policy-rc.d
 '
 
-# Of the point release alone: its index does not change between two requests, and both architectures have the same
+# make_base FOLDER SUITE: of the point release alone: its index does not change between two requests, and both architectures have the same
 # versions, without which they cannot be installed side by side.
 make_base() {
   local keyring=/usr/share/keyrings/debian-archive-keyring.gpg release sources
   # shellcheck disable=SC1091
   release=$(. /etc/os-release && echo "$VERSION_CODENAME")
   sources=$(apt-get indextargets 'Created-By: Packages' 'Origin: Debian' 'Component: main' "Release: $release" \
-    --format "deb [signed-by=$keyring] \$(REPO_URI) \$(RELEASE) main" | sort -u)
+    --format "deb [signed-by=$keyring] \$(REPO_URI) $2 main" | sort -u)
   if [ -z "$sources" ]; then
     echo "apt knows no Debian archive on this machine; run 'apt-get update' first." >&2
     return 1
   fi
   quietly mmdebstrap --mode=root --variant=minbase --architectures=amd64,armhf --skip=cleanup/apt/lists \
-    --dpkgopt=force-unsafe-io --aptopt='Acquire::Languages "none"' "$release" "$1" - <<<"$sources"
+    --dpkgopt=force-unsafe-io --aptopt='Acquire::Languages "none"' "$2" "$1" - <<<"$sources"
   (cd "$1" && sh -ec "$settings")
 }
 
@@ -81,13 +81,14 @@ prepare_layer() {
   echo "$command" >"$cache/$name.stamp"
 }
 
+# prepare_layers CACHE SUITE: makes the systems of a release of Debian, or finds them made.
 prepare_layers() {
   local cache=$1 needs
   mkdir -p "$cache/control/debian"
   if ! is_made "$cache" base "$settings"; then
     echo "Making Debian systems in $cache ..."
     rm -rf "$cache"/{base,build,systemd,sysvinit,archives}
-    make_base "$cache/base"
+    make_base "$cache/base" "$2"
     echo "$settings" >"$cache/base.stamp"
   fi
   cp debian/control debian/changelog "$cache/control/debian"
@@ -102,17 +103,18 @@ prepare_layers() {
 # prepare_archives CACHE RESULTS: downloads what the built packages depend on and suggest, for the tests to have without
 # a network.
 prepare_archives() {
-  local cache=$1 results=$2 wanted system
-  wanted=$(for package in "$results"/*/*.deb; do dpkg-deb -f "$package" Package Architecture Depends; done)
+  local cache=$1 results=$2 wanted system tracer
+  wanted=$(for package in "$results"/*/*.deb; do dpkg-deb -f "$package" Package Architecture Depends Suggests; done)
   ! is_made "$cache" archives "$wanted" || return 0
   echo "Downloading what the packages depend on ..."
   rm -rf "$cache/archives"
   mkdir -p "$cache/archives/var/cache/apt/archives"
   for system in systemd sysvinit; do
     for architecture in amd64 armhf; do
+      tracer=$(dpkg-deb -f "$results/$architecture"/ledgerd_*.deb Suggests | cut -d " " -f 1)
       quietly in_layers "$cache/scratch" "$cache/$system:$cache/base" "$results:/results" \
         "$cache/archives/var/cache/apt/archives:/var/cache/apt/archives" -- \
-        sh -ec "apt-get -y install --download-only /results/$architecture/*_$architecture.deb liblttng-ust1:$architecture"
+        sh -ec "apt-get -y install --download-only /results/$architecture/*_$architecture.deb $tracer:$architecture"
       rm -rf "$cache/scratch"
     done
   done

@@ -132,6 +132,12 @@ class Machine:
         found = [next((self.results / build).glob(f"{name}_*.deb")) for name in names]
         return [f"/run/packages/{build}/{package.name}" for package in found]
 
+    def tracer(self, build):
+        """The package of the tracer's library, which has another name in each release of Debian."""
+        (package,) = (self.results / build).glob("ledgerd_*.deb")
+        suggested = subprocess.run(["dpkg-deb", "-f", package, "Suggests"], stdout=subprocess.PIPE, text=True, check=True)
+        return suggested.stdout.split()[0]
+
     def apt(self, *arguments):
         return self.run("apt-get", "-y", "-o", "APT::Sandbox::User=root", *arguments)
 

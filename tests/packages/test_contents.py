@@ -56,10 +56,12 @@ def test_files_are_in_their_places_and_belong_to_root(built):
     lines = [line.split(None, 5) for line in run("dpkg-deb", "-c", str(built.package)).splitlines()]
     assert {owner for _, owner, *_ in lines} == {"root/root"}
     files = {name.removeprefix("./"): mode for mode, *_, name in lines if mode.startswith("-")}
+    # Debian 12 has its units there, and later releases have no files in /lib; lintian knows which is meant.
+    files = {re.sub("^lib/", "usr/lib/", name): mode for name, mode in files.items()}
     assert files == {
         "etc/init.d/ledgerd": PROGRAM,
-        "lib/systemd/system/ledgerd.service": CONFIGURATION,
         f"usr/lib/{built.path}/ledgerd/ledgerd-tracepoint-probes.so": CONFIGURATION,
+        "usr/lib/systemd/system/ledgerd.service": CONFIGURATION,
         "usr/lib/sysusers.d/ledgerd.conf": CONFIGURATION,
         "usr/lib/tmpfiles.d/ledgerd.conf": CONFIGURATION,
         "usr/sbin/ledgerd": PROGRAM,
@@ -93,8 +95,8 @@ def test_client_comes_with_its_completions_and_its_page(built, results):
 def test_tracer_is_suggested_and_all_other_libraries_are_needed(built):
     depends, suggests = (field(built.package, name) for name in ("Depends", "Suggests"))
     assert "default-dbus-system-bus | dbus-system-bus" in depends
-    for library in ("libdbus-1-3", "libdbus-c++-1-0v5", "libfmt9", "libstdc++6", "libc6"):
-        assert re.search(rf"(^|, ){re.escape(library)} \(", depends), library
+    for library in ("libdbus-1-3", r"libdbus-c\+\+-1-0v5", r"libfmt\d+", r"libstdc\+\+6", "libc6"):
+        assert re.search(rf"(^|, ){library} \(", depends), library
     assert "lttng" not in depends and "liblttng-ust1" in suggests
 
 

@@ -60,7 +60,7 @@ def test_probes_are_found_where_the_tracer_is_installed(installed):
 
     (probes,) = (line for line in installed.run("dpkg", "-L", "ledgerd").splitlines() if line.endswith(".so"))
     assert probes not in libraries() and installed.call("SectionExists", "s") == "boolean false"
-    installed.apt("install", "liblttng-ust1")
+    installed.apt("install", installed.tracer("amd64"))
     # The daemon looks for it only if root's session daemon has its socket.
     installed.run("mkdir", "-p", "/run/lttng")
     installed.run("perl", "-MIO::Socket::UNIX", "-e",
