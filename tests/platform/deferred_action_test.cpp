@@ -4,17 +4,20 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "lib/platform/monotonic_time.h"
@@ -117,6 +120,28 @@ TEST_F(DeferredActionTest, OperationsNestUnderTheOwnersLock) {
   const Lock lock(m_lock);
   m_action.Schedule(kNever);
   m_action.Cancel();
+}
+
+TEST_F(DeferredActionTest, OperationsWaitForTheOwnersLock) {
+  const std::pair<const char*, std::function<void()>> operations[] = {
+      {"Schedule", [this] { m_action.Schedule(kNever); }},
+      {"Cancel", [this] { m_action.Cancel(); }},
+  };
+  for (const auto& [name, operation] : operations) {
+    SCOPED_TRACE(name);
+    std::atomic<pid_t> thread{0};
+    std::atomic<bool> done{false};
+    Lock lock(m_lock);
+    std::thread other([&thread, &done, &call = operation] {
+      thread = ::gettid();
+      call();
+      done = true;
+    });
+    EXPECT_TRUE(WaitUntil([&] { return done || (thread != 0 && test_platform::Sleeps(thread)); }));
+    EXPECT_FALSE(done);
+    lock.unlock();
+    other.join();
+  }
 }
 
 TEST(DeferredAction, CountsADeadlineAsPassedStrictlyAfterIt) {
