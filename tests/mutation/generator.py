@@ -18,6 +18,8 @@ LOGIC = {"&&": "||", "||": "&&"}
 BOOLEANS = {"true": "false", "false": "true"}
 INTEGER = re.compile(r"(0x[0-9a-f]+|[0-9]+)([ul]*)", re.IGNORECASE)
 MACRO = re.compile(rb"[A-Z_]{4,}\(")
+# Statements that only save time, or do nothing on the processors that we know.
+WITHOUT_EFFECT = re.compile(rb"static_cast<void>|va_end\(|[\w.]+(\.|->)reserve\(")
 OPERATOR_CALL = re.compile(r"operator\W")
 
 
@@ -128,8 +130,7 @@ class Generator:
         if not cursor.kind.is_expression() and not is_macro and not self.is_guard(cursor, end):
             return
         end = self.text.find(b";", end - 1) + 1
-        statement = self.text[begin:end]
-        if not statement.startswith(b"static_cast<void>"):
+        if not WITHOUT_EFFECT.match(self.text[begin:end]):
             self.add("statement", begin, end, b"")
 
     def is_guard(self, cursor, end):

@@ -1,4 +1,4 @@
-"""The lists in this directory: mutants by hand, and the survivors that are explained. Both fail if the code moves on."""
+"""The lists in this directory, by_hand and survivors. An entry that no longer fits the code is an error."""
 import dataclasses
 
 

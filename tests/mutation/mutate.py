@@ -7,6 +7,8 @@ import multiprocessing
 import os
 import pathlib
 import random
+import resource
+import shutil
 import signal
 import subprocess
 import sys
@@ -21,6 +23,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 WORK = ROOT / "build" / "mutants"
 HERE = pathlib.Path(__file__).parent
 SOURCES = ("lib/*.cpp", "registry/*.cpp", "dbus/*.cpp", "daemon/*.cpp", "client/*.cpp")
+MEMORY_LIMIT = 4 << 30
 JOBS = min(2, os.cpu_count() or 1)
 
 SURVIVED = "survived"
@@ -44,21 +47,29 @@ def start_worker():
     # What the worker has started ends with it. Tests are not to start with ignored signals.
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
         signal.signal(number, lambda *_: sys.exit(2))
+    # A loop that does not end takes all memory that it can get.
+    resource.setrlimit(resource.RLIMIT_AS, (MEMORY_LIMIT, resource.RLIM_INFINITY))
     children.adopt_orphans()
 
 
-def generate(build, path):
-    return generator.generate(ROOT, path, build.options(ROOT / path))
+@functools.lru_cache
+def build_in(directory):
+    return programs.Build(directory)
 
 
 @functools.lru_cache
-def trial_of(build):
-    return trial.Trial(build, ROOT, WORK / str(os.getpid()))
+def trial_in(directory):
+    return trial.Trial(build_in(directory), ROOT, WORK / str(os.getpid()))
 
 
-def try_change(build, path, changed, services):
+def generate(directory, path):
+    return generator.generate(ROOT, path, build_in(directory).options(ROOT / path))
+
+
+def try_change(directory, path, changed, services):
+    """A worker's task: what noticed the changed text."""
     try:
-        return trial_of(build).killer(path, (ROOT / path).read_bytes(), changed, services) or SURVIVED
+        return trial_in(directory).killer(path, (ROOT / path).read_bytes(), changed, services) or SURVIVED
     except programs.BuildError:
         return INVALID
 
@@ -66,19 +77,19 @@ def try_change(build, path, changed, services):
 class Run:
     """What a command works with."""
 
-    def __init__(self, pool, build):
+    def __init__(self, pool, directory):
         self.pool = pool
-        self.build = build
+        self.directory = directory
         self.by_hand = lists.read(HERE / "by_hand")
         self.reasons = lists.read(HERE / "survivors")
         self.explained = {entry.key for entry in self.reasons}
 
     def generate(self, paths):
-        return dict(zip(paths, self.pool.map(functools.partial(generate, self.build), paths, chunksize=1)))
+        return dict(zip(paths, self.pool.map(functools.partial(generate, self.directory), paths, chunksize=1)))
 
     def verdicts(self, changes):
         """What noticed each (path, changed text, service tests), in their order."""
-        tries = [self.pool.apply_async(try_change, (self.build, *change)) for change in changes]
+        tries = [self.pool.apply_async(try_change, (self.directory, *change)) for change in changes]
         return (each.get() for each in tries)
 
     def check_reasons(self, known):
@@ -148,9 +159,8 @@ class Run:
 
 
 def run_command(arguments):
-    build = programs.Build(ROOT / arguments.build)
     with multiprocessing.Pool(JOBS, start_worker) as pool:
-        run = Run(pool, build)
+        run = Run(pool, ROOT / arguments.build)
         if arguments.check:
             return run.check_all()
         if arguments.named:
@@ -175,6 +185,8 @@ def main():
     try:
         with open(WORK / "lock", "w", encoding="ascii") as lock:
             fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            for directory in WORK.glob("*/"):
+                shutil.rmtree(directory)
             signal.signal(signal.SIGTERM, lambda *_: sys.exit(2))
             return 0 if run_command(arguments) else 1
     except BlockingIOError:

@@ -12,7 +12,7 @@ SERVICE_TESTS = {
     "daemon/dispatcher": "bus_loss foreground hostile",
     "dbus/": "errors methods hostile",
     "lib/hardware/": "hardware_lines",
-    "lib/platform/": "foreground",
+    "lib/platform/": "",
     "lib/platform/daemonise": "daemon_mode handshake start_failures",
     "lib/platform/escape": "model",
     "lib/platform/lazy": "flush faults",

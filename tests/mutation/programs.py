@@ -25,13 +25,6 @@ class Build:
         self._includes = {}  # object -> files
         self.objects = {}
 
-    # The same for the cache of what is known about a build, wherever a worker gets it from.
-    def __eq__(self, other):
-        return self.directory == other.directory
-
-    def __hash__(self):
-        return hash(self.directory)
-
     def ninja(self, *arguments):
         return subprocess.run(["ninja", "-C", self.directory, "-t", *arguments], check=True, text=True,
                               stdout=subprocess.PIPE).stdout
@@ -116,7 +109,8 @@ class Overlay:
         words[first:first] = [f"-I{self.directory}"]
         words[words.index("-o") + 1] = target
         # Assertions name their file, as in the unchanged program.
-        words[-1:] = [*MORE_OPTIONS, f"-fmacro-prefix-map={self.directory}/=", str(changed if changed.exists() else source)]
+        words[-1:] = [*MORE_OPTIONS, f"-fmacro-prefix-map={self.directory}/=",
+                      str(changed if changed.exists() else source)]
         self._run(words)
         self.done[target] = target
 
