@@ -241,6 +241,18 @@ TEST(Help, FitsATerminalOf80Columns) {
   }
 }
 
+TEST(Help, AlignsTheSummaries) {
+  const std::string all = HelpText();
+  for (const std::string& verb : VerbNames()) {
+    const std::string text = HelpText(verb);
+    const std::size_t begin = text.find("\n\n") + 2;
+    const std::string summary = text.substr(begin, text.find("\n\n", begin) - begin);
+    const std::size_t place = all.find(" " + summary + "\n");
+    ASSERT_NE(place, std::string::npos) << verb;
+    EXPECT_EQ(place - all.rfind('\n', place), 38u) << verb;
+  }
+}
+
 TEST(Help, NamesEveryVerbAndEveryOption) {
   const std::string all = HelpText();
   for (const VerbEntry& entry : kVerbs) {

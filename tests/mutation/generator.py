@@ -9,8 +9,8 @@ FUNCTIONS = (Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUC
              Kind.FUNCTION_TEMPLATE)
 # Only a constant's value is changed there, and the compiler would refuse most changes.
 DECLARATIONS = (Kind.STATIC_ASSERT, Kind.ENUM_DECL, Kind.ALIGNED_ATTR, Kind.PARM_DECL)
-# What these print is a text for people; its parts are not worth a mutant each.
-LOGS = ("SafePrint",)
+# The arguments of these are parts of a text for people, or only save time.
+UNTOUCHED_CALLS = ("SafePrint", "reserve")
 SYMMETRIC = ("min", "max")
 
 COMPARISONS = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "=="}
@@ -93,7 +93,7 @@ class Generator:
     def walk(self, cursor):
         """Collects where code is."""
         begin, end = self.range(cursor)
-        if cursor.kind in DECLARATIONS or cursor.kind == Kind.CALL_EXPR and cursor.spelling in LOGS:
+        if cursor.kind in DECLARATIONS or cursor.kind == Kind.CALL_EXPR and cursor.spelling in UNTOUCHED_CALLS:
             self.excluded.append((begin + len(cursor.spelling), end))
         elif cursor.kind in FUNCTIONS and cursor.is_definition():
             # A constructor's initialisers are before its body.
