@@ -86,7 +86,8 @@ TEST_F(LazyStore, DoesNotWriteByItself) {
 
 TEST_F(LazyStore, FlushWritesAtOnce) {
   m_lazy->Write("one");
-  m_lazy->Write("two");
+  const std::string copied = "two";
+  m_lazy->Write(copied);
   m_lazy->Flush();
   EXPECT_THAT(m_store->Writes(), ElementsAre("two"));
 }
