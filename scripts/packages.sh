@@ -6,8 +6,8 @@ build_packages="cmake dbus g++ libboost-dev libcli11-dev libdbus-1-dev libdbus-c
 run_packages="systemd util-linux"
 armhf_packages="cpio e2fsprogs g++-arm-linux-gnueabihf python3 qemu-system-arm qemu-user-static"
 test_packages="babeltrace2 bash-completion clang clang-format clang-tidy cppcheck fish gcovr git libclang-rt-dev
-               libglib2.0-bin libgmock-dev libgtest-dev lttng-tools procps python3 python3-clang python3-dbus python3-jsonschema
-               python3-pyflakes python3-pytest shellcheck strace zsh"
+               libglib2.0-bin libgmock-dev libgtest-dev lttng-tools procps python3 python3-clang python3-dbus
+               python3-jsonschema python3-pyflakes python3-pytest shellcheck strace zsh"
 bench_packages="binutils python3 valgrind xfconf"
 fuzz_packages="clang libclang-rt-dev llvm"
 page_packages="man-db mandoc scdoc"
