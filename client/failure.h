@@ -31,7 +31,7 @@ private:
   ExitStatus m_status;
 };
 
-/// A Failure (Local) with the text of `error_number` behind "`context`: ".
+/// Returns a Failure (Local) with the text "`context`: " and the description of `error_number`.
 Failure LocalFailure(const std::string& context, int error_number);
 
 /// Called from a catch block: the failure that the exception being handled stands for. The one place where exceptions

@@ -6,7 +6,8 @@ namespace ledgerctl {
 namespace {
 
 constexpr char kHead[] =
-    "ledgerctl reads and changes the settings that ledgerd keeps.\n"
+    "ledgerctl reads and changes the settings that ledgerd stores. Only root and\n"
+    "members of the group \"ledger\" may use it.\n"
     "\n"
     "Usage: ledgerctl [OPTION...] VERB [ARGUMENT...]\n"
     "\n";
@@ -14,28 +15,28 @@ constexpr char kHead[] =
 constexpr char kTail[] =
     "\n"
     "Options, before or after the verb; with set, before SECTION:\n"
-    "  -q, --quiet     no warnings and notes, errors only\n"
+    "  -q, --quiet     print only errors, no warnings and notes\n"
     "  -0, --null      get, list: print NUL bytes instead of newlines\n"
     "  --json          get, exists, list, show, usage, watch: print JSON\n"
     "  --timeout S     wait S seconds for an answer instead of 25\n"
-    "  -h, --help      this text, or that of the verb\n"
-    "  --version       the version\n"
+    "  -h, --help      print this text, or the text of the verb\n"
+    "  --version       print the version\n"
     "The last one counts if an option is repeated.\n"
     "\n"
     "Names are ASCII; upper case counts as lower case. Write \"--\" before names and\n"
     "values that begin with \"-\". In set, only a SECTION needs that.\n"
     "\n"
     "Exit status:\n"
-    "   0  done; exists: yes; diff: the same\n"
-    "   1  no such section or key; exists: no; diff: not the same; usage: above\n"
-    "   2  the command line, or a value that the bus cannot carry\n"
+    "   0  success; exists: yes; diff: no difference\n"
+    "   1  no such section or key; exists: no; diff: a difference; usage: above\n"
+    "   2  invalid command line, or a value that D-Bus cannot carry\n"
     "   3  a name that is not ASCII; set: lost at the next start of the daemon\n"
     "   4  not a registry document\n"
     "   5  the registry would be too full; nothing changed\n"
     "   6  the daemon is not running\n"
-    "   7  the bus permits no access\n"
+    "   7  the bus denies access\n"
     "   8  no answer in time\n"
-    "   9  the daemon's own error\n"
+    "   9  another error of the daemon\n"
     "  10  a file, standard output or the editor failed; edit refused the text\n";
 
 std::string Synopsis(const VerbEntry& help) {

@@ -10,7 +10,7 @@ namespace ledgerctl {
 /// A JSON string. A byte that is not UTF-8 becomes U+FFFD: no such byte comes from the bus.
 std::string QuoteJson(const std::string& text);
 
-/// The object of objects of strings, two blanks to a level, ending in a line feed.
+/// Prints the registry with an object for each section, indented by two spaces for each level, with a final newline.
 std::string PrintIndentedJson(const RegistrySections& sections);
 
 /// One object of strings on one line.

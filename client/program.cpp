@@ -15,7 +15,7 @@ ExitStatus Run(const CommandLine& command, Registry& registry, Output& output, c
     output.Flush();
     return status;
   } catch (...) {
-    // What was printed before belongs in front of the error.
+    // Prints the output before the error.
     output.Flush();
     throw;
   }

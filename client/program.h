@@ -14,8 +14,8 @@ namespace ledgerctl {
 /// Makes what the verbs work on.
 using RegistryFactory = std::function<std::shared_ptr<Registry>(const CommandLine& command)>;
 
-/// Runs one command line, `arguments` without the program's name, and returns the exit status. Everything that fails is
-/// told on the descriptor `error`.
+/// Runs one command line, `arguments` without the program's name, and returns the exit status. Prints errors on the
+/// descriptor `error`.
 int RunProgram(const std::vector<std::string>& arguments, const RegistryFactory& make_registry, int output, int error);
 
 }  // namespace ledgerctl

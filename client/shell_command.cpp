@@ -49,12 +49,13 @@ private:
   posix_spawn_file_actions_t m_actions{};
 };
 
-void Start(std::string command, int input) {
+void Start(const std::string& command, int input) {
   const BlockedSignals blocked;
   const SpawnAttributes how(blocked.Before(), input);
   std::string shell = "sh";
   std::string option = "-c";
-  const std::array<char*, 4> arguments = {shell.data(), option.data(), command.data(), nullptr};
+  std::string script = command;
+  const std::array<char*, 4> arguments = {shell.data(), option.data(), script.data(), nullptr};
   pid_t child = 0;
   if (const int error = ::posix_spawn(&child, "/bin/sh", how.Actions(), how.Attributes(), arguments.data(), environ)) {
     throw LocalFailure("/bin/sh", error);

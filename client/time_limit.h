@@ -1,4 +1,4 @@
-// Ends the program when something that cannot be told to give up takes too long.
+// Ends the program if an operation that has no time limit of its own takes too long.
 #pragma once
 
 #include <chrono>

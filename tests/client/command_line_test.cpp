@@ -243,7 +243,8 @@ TEST(Help, FitsATerminalOf80Columns) {
 
 TEST(Help, AlignsTheSummaries) {
   const std::string all = HelpText();
-  for (const std::string& verb : VerbNames()) {
+  for (const VerbEntry& entry : kVerbs) {
+    const std::string verb = entry.name;
     const std::string text = HelpText(verb);
     const std::size_t begin = text.find("\n\n") + 2;
     const std::string summary = text.substr(begin, text.find("\n\n", begin) - begin);

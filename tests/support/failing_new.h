@@ -7,8 +7,8 @@
 namespace test_support {
 
 /// While this object exists, allocation number `nth` of the calling thread fails, counted from 1. With OfTwoInARow the
-/// next one fails too, with FromThenOn all later ones. Other threads are not affected. At most one object may exist at a
-/// time.
+/// next one fails too, with FromThenOn all later ones. Other threads are not affected. At most one object may exist at
+/// a time.
 class FailingNew {
 public:
   enum class Lack { OfOneAllocation, OfTwoInARow, FromThenOn };
