@@ -279,7 +279,8 @@ class TestOnABusThatIsOpen:
         everything = '<policy context="default"><allow own="*"/><allow send_type="method_call"/></policy>'
         # Goes before the policy's rules for the group, wherever it is read.
         everything += f'<policy user="{MEMBER.name}"><allow send_type="method_call"/></policy>'
-        # Before the policy's rules, for of the same context the last one wins. The bus reads files in no particular order.
+        # These precede the policy's rules in its own file, because the last rule of a context wins and the bus reads
+        # the files of a directory in any order.
         opened = {name: text.replace("<busconfig>", f"<busconfig>{everything}") for name, text in policies.items()}
         return lambda directory: SystemBus(directory, opened)
 

@@ -47,8 +47,8 @@ settings='
   chmod 755 usr/sbin/policy-rc.d
 '
 
-# make_base FOLDER SUITE: of the point release alone: its index does not change between two requests, and both architectures have the same
-# versions, without which they cannot be installed side by side.
+# make_base DIRECTORY SUITE: of the point release alone: its index does not change between two requests, and both
+# architectures have the same versions, without which they cannot be installed side by side.
 make_base() {
   local keyring=/usr/share/keyrings/debian-archive-keyring.gpg release sources
   # shellcheck disable=SC1091
@@ -81,7 +81,7 @@ prepare_layer() {
   echo "$command" >"$cache/$name.stamp"
 }
 
-# prepare_layers CACHE SUITE: makes the systems of a release of Debian, or finds them made.
+# prepare_layers CACHE SUITE: makes the systems of a release of Debian if they are missing.
 prepare_layers() {
   local cache=$1 needs
   mkdir -p "$cache/control/debian"

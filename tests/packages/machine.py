@@ -135,8 +135,7 @@ class Machine:
     def tracer(self, build):
         """The package of the tracer's library, which has another name in each release of Debian."""
         (package,) = (self.results / build).glob("ledgerd_*.deb")
-        suggested = subprocess.run(["dpkg-deb", "-f", package, "Suggests"], stdout=subprocess.PIPE, text=True, check=True)
-        return suggested.stdout.split()[0]
+        return subprocess.check_output(["dpkg-deb", "-f", package, "Suggests"], text=True).split()[0]
 
     def apt(self, *arguments):
         return self.run("apt-get", "-y", "-o", "APT::Sandbox::User=root", *arguments)
