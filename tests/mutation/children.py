@@ -5,6 +5,7 @@ import os
 import pathlib
 import signal
 import subprocess
+import sys
 import time
 
 PR_SET_CHILD_SUBREAPER = 36
@@ -40,10 +41,16 @@ def _raise_timed_out(_signal, _frame):
     raise TimedOut
 
 
+def _raise_exit(_signal, _frame):
+    sys.exit(2)
+
+
 def run(command, log, limit, directory):
     """Returns (exit status, None if it was stopped at `limit` seconds; seconds). Its output is added to `log`."""
     start = time.monotonic()
     signal.signal(signal.SIGALRM, _raise_timed_out)
+    # What was started ends with this process.
+    before = {number: signal.signal(number, _raise_exit) for number in (signal.SIGINT, signal.SIGTERM)}
     with open(log, "ab") as output:
         process = subprocess.Popen(command, cwd=directory, stdin=subprocess.DEVNULL, stdout=output,
                                    stderr=subprocess.STDOUT)
@@ -61,4 +68,6 @@ def run(command, log, limit, directory):
         finally:
             signal.alarm(0)
             _end_all()
+            for number, handler in before.items():
+                signal.signal(number, handler)
     return result, time.monotonic() - start

@@ -44,9 +44,9 @@ def place(mutant):
 
 
 def start_worker():
-    # What the worker has started ends with it. Tests are not to start with ignored signals.
+    # An idle worker must end at once, and no test may start with ignored signals.
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
-        signal.signal(number, lambda *_: sys.exit(2))
+        signal.signal(number, signal.SIG_DFL)
     # A loop that does not end takes all memory that it can get.
     resource.setrlimit(resource.RLIMIT_AS, (MEMORY_LIMIT, resource.RLIM_INFINITY))
     children.adopt_orphans()
@@ -148,6 +148,8 @@ class Run:
         return passed
 
     def try_by_hand(self, names):
+        if unknown := set(names) - {entry.name for entry in self.by_hand}:
+            raise lists.ListError(f"no mutant has the name {' '.join(sorted(unknown))}")
         entries = [entry for entry in self.by_hand if not names or entry.name in names]
         changes = [(entry.file, entry.apply((ROOT / entry.file).read_text()).encode(), tuple(entry.text.split()))
                    for entry in entries]

@@ -43,7 +43,7 @@ class Build:
 
     def options(self, path):
         """With what the source is compiled, for another compiler."""
-        command = next(command for source, command in self.sources.values() if source == path)
+        command = next((command for source, command in self.sources.values() if source == path), ())
         # An option and its path are two words of -isystem.
         return [word for i, word in enumerate(command)
                 if word.startswith(("-D", "-I", "-std=", "-isystem")) or command[i - 1] == "-isystem"]

@@ -74,8 +74,9 @@ TEST(FileDescriptor, ClosesWhatItOwns) {
 TEST(FileDescriptor, OwnsTheLowestDescriptorToo) {
   EXPECT_EQ(test_support::RunInChild([] {
               // Standard input may be closed.
-              ::dup2(STDERR_FILENO, STDIN_FILENO);
-              std::string seen = FileDescriptor(FileDescriptor(STDIN_FILENO).Release()).IsOpen() ? "owned" : "lost";
+              ::close(STDIN_FILENO);
+              FileDescriptor lowest = Open("/dev/null", O_RDONLY);
+              std::string seen = FileDescriptor(lowest.Release()).Get() == STDIN_FILENO ? "owned" : "lost";
               return seen + (IsOpenDescriptor(STDIN_FILENO) ? ", left open" : ", closed");
             }),
             "owned, closed");
