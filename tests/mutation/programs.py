@@ -5,9 +5,8 @@ import shlex
 import subprocess
 
 COMPILE_LIMIT = 120
-# A mutant may leave a parameter unused, and needs neither speed nor symbols.
-FEWER_OPTIONS = ("-g", "-Werror", "-D_FORTIFY_SOURCE=3")
-MORE_OPTIONS = ["-w", "-O0"]
+# A mutant may leave a parameter unused, and needs no symbols.
+FEWER_OPTIONS = ("-g", "-Werror")
 
 
 class BuildError(Exception):
@@ -109,8 +108,7 @@ class Overlay:
         words[first:first] = [f"-I{self.directory}"]
         words[words.index("-o") + 1] = target
         # Assertions name their file, as in the unchanged program.
-        words[-1:] = [*MORE_OPTIONS, f"-fmacro-prefix-map={self.directory}/=",
-                      str(changed if changed.exists() else source)]
+        words[-1:] = ["-w", f"-fmacro-prefix-map={self.directory}/=", str(changed if changed.exists() else source)]
         self._run(words)
         self.done[target] = target
 
@@ -123,6 +121,7 @@ class Overlay:
         target = self.directory / pathlib.Path(name).name
         place = words.index("-o")
         words[place + 1] = str(target)
-        words[place:place] = ["-Wl,-S", *missing]
+        # Service tests know a debug build by its symbols.
+        words[place:place] = [*(["-Wl,-S"] if name.startswith("tests/") else []), *missing]
         self._run(words)
         return target
