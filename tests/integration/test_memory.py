@@ -2,6 +2,7 @@
 on serving, or ends with a line on standard error. The file is a whole text that was accepted."""
 
 import mmap
+import select
 import struct
 
 import pytest
@@ -94,8 +95,11 @@ def ends(victim, countdown, number, member):
     raw = RawClient(victim.world.bus)
     countdown.number = number
     raw.send(member, *CALLS[member])
-    wait_for(lambda: countdown.number == 0, f"allocation {number} fails")
-    # A call whose error has no memory either stays without a reply.
+    # A call whose error has no memory either stays without a reply. A call can also make fewer allocations than the one
+    # that was counted: libdbus reuses messages.
+    wait_for(lambda: countdown.number == 0 or select.select([raw.socket], [], [], 0)[0],
+             f"allocation {number} fails, or the call is answered")
+    countdown.number = 0
     next_call = raw.send("SectionList")
     replies = iter(raw.receive, None)
     kind = next(reply.kind for reply in replies if reply.reply_serial == next_call)
