@@ -16,7 +16,7 @@ PROGRAM, CONFIGURATION = "-rwxr-xr-x", "-rw-r--r--"
 DOCUMENTS = {*(f"man/{name}.gz" for name in ("man5/com.tavimesh.Registry.5", "man5/ledgerd-registry.5", "man8/ledgerd.8")),
              *(f"doc/ledgerd/{name}" for name in (
                  "NEWS.md", "README.Debian", "README.md", "changelog.gz", "copyright", "docs/integration.md",
-                 "docs/operation.md", "docs/performance.md", "docs/performance/calls.svg", "docs/reliability.md"))}
+                 "docs/operation.md", "docs/performance.md", "docs/performance/write.svg", "docs/reliability.md"))}
 
 
 def run(*command):
