@@ -9,7 +9,7 @@ namespace ledgerctl {
 /// `before_end` may call async-signal-safe functions only. Only the last caller's function is called.
 void CatchEndingSignals(void (*before_end)(int signal));
 
-/// While it lives all signals are blocked.
+/// Blocks all signals while it exists.
 class BlockedSignals {
 public:
   BlockedSignals();
@@ -17,7 +17,7 @@ public:
   BlockedSignals(const BlockedSignals&) = delete;
   BlockedSignals& operator=(const BlockedSignals&) = delete;
 
-  /// The mask from before, for a child.
+  /// Returns the previous mask, for a child.
   const sigset_t& Before() const { return m_before; }
 
 private:

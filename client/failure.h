@@ -34,8 +34,8 @@ private:
 /// Returns a Failure (Local) with the text "`context`: " and the description of `error_number`.
 Failure LocalFailure(const std::string& context, int error_number);
 
-/// Called from a catch block: the failure that the exception being handled stands for. The one place where exceptions
-/// become an exit status and a text.
+/// Call it in a catch block. Returns the Failure for the current exception. Only this function converts exceptions to
+/// an exit status and a text.
 Failure CurrentFailure();
 
 }  // namespace ledgerctl

@@ -33,8 +33,8 @@ protected:
     return files;
   }
 
-  test_support::TempDir folder;
-  const std::string temporary = folder / "a b";
+  test_support::TempDir directory;
+  const std::string temporary = directory / "a b";
 };
 
 TEST_F(EditVerb, MergesWhatTheUserChanged) {

@@ -24,10 +24,10 @@ using test_support::WriteTextFile;
 
 class Files : public testing::Test {
 protected:
-  /// What is in the folder besides `name`.
+  /// What is in the directory besides `name`.
   std::vector<std::string> Others(const std::string& name) const {
     std::vector<std::string> others;
-    for (const auto& entry : std::filesystem::directory_iterator(folder.Path())) {
+    for (const auto& entry : std::filesystem::directory_iterator(directory.Path())) {
       if (entry.path().filename() != name) {
         others.push_back(entry.path().filename());
       }
@@ -61,11 +61,11 @@ protected:
     ASSERT_EQ(::setxattr(path.c_str(), name, &list, sizeof list, 0), 0) << std::strerror(errno);
   }
 
-  test_support::TempDir folder;
+  test_support::TempDir directory;
 };
 
 TEST_F(Files, AreReplacedByANewFileOfTheSameMode) {
-  const std::string path = folder / "f";
+  const std::string path = directory / "f";
   for (const mode_t mode : {0600u, 0644u, 0666u, 0400u}) {
     SCOPED_TRACE(mode);
     WriteTextFile(path, "old");
@@ -82,30 +82,30 @@ TEST_F(Files, AreReplacedByANewFileOfTheSameMode) {
 
 // As an access control list lets more users, or fewer, read the file than its mode says.
 TEST_F(Files, WithAnAccessControlListBecomePrivate) {
-  WriteTextFile(folder / "f", "old");
-  SetAccessList(folder / "f", "system.posix_acl_access");
-  ASSERT_EQ(StatusOf(folder / "f").st_mode & 0777, 0664u);
-  ReplaceDocument(folder / "f", "new");
-  EXPECT_EQ(StatusOf(folder / "f").st_mode & 0777, 0600u);
+  WriteTextFile(directory / "f", "old");
+  SetAccessList(directory / "f", "system.posix_acl_access");
+  ASSERT_EQ(StatusOf(directory / "f").st_mode & 0777, 0664u);
+  ReplaceDocument(directory / "f", "new");
+  EXPECT_EQ(StatusOf(directory / "f").st_mode & 0777, 0600u);
 }
 
 TEST_F(Files, GetNoAccessControlListOfTheirDirectory) {
-  WriteTextFile(folder / "f", "old");
-  ::chmod((folder / "f").c_str(), 0640);
-  SetAccessList(folder.Path(), "system.posix_acl_default");
-  ReplaceDocument(folder / "f", "new");
-  EXPECT_EQ(StatusOf(folder / "f").st_mode & 0777, 0640u);
-  EXPECT_LT(::getxattr((folder / "f").c_str(), "system.posix_acl_access", nullptr, 0), 0);
+  WriteTextFile(directory / "f", "old");
+  ::chmod((directory / "f").c_str(), 0640);
+  SetAccessList(directory.Path(), "system.posix_acl_default");
+  ReplaceDocument(directory / "f", "new");
+  EXPECT_EQ(StatusOf(directory / "f").st_mode & 0777, 0640u);
+  EXPECT_LT(::getxattr((directory / "f").c_str(), "system.posix_acl_access", nullptr, 0), 0);
 }
 
 TEST_F(Files, ThatAreNewArePrivate) {
-  ReplaceDocument(folder / "f", "new");
-  EXPECT_EQ(StatusOf(folder / "f").st_mode & 07777, 0600u);
+  ReplaceDocument(directory / "f", "new");
+  EXPECT_EQ(StatusOf(directory / "f").st_mode & 07777, 0600u);
 }
 
 TEST_F(Files, AreMadeWhereThereAreNone) {
   EXPECT_EQ(test_support::RunInChild([this] {
-              std::filesystem::current_path(folder.Path());
+              std::filesystem::current_path(directory.Path());
               ReplaceDocument("f", "new");
               return ReadTextFile("f");
             }),
@@ -114,59 +114,59 @@ TEST_F(Files, AreMadeWhereThereAreNone) {
 
 // A process that had the same number was killed.
 TEST_F(Files, AreReplacedWhereAnOldTemporaryFileIsInTheWay) {
-  WriteTextFile(folder / ("f." + std::to_string(::getpid()) + "~"), "left");
-  ReplaceDocument(folder / "f", "new");
-  EXPECT_EQ(ReadTextFile(folder / "f"), "new");
+  WriteTextFile(directory / ("f." + std::to_string(::getpid()) + "~"), "left");
+  ReplaceDocument(directory / "f", "new");
+  EXPECT_EQ(ReadTextFile(directory / "f"), "new");
   EXPECT_EQ(Others("f"), std::vector<std::string>());
 }
 
 TEST_F(Files, AreReplacedWhereALinkLeads) {
-  WriteTextFile(folder / "f", "old");
-  ASSERT_EQ(::symlink("f", (folder / "link").c_str()), 0);
-  ReplaceDocument(folder / "link", "new");
-  EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
-  EXPECT_EQ(ReadTextFile(folder / "f"), "new");
+  WriteTextFile(directory / "f", "old");
+  ASSERT_EQ(::symlink("f", (directory / "link").c_str()), 0);
+  ReplaceDocument(directory / "link", "new");
+  EXPECT_TRUE(std::filesystem::is_symlink(directory / "link"));
+  EXPECT_EQ(ReadTextFile(directory / "f"), "new");
 }
 
 TEST_F(Files, AreNotMadeWhereALinkLeadsNowhere) {
-  ASSERT_EQ(::symlink("none", (folder / "link").c_str()), 0);
-  EXPECT_EQ(RefusalOf(folder / "link"), folder / "link" + ": No such file or directory");
+  ASSERT_EQ(::symlink("none", (directory / "link").c_str()), 0);
+  EXPECT_EQ(RefusalOf(directory / "link"), directory / "link" + ": No such file or directory");
   EXPECT_EQ(Others("link"), std::vector<std::string>());
 }
 
 // /dev/stdout is such a link. The path that the kernel prints for it is not the file's, and may be another file's.
 TEST_F(Files, WithoutANameAreNotReplaced) {
-  WriteTextFile(folder / "f", "old");
-  const bramble::FileDescriptor file = bramble::Open(folder / "f", O_RDWR);
-  std::filesystem::remove(folder / "f");
+  WriteTextFile(directory / "f", "old");
+  const bramble::FileDescriptor file = bramble::Open(directory / "f", O_RDWR);
+  std::filesystem::remove(directory / "f");
   const std::string link = "/proc/self/fd/" + std::to_string(file.Get());
   EXPECT_EQ(RefusalOf(link), link + ": No such file or directory");
-  WriteTextFile(folder / "f (deleted)", "another");
+  WriteTextFile(directory / "f (deleted)", "another");
   EXPECT_EQ(RefusalOf(link), link + ": another program has replaced it meanwhile");
-  EXPECT_EQ(ReadTextFile(folder / "f (deleted)"), "another");
+  EXPECT_EQ(ReadTextFile(directory / "f (deleted)"), "another");
   EXPECT_EQ(Others("f (deleted)"), std::vector<std::string>());
 }
 
 TEST_F(Files, ThatAreNoneAreWrittenTo) {
-  const std::string fifo = folder / "fifo";
+  const std::string fifo = directory / "fifo";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   const bramble::FileDescriptor reader = bramble::Open(fifo, O_RDONLY | O_NONBLOCK);
   ReplaceDocument(fifo, "new");
   char buffer[8];
   EXPECT_EQ(::read(reader.Get(), buffer, sizeof buffer), 3);
   EXPECT_TRUE(std::filesystem::is_fifo(fifo));
-  EXPECT_EQ(RefusalOf(folder.Path()), folder.Path() + ": Is a directory");
+  EXPECT_EQ(RefusalOf(directory.Path()), directory.Path() + ": Is a directory");
 }
 
 TEST_F(Files, StayAsTheyAreWhenTheNewOneCannotBeWritten) {
-  WriteTextFile(folder / "f", "old");
+  WriteTextFile(directory / "f", "old");
   const std::string refusal = test_support::RunInChild([this] {
     ::signal(SIGXFSZ, SIG_IGN);
     test_support::LimitResource(RLIMIT_FSIZE, 1);
-    return RefusalOf(folder / "f");
+    return RefusalOf(directory / "f");
   });
   EXPECT_NE(refusal.find(": File too large"), std::string::npos) << refusal;
-  EXPECT_EQ(ReadTextFile(folder / "f"), "old");
+  EXPECT_EQ(ReadTextFile(directory / "f"), "old");
   EXPECT_EQ(Others("f"), std::vector<std::string>());
 }
 
@@ -180,11 +180,11 @@ TEST_F(Files, AreReadFromStandardInput) {
 
 TEST_F(Files, ThatCannotBeReadAreNamed) {
   try {
-    ReadDocument(folder.Path());
+    ReadDocument(directory.Path());
     ADD_FAILURE() << "nothing thrown";
   } catch (const Failure& e) {
     EXPECT_EQ(e.Status(), ExitStatus::Local);
-    EXPECT_EQ(e.what(), folder.Path() + ": Is a directory");
+    EXPECT_EQ(e.what(), directory.Path() + ": Is a directory");
   }
 }
 

@@ -46,13 +46,13 @@ protected:
     return best;
   }
 
-  test_support::TempDir folder;
+  test_support::TempDir directory;
 };
 
 TEST_F(Growth, IsNotQuadratic) {
-  const std::string other = folder / "other.json";
+  const std::string other = directory / "other.json";
   ::setenv("EDITOR", "sed -i s/old/edited/", 1);
-  ::setenv("TMPDIR", folder.Path().c_str(), 1);
+  ::setenv("TMPDIR", directory.Path().c_str(), 1);
   struct Row {
     std::vector<std::string> arguments;
     int status;

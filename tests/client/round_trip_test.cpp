@@ -58,8 +58,8 @@ private:
 };
 
 TEST(RoundTrip, GivesTheSameFileByteForByte) {
-  const test_support::TempDir folder;
-  const std::string dump = folder / "dump.json";
+  const test_support::TempDir directory;
+  const std::string dump = directory / "dump.json";
   RandomRegistry random(kSeed);
   BackEnd back_end;
   RegistryBackEnd& daemon = *back_end.registry;

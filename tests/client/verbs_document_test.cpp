@@ -10,12 +10,12 @@ protected:
   DocumentVerbs() : ClientTest("[a]\nk=1\nl=2\n[b]\nk=3\n") {}
 
   std::string File(const std::string& json) {
-    const std::string path = folder / "document.json";
+    const std::string path = directory / "document.json";
     test_support::WriteTextFile(path, json);
     return path;
   }
 
-  test_support::TempDir folder;
+  test_support::TempDir directory;
 };
 
 TEST_F(DocumentVerbs, DumpPrintsOrSaves) {
@@ -24,8 +24,8 @@ TEST_F(DocumentVerbs, DumpPrintsOrSaves) {
   EXPECT_EQ(Run({"dump"}), Prints(json));
   EXPECT_EQ(Run({"dump", "-"}), Prints(json));
   EXPECT_EQ(registry.TakeCalls(), (Calls{"ReadAllJson", "ReadAllJson"}));
-  EXPECT_EQ(Run({"dump", folder / "saved"}), Prints(""));
-  EXPECT_EQ(test_support::ReadTextFile(folder / "saved"), json);
+  EXPECT_EQ(Run({"dump", directory / "saved"}), Prints(""));
+  EXPECT_EQ(test_support::ReadTextFile(directory / "saved"), json);
 }
 
 TEST_F(DocumentVerbs, WarnOfNamesThatLoadWouldFold) {
@@ -189,11 +189,11 @@ TEST_F(DocumentVerbs, DiffAnswersByItsStatus) {
 }
 
 TEST_F(DocumentVerbs, NameTheFileThatIsMissing) {
-  const std::string path = folder / "none";
+  const std::string path = directory / "none";
   const Outcome outcome = {10, "", "ledgerctl: " + path + ": No such file or directory\n"};
   EXPECT_EQ(Run({"load", path}), outcome);
   EXPECT_EQ(Run({"diff", path}), outcome);
-  const std::string beyond = folder / "none/file";
+  const std::string beyond = directory / "none/file";
   EXPECT_EQ(Run({"dump", beyond}), (Outcome{10, "", "ledgerctl: " + beyond + ": No such file or directory\n"}));
 }
 

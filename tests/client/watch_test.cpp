@@ -58,7 +58,7 @@ protected:
   }
 
   std::string interval = "0.001";
-  test_support::TempDir folder;
+  test_support::TempDir directory;
 };
 
 TEST_F(WatchVerb, PrintsOldAndNewValues) {
@@ -111,7 +111,7 @@ TEST_F(WatchVerb, EndsWhenAccessIsDeniedUnlessItWaits) {
 }
 
 TEST_F(WatchVerb, GivesACommandAllChangesOfOneRead) {
-  const std::string log = folder / "log";
+  const std::string log = directory / "log";
   const std::string command = "{ echo run; cat; echo end; } >>" + log;
   EXPECT_EQ(Watch({"--exec", command}, {"{}", R"({"a":{"k":"x","l":null}})", kAddEmptyB}), Ends(""));
   EXPECT_EQ(test_support::ReadTextFile(log), "run\n- [a] k=1\n+ [a] k=x\n- [a] l=2\nend\nrun\n+ [b]\nend\n");
