@@ -19,7 +19,7 @@ import goals
 import machine
 import report
 import start_up
-import world
+import bus_world
 
 
 class Extent:
@@ -83,7 +83,7 @@ def parse_arguments(arguments):
 
 def inside(state, options):
     """Measures inside the namespaces and returns the exit status."""
-    place = world.World(state)
+    place = bus_world.World(state)
     extent = Extent(options.quick)
     figures = None
     if is_ready(options):
@@ -102,10 +102,10 @@ def inside(state, options):
 
 
 def main():
-    if sys.argv[1:2] == [world.INSIDE]:
+    if sys.argv[1:2] == [bus_world.INSIDE]:
         return inside(sys.argv[2], parse_arguments(sys.argv[3:]))
     parse_arguments(sys.argv[1:])
-    return world.enter(__file__, *sys.argv[1:])
+    return bus_world.enter(__file__, *sys.argv[1:])
 
 
 if __name__ == "__main__":

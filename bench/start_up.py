@@ -6,7 +6,7 @@ import subprocess
 import time
 
 import calls
-import world
+import bus_world
 
 PID_FILE = pathlib.Path("/run/ledgd.pid")
 
@@ -18,7 +18,7 @@ def start_minimal(build):
                           bufsize=0) as process:
         assert process.stdout.read(1), "the minimal program has ended"
         elapsed = time.monotonic() - begin
-        memory = world.private_memory(process.pid)
+        memory = bus_world.private_memory(process.pid)
         process.terminate()
     return elapsed, memory
 
@@ -28,14 +28,14 @@ def start_daemon(build):
     begin = time.monotonic()
     subprocess.run([build / "daemon/ledgerd"], check=True, stderr=subprocess.DEVNULL)
     elapsed = time.monotonic() - begin
-    memory = world.private_memory(int(PID_FILE.read_text(encoding="ascii")))
+    memory = bus_world.private_memory(int(PID_FILE.read_text(encoding="ascii")))
     subprocess.run([build / "daemon/ledgerd", "-k"], check=True)
     return elapsed, memory
 
 
 def run_round(build, starts):
     """Returns {"start PROGRAM": median milliseconds, "memory PROGRAM": KiB}."""
-    (world.STORE / "registry").write_text(calls.registry_text(calls.FULL), encoding="ascii")
+    (bus_world.STORE / "registry").write_text(calls.registry_text(calls.FULL), encoding="ascii")
     results = {"minimal": [], "ledgerd": []}
     for _ in range(starts):
         results["minimal"].append(start_minimal(build))

@@ -7,7 +7,7 @@
 #include "dbus/registry_server.h"
 #include "fuzz/support/bus_model.h"
 #include "fuzz/support/require.h"
-#include "tests/support/stores.h"
+#include "tests/unit/support/stores.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const fuzz::Message read(

@@ -10,7 +10,7 @@
 #include "fuzz/support/bus_input.h"
 #include "fuzz/support/bus_model.h"
 #include "fuzz/support/require.h"
-#include "tests/support/stores.h"
+#include "tests/unit/support/stores.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::PeerBus& bus = fuzz::PeerBus::Instance();

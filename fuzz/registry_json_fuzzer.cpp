@@ -10,7 +10,7 @@
 #include "fuzz/support/registry_operations.h"
 #include "fuzz/support/require.h"
 #include "registry/registry_back_end.h"
-#include "tests/support/stores.h"
+#include "tests/unit/support/stores.h"
 
 namespace {
 

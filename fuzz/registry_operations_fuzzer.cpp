@@ -11,7 +11,7 @@
 #include "fuzz/support/registry_operations.h"
 #include "fuzz/support/require.h"
 #include "registry/registry_back_end.h"
-#include "tests/support/stores.h"
+#include "tests/unit/support/stores.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);

@@ -1,5 +1,5 @@
 // The set-up of a fuzzer. It runs once, before the first input.
-#include "tests/support/private_mounts.h"
+#include "tests/unit/support/private_mounts.h"
 
 // The fuzzing engine calls it, and so does replay.cpp.
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);

@@ -1,9 +1,6 @@
-"""The instruments of bench are imported from where they are."""
+"""The options of these tests."""
 
 import pathlib
-import sys
-
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "bench"))
 
 
 def pytest_addoption(parser):
