@@ -16,7 +16,7 @@ namespace {
 constexpr char kPassingKeySet[] = "LEDGERCTL EMPTY SECTION";
 constexpr char kPassingKeyDeleted[] = "ledgerctl empty section";
 
-KeyMerge ReadSection(const JsonDocument& document, const JsonMember& section, const std::string& source) {
+KeyMerge ReadKeys(const JsonDocument& document, const JsonMember& section, const std::string& source) {
   KeyMerge keys;
   for (const JsonMember& key : document.KeysOf(section)) {
     const std::string name(document.NameOf(key));
@@ -101,7 +101,7 @@ Merge ParseMerge(const std::string& json, const std::string& source) {
       }
       SectionMerge& keys = merge[name];
       if (section.kind == JsonDocument::Kind::Accepted) {
-        keys = ReadSection(document, section, source);
+        keys = ReadKeys(document, section, source);
       }
     }
     return merge;

@@ -21,9 +21,6 @@
 namespace bramble {
 namespace {
 
-constexpr long kMicrosecondsPerSecond = 1000000;
-constexpr long kNanosecondsPerSecond = 1000000000;
-
 // The signals of the handshake: the child is ready, or it has ended.
 sigset_t HandshakeSignals() {
   sigset_t signals;
@@ -44,21 +41,8 @@ void ChangeSignalMask(int how) {
 }
 
 timespec ToTimespec(const boost::posix_time::time_duration& duration) {
-  const auto microseconds = duration.total_microseconds();
-  timespec time;
-  time.tv_sec = static_cast<time_t>(microseconds / kMicrosecondsPerSecond);
-  time.tv_nsec = static_cast<long>(microseconds % kMicrosecondsPerSecond * 1000);
-  return time;
-}
-
-// `now` is before `deadline`.
-timespec TimeLeft(const timespec& deadline, const timespec& now) {
-  timespec left{deadline.tv_sec - now.tv_sec, deadline.tv_nsec - now.tv_nsec};
-  if (left.tv_nsec < 0) {
-    left.tv_nsec += kNanosecondsPerSecond;
-    --left.tv_sec;
-  }
-  return left;
+  return {static_cast<time_t>(duration.total_seconds()),
+          static_cast<long>(duration.total_microseconds() % 1000000 * 1000)};
 }
 
 // An ignored SIGCHLD and pending signals are inherited across exec. The kernel does not report the end of a child while
@@ -94,7 +78,7 @@ int AwaitReport(pid_t child, const boost::posix_time::time_duration& timeout) {
       errno = EAGAIN;
       return -1;
     }
-    limit = TimeLeft(deadline, now);
+    limit = TimeBetween(now, deadline);
   }
 }
 

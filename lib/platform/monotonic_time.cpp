@@ -34,6 +34,15 @@ timespec AddMicroseconds(timespec time, std::uint64_t microseconds) {
   return time;
 }
 
+timespec TimeBetween(const timespec& begin, const timespec& end) {
+  timespec between{end.tv_sec - begin.tv_sec, end.tv_nsec - begin.tv_nsec};
+  if (between.tv_nsec < 0) {
+    between.tv_nsec += kNanosecondsPerSecond;
+    --between.tv_sec;
+  }
+  return between;
+}
+
 bool IsBefore(const timespec& left, const timespec& right) {
   return left.tv_sec != right.tv_sec ? left.tv_sec < right.tv_sec : left.tv_nsec < right.tv_nsec;
 }

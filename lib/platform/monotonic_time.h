@@ -13,6 +13,9 @@ timespec get_monotonic_time();
 /// for a timespec becomes the latest time that a timespec can represent.
 timespec AddMicroseconds(timespec time, std::uint64_t microseconds);
 
+/// Returns the time from `begin` to `end`, which must not be earlier.
+timespec TimeBetween(const timespec& begin, const timespec& end);
+
 /// Returns whether `left` is strictly earlier than `right`.
 bool IsBefore(const timespec& left, const timespec& right);
 
