@@ -96,8 +96,9 @@ class Services:
             self.add(f"{version}ReadAllJson", service, *object_and_interface, "ReadAllJson")
 
     def start_echo(self, build):
-        service = self.start(self.place.start, ECHO, build / "bench/ledgerd_echo_service", ECHO,
-                             str(len(registry_json(FULL))))
+        program = build / "tests/model/ledgerd_echo_service"
+        length = str(len(registry_json(FULL)))
+        service = self.start(self.place.start, ECHO, program, self.place.address, ECHO, length)
         arguments = changed_entries(FULL)[0]
         for what, values in (("Read", arguments[:2]), ("Write", arguments), ("a long text", ())):
             self.add(f"echo of {what}", service, "/com/example/Echo", ECHO, "Echo", "s" * len(values), *values)

@@ -1,11 +1,10 @@
 // Fuzzer of the parser of "/proc/boardid". The model: the last value of each key wins.
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <map>
 #include <string>
 
-#include "fuzz/support/require.h"
+#include "fuzz/support/fuzzer.h"
 #include "lib/hardware/board_identity.h"
 
 namespace {
@@ -55,25 +54,24 @@ long PlainNumber(const std::string& value) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+void fuzz::Run(Input input) {
+  const std::string text = input.TakeRest();
   const BoardIdentity board = ParseBoardIdentity(text);
   std::map<std::string, std::string> values = Values(text);
 
-  fuzz::RequireEqual(board.family, values["Family:"], "the family");
-  fuzz::RequireEqual(board.secure_id, values["Secure-ID:"], "the secure id");
-  fuzz::RequireEqual(board.bootloader_version, values["CFE-version:"], "the bootloader version");
+  RequireEqual(board.family, values["Family:"], "the family");
+  RequireEqual(board.secure_id, values["Secure-ID:"], "the secure id");
+  RequireEqual(board.bootloader_version, values["CFE-version:"], "the bootloader version");
   const std::string revision = values["Revision:"];
-  fuzz::Require(board.revision == (revision.empty() ? -1 : static_cast<unsigned char>(revision[0]) - 64),
-                "the revision is the number of its letter");
+  Require(board.revision == (revision.empty() ? -1 : static_cast<unsigned char>(revision[0]) - 64),
+          "the revision is the number of its letter");
   if (const std::string id = values["ID:"]; id.empty() || PlainNumber(id) >= 0) {
-    fuzz::Require(board.board_id == PlainNumber(id), "the board id is the number");
+    Require(board.board_id == PlainNumber(id), "the board id is the number");
   }
   if (const long keys = PlainNumber(values["Secure-keys:"]); keys >= 0 || values["Secure-keys:"].empty()) {
-    fuzz::Require(board.secure_keys == (keys > 0), "secure keys are on for every number except 0");
+    Require(board.secure_keys == (keys > 0), "secure keys are on for every number except 0");
   }
   if (const long boot = PlainNumber(values["Secure-boot:"]); boot >= 0 || values["Secure-boot:"].empty()) {
-    fuzz::Require(board.secure_boot == (boot > 0), "secure boot is on for every number except 0");
+    Require(board.secure_boot == (boot > 0), "secure boot is on for every number except 0");
   }
-  return 0;
 }

@@ -3,13 +3,14 @@
 // AddressSanitizer notices.
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
-#include "fuzz/support/diagnostics.h"
-#include "fuzz/support/require.h"
+#include "fuzz/support/fuzzer.h"
 #include "lib/hardware/cfe_environment.h"
 
 namespace {
@@ -51,23 +52,27 @@ Outcome Model(const std::string& block) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::unique_ptr<unsigned char[]> block(new unsigned char[size]);
-  std::copy(data, data + size, block.get());
+void fuzz::Run(Input input) {
+  const std::string bytes = input.TakeRest();
+  const std::unique_ptr<unsigned char[]> block(new unsigned char[bytes.size()]);
+  std::copy(bytes.begin(), bytes.end(), block.get());
 
+  // Without a system call, a fuzzer runs thousands of inputs per second. The sanitizers write to descriptor 2.
   Outcome outcome;
-  {
-    fuzz::Diagnostics diagnostics;
-    try {
-      outcome.environment = ParseCfeEnvironment(block.get(), size);
-    } catch (const std::runtime_error& e) {
-      outcome.error = e.what();
-    }
-    outcome.diagnostics = diagnostics.Text();
+  char* diagnostics = nullptr;
+  std::size_t length = 0;
+  std::FILE* const standard_error = std::exchange(stderr, ::open_memstream(&diagnostics, &length));
+  try {
+    outcome.environment = ParseCfeEnvironment(block.get(), bytes.size());
+  } catch (const std::runtime_error& e) {
+    outcome.error = e.what();
   }
-  const Outcome expected = Model(std::string(data, data + size));
-  fuzz::RequireEqual(outcome.error, expected.error, "the parser's error");
-  fuzz::Require(outcome.environment == expected.environment, "the environment is that of the model");
-  fuzz::RequireEqual(outcome.diagnostics, expected.diagnostics, "standard error");
-  return 0;
+  std::fclose(std::exchange(stderr, standard_error));
+  outcome.diagnostics.assign(diagnostics, length);
+  std::free(diagnostics);
+
+  const Outcome expected = Model(bytes);
+  RequireEqual(outcome.error, expected.error, "the parser's error");
+  Require(outcome.environment == expected.environment, "the environment is that of the model");
+  RequireEqual(outcome.diagnostics, expected.diagnostics, "standard error");
 }

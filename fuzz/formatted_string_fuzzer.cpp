@@ -2,11 +2,9 @@
 // text.
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <string>
 
-#include "fuzz/support/input.h"
-#include "fuzz/support/require.h"
+#include "fuzz/support/fuzzer.h"
 #include "lib/platform/string_operations.h"
 
 namespace {
@@ -23,17 +21,15 @@ std::string Capped(const std::string& whole) { return whole.size() <= 4000 ? who
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::Input input(data, size);
+void fuzz::Run(Input input) {
   const std::size_t width = input.TakeNumber(kGreatest);
   const std::size_t precision = input.TakeNumber(kGreatest);
   const std::string text = input.TakeRest();
 
   const std::string whole = Whole(width, precision, text);
-  fuzz::RequireEqual(bramble::strprintf("%*.*s", static_cast<int>(width), static_cast<int>(precision), text.c_str()),
-                     Capped(whole), "the formatted text");
-  fuzz::RequireEqual(bramble::strprintf("<%s> %zu%%", text.c_str(), width),
-                     Capped("<" + std::string(text.c_str()) + "> " + std::to_string(width) + "%"),
-                     "the formatted text with several conversions");
-  return 0;
+  RequireEqual(bramble::strprintf("%*.*s", static_cast<int>(width), static_cast<int>(precision), text.c_str()),
+               Capped(whole), "the formatted text");
+  RequireEqual(bramble::strprintf("<%s> %zu%%", text.c_str(), width),
+               Capped("<" + std::string(text.c_str()) + "> " + std::to_string(width) + "%"),
+               "the formatted text with several conversions");
 }

@@ -4,8 +4,6 @@
 #include <cstring>
 #include <string>
 
-#include "fuzz/support/require.h"
-
 namespace fuzz {
 namespace {
 
@@ -15,58 +13,53 @@ constexpr std::size_t kLongestString = 100000;
 
 bool Has(const std::string& letters, char letter) { return letters.find(letter) != std::string::npos; }
 
-// Reads values of the given types from the input and appends them to a message.
+// Reads values from the input and appends them to a message.
 class Writer {
 public:
   Writer(Input& input, bool long_strings) : m_input(input), m_long_strings(long_strings) {}
 
-  void Append(DBusMessageIter* out, const char* signature, int depth) {
-    DBusSignatureIter types;
-    dbus_signature_iter_init(&types, signature);
-    if (*signature != '\0') {
-      do {
-        AppendOne(out, &types, depth);
-      } while (dbus_signature_iter_next(&types));
-    }
+  void AppendAll(DBusMessageIter* out, DBusSignatureIter types, int depth) {
+    do {
+      AppendOne(out, types, depth);
+    } while (dbus_signature_iter_next(&types));
   }
 
 private:
-  void AppendOne(DBusMessageIter* out, DBusSignatureIter* types, int depth) {
-    const int type = dbus_signature_iter_get_current_type(types);
-    if (type == DBUS_TYPE_VARIANT) {
-      AppendVariant(out, depth);
-    } else if (!dbus_type_is_container(type)) {
+  void AppendOne(DBusMessageIter* out, DBusSignatureIter types, int depth) {
+    const int type = dbus_signature_iter_get_current_type(&types);
+    if (!dbus_type_is_container(type)) {
       AppendBasic(out, type);
-    } else {
-      DBusSignatureIter content_types;
-      dbus_signature_iter_recurse(types, &content_types);
-      char* const signature = dbus_signature_iter_get_signature(&content_types);
-      DBusMessageIter contents;
-      dbus_message_iter_open_container(out, type, type == DBUS_TYPE_ARRAY ? signature : nullptr, &contents);
-      dbus_free(signature);
-      if (type == DBUS_TYPE_ARRAY) {
-        for (std::size_t count = m_input.TakeNumber(kLongestArray); count > 0; --count) {
-          AppendOne(&contents, &content_types, depth + 1);
-        }
-      } else {
-        do {
-          AppendOne(&contents, &content_types, depth + 1);
-        } while (dbus_signature_iter_next(&content_types));
-      }
-      dbus_message_iter_close_container(out, &contents);
+      return;
     }
+    DBusSignatureIter content_types;
+    std::string signature;
+    if (type == DBUS_TYPE_VARIANT) {
+      signature = TakeSignature(depth);
+      dbus_signature_iter_init(&content_types, signature.c_str());
+    } else {
+      dbus_signature_iter_recurse(&types, &content_types);
+      char* const first_type = dbus_signature_iter_get_signature(&content_types);
+      signature = first_type;
+      dbus_free(first_type);
+    }
+    const bool needs_signature = type == DBUS_TYPE_VARIANT || type == DBUS_TYPE_ARRAY;
+    DBusMessageIter contents;
+    dbus_message_iter_open_container(out, type, needs_signature ? signature.c_str() : nullptr, &contents);
+    if (type == DBUS_TYPE_ARRAY) {
+      for (std::size_t count = m_input.TakeNumber(kLongestArray); count > 0; --count) {
+        AppendOne(&contents, content_types, depth + 1);
+      }
+    } else {
+      AppendAll(&contents, content_types, depth + 1);
+    }
+    dbus_message_iter_close_container(out, &contents);
   }
 
-  void AppendVariant(DBusMessageIter* out, int depth) {
-    std::string signature = m_input.TakeField();
-    if (depth >= kDeepestNesting || Has(signature, DBUS_TYPE_UNIX_FD) ||
-        !dbus_signature_validate_single(signature.c_str(), nullptr)) {
-      signature = "s";
-    }
-    DBusMessageIter contents;
-    dbus_message_iter_open_container(out, DBUS_TYPE_VARIANT, signature.c_str(), &contents);
-    Append(&contents, signature.c_str(), depth + 1);
-    dbus_message_iter_close_container(out, &contents);
+  std::string TakeSignature(int depth) {
+    const std::string signature = m_input.TakeField();
+    const bool is_good = depth < kDeepestNesting && !Has(signature, DBUS_TYPE_UNIX_FD) &&
+                         dbus_signature_validate_single(signature.c_str(), nullptr);
+    return is_good ? signature : DBUS_TYPE_STRING_AS_STRING;
   }
 
   void AppendBasic(DBusMessageIter* out, int type) {
@@ -77,9 +70,7 @@ private:
       for (int doublings = m_long_strings ? 7 : 0; doublings > 0 && text.size() < kLongestString; --doublings) {
         text += text;
       }
-      if (!dbus_validate_utf8(text.c_str(), nullptr)) {
-        text.clear();
-      }
+      text = dbus_validate_utf8(text.c_str(), nullptr) ? text : "";
     } else if (type == DBUS_TYPE_OBJECT_PATH) {
       text = dbus_validate_path(text.c_str(), nullptr) ? text : "/";
     } else if (type == DBUS_TYPE_SIGNATURE) {
@@ -92,8 +83,8 @@ private:
       dbus_message_iter_append_basic(out, type, &value);
       return;
     }
-    value.str = text.data();
-    dbus_message_iter_append_basic(out, type, &value.str);
+    const char* const string = text.c_str();
+    dbus_message_iter_append_basic(out, type, &string);
   }
 
   Input& m_input;
@@ -143,9 +134,13 @@ Message TakeMessage(Input& input) {
     return nullptr;
   }
   Message message = NewMessage(member, letters);
-  DBusMessageIter out;
-  dbus_message_iter_init_append(message.get(), &out);
-  Writer(input, Has(letters, 'b')).Append(&out, signature.c_str(), 0);
+  if (!signature.empty()) {
+    DBusMessageIter out;
+    dbus_message_iter_init_append(message.get(), &out);
+    DBusSignatureIter types;
+    dbus_signature_iter_init(&types, signature.c_str());
+    Writer(input, Has(letters, 'b')).AppendAll(&out, types, 0);
+  }
   return message;
 }
 

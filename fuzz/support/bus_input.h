@@ -1,7 +1,7 @@
 // D-Bus messages made from the fields of a fuzzer's input.
 #pragma once
 
-#include "fuzz/support/input.h"
+#include "fuzz/support/fuzzer.h"
 #include "fuzz/support/peer_bus.h"
 
 namespace fuzz {

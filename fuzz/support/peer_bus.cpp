@@ -2,60 +2,39 @@
 
 #include <poll.h>
 
-#include <string>
 #include <utility>
 
-#include "fuzz/support/require.h"
+#include "fuzz/support/fuzzer.h"
 
 namespace fuzz {
 namespace {
 
-// A private address on which the calling end accepts one connection.
-class Listener {
-public:
-  Listener() : m_server(dbus_server_listen("unix:tmpdir=/tmp", nullptr)) {
-    Require(m_server != nullptr, "a private address accepts connections");
-    dbus_server_set_new_connection_function(m_server, KeepConnection, &m_accepted, nullptr);
-    dbus_server_set_watch_functions(m_server, KeepWatch, ForgetWatch, nullptr, &m_watch, nullptr);
-  }
-
-  ~Listener() {
-    dbus_server_disconnect(m_server);
-    dbus_server_unref(m_server);
-  }
-
-  Listener(const Listener&) = delete;
-  Listener& operator=(const Listener&) = delete;
-
-  std::string Address() const {
-    char* const address = dbus_server_get_address(m_server);
-    std::string copy = address;
-    dbus_free(address);
-    return copy;
-  }
-
-  DBusConnection* Accept() {
-    dbus_watch_handle(m_watch, DBUS_WATCH_READABLE);
-    Require(m_accepted != nullptr, "the served end has connected");
-    return m_accepted;
-  }
-
-private:
-  static void KeepConnection(DBusServer*, DBusConnection* connection, void* accepted) {
-    *static_cast<DBusConnection**>(accepted) = dbus_connection_ref(connection);
-  }
-  static dbus_bool_t KeepWatch(DBusWatch* watch, void* kept) {
-    *static_cast<DBusWatch**>(kept) = watch;
+// Connects the served end to a private address. Returns the other end.
+DBusConnection* Connect(std::unique_ptr<DBus::Connection>& served_end) {
+  DBusServer* const server = dbus_server_listen("unix:tmpdir=/tmp", nullptr);
+  Require(server != nullptr, "a private address accepts connections");
+  DBusConnection* accepted = nullptr;
+  const auto keep_connection = [](DBusServer*, DBusConnection* connection, void* kept) {
+    *static_cast<DBusConnection**>(kept) = dbus_connection_ref(connection);
+  };
+  dbus_server_set_new_connection_function(server, keep_connection, &accepted, nullptr);
+  DBusWatch* watch = nullptr;
+  const auto keep_watch = [](DBusWatch* added, void* kept) -> dbus_bool_t {
+    *static_cast<DBusWatch**>(kept) = added;
     return TRUE;
-  }
-  static void ForgetWatch(DBusWatch*, void*) {}
+  };
+  dbus_server_set_watch_functions(
+      server, keep_watch, [](DBusWatch*, void*) {}, nullptr, &watch, nullptr);
 
-  DBusServer* const m_server;
-  DBusWatch* m_watch = nullptr;
-  DBusConnection* m_accepted = nullptr;
-};
-
-Message NewPing() { return Message(dbus_message_new_method_call(nullptr, "/", DBUS_INTERFACE_PEER, "Ping")); }
+  char* const address = dbus_server_get_address(server);
+  served_end = std::make_unique<DBus::Connection>(address);
+  dbus_free(address);
+  dbus_watch_handle(watch, DBUS_WATCH_READABLE);
+  Require(accepted != nullptr, "the served end has connected");
+  dbus_server_disconnect(server);
+  dbus_server_unref(server);
+  return accepted;
+}
 
 }  // namespace
 
@@ -66,9 +45,7 @@ PeerBus& PeerBus::Instance() {
 
 PeerBus::PeerBus() {
   DBus::default_dispatcher = &m_dispatcher;
-  Listener listener;
-  m_served_end = std::make_unique<DBus::Connection>(listener.Address().c_str());
-  m_calling_end = listener.Accept();
+  m_calling_end = Connect(m_served_end);
   dbus_connection_set_exit_on_disconnect(m_calling_end, FALSE);
   for (;;) {
     // One call reads a line of the authentication. Only the next call writes the answer.
@@ -82,9 +59,10 @@ PeerBus::PeerBus() {
 }
 
 std::vector<Message> PeerBus::Exchange(DBusMessage& message) {
+  const Message ping_call(dbus_message_new_method_call(nullptr, "/", DBUS_INTERFACE_PEER, "Ping"));
   dbus_uint32_t ping = 0;
   dbus_connection_send(m_calling_end, &message, nullptr);
-  dbus_connection_send(m_calling_end, NewPing().get(), &ping);
+  dbus_connection_send(m_calling_end, ping_call.get(), &ping);
   std::vector<Message> received;
   while (!Receive(ping, received)) {
     m_dispatcher.dispatch_pending();

@@ -3,19 +3,14 @@
 #pragma once
 
 #include <dbus-c++/dbus.h>
-#include <dbus/dbus.h>
 
 #include <memory>
 #include <vector>
 
 #include "daemon/dispatcher.h"
+#include "tests/model/bus_message.h"
 
 namespace fuzz {
-
-struct MessageUnref {
-  void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Message = std::unique_ptr<DBusMessage, MessageUnref>;
 
 class PeerBus {
 public:

@@ -1,4 +1,4 @@
-"""The benchmark works, judges its goals rightly and writes no page on a busy machine."""
+"""The benchmark judges its goals, compares the counts of instructions, and writes no page on a busy machine."""
 
 import pathlib
 import re
@@ -10,17 +10,17 @@ import pytest
 
 import calls
 import goals
+import instruction_counts
 import machine
 import report
 import run
 
-BENCH = pathlib.Path(__file__).resolve().parents[2] / "bench"
+BENCH = pathlib.Path(calls.__file__).parent
 KINDS = [*(f"{version}{kind}" for version in ("", "before ")
            for kind in (*(f"Write {fill}" for fill in calls.FILLS), "Read", "ReadAllJson")),
          "echo of Read", "echo of Write", "echo of a long text", "xfconfd SetProperty"]
 FIGURES = [*(f"{kind} {field}" for kind in KINDS for field in report.FIELDS),
            "start minimal", "start ledgerd", "memory minimal", "memory ledgerd"]
-GOAL = goals.Goal("the goal", 2.0, "cost", "base")
 
 
 @pytest.mark.parametrize("cost, base, verdict", [
@@ -38,7 +38,7 @@ GOAL = goals.Goal("the goal", 2.0, "cost", "base")
     ([], [], goals.NOT_MEASURED),
 ])
 def test_a_goal_is_judged_by_the_median_and_the_spread_of_its_ratios(monkeypatch, capsys, cost, base, verdict):
-    monkeypatch.setattr(goals, "GOALS", (GOAL,))
+    monkeypatch.setattr(goals, "GOALS", (goals.Goal("the goal", 2.0, "cost", "base"),))
     outcomes = goals.outcomes({"cost": cost, "base": base})
     assert [outcome.verdict for outcome in outcomes] == [verdict]
     assert run.exit_status(outcomes) == (verdict == goals.MISSED)
@@ -46,14 +46,14 @@ def test_a_goal_is_judged_by_the_median_and_the_spread_of_its_ratios(monkeypatch
 
 
 @pytest.mark.parametrize("size, verdict", [(2.0, goals.MET), (2.1, goals.MISSED)])
-def test_a_goal_without_a_baseline_limits_the_figure_itself(monkeypatch, size, verdict):
+def test_a_goal_without_a_baseline_limits_the_figure(monkeypatch, size, verdict):
     monkeypatch.setattr(goals, "GOALS", (goals.Goal("the size", 2.0, "size"),))
     assert goals.outcomes({"size": [size]})[0].verdict == verdict
 
 
 def test_busy_time_includes_stolen_time_but_not_waiting(tmp_path):
     stat = tmp_path / "stat"
-    #                 user nice system idle iowait irq softirq steal guest guest_nice
+    # user nice system idle iowait irq softirq steal guest guest_nice
     stat.write_text("cpu  1 2 4 1000 2000 8 16 32 64 128\ncpu0 1 1 1 1 1 1 1 1 1 1\n")
     assert machine.processor_ticks(stat) == (63, 3063)
 
@@ -107,8 +107,12 @@ def test_the_page_shows_the_figures_and_its_picture_both_versions(tmp_path):
     assert len(picture.getElementsByTagName("circle")) == 2 * len(calls.FILLS)
 
 
-def test_a_quick_run_measures_every_figure_and_fails_for_the_goals_that_it_names(request):
-    build = request.config.getoption("--build")
+@pytest.fixture(name="build")
+def build_directory(request):
+    return request.config.getoption("--build")
+
+
+def test_a_quick_run_measures_every_figure_and_fails_for_the_goals_that_it_names(build):
     result = subprocess.run([BENCH / "run.py", build, "--before", build / "daemon/ledgerd", "--quick"],
                             stdout=subprocess.PIPE, text=True, check=False, timeout=100)
     measured = re.findall(r"^(.*?) +[\d.]+ \([\d.]+ … [\d.]+\) +(?:us|ms|KiB) +n=2\b", result.stdout, re.M)
@@ -119,3 +123,28 @@ def test_a_quick_run_measures_every_figure_and_fails_for_the_goals_that_it_names
     missed = [name for name, verdict in verdicts.items() if verdict == goals.MISSED]
     assert re.findall(r"^The goal is missed: (.*)$", result.stdout, re.M) == missed
     assert result.returncode == (1 if missed else 0)
+
+
+@pytest.mark.parametrize("counted, printed", [
+    ({"Read": 1000}, "ok "),
+    ({"Read": 1100}, "ok "),
+    ({"Read": 10}, "ok "),
+    ({"Read": 1101}, "FAILED Read "),
+    ({"Read": 1000, "Flush": 1}, "FAILED: counted Read Flush, recorded Read"),
+    ({}, "FAILED: counted , recorded Read"),
+])
+def test_a_rise_of_over_a_tenth_and_an_operation_without_a_record_fail(monkeypatch, capsys, counted, printed):
+    monkeypatch.setattr(instruction_counts, "functions", lambda *_: [])
+    counts = {name: (total, None) for name, total in counted.items()}
+    assert instruction_counts.compare({"Read": 1000}, counts, "program") == printed.startswith("ok")
+    assert capsys.readouterr().out.startswith(printed)
+
+
+def test_a_slower_operation_fails_and_its_expensive_functions_are_printed(build, tmp_path, monkeypatch, capsys):
+    program = str(build / "bench/ledgerd_count_instructions")
+    slower = instruction_counts.count(program, tmp_path, "--copy-more")
+    assert not instruction_counts.compare(instruction_counts.read_record(), slower, program)
+    assert re.search(r"FAILED Read .*\n(?: .*\n)*.*CopyOnceMore", capsys.readouterr().out)
+    monkeypatch.setattr(instruction_counts, "BASELINE", tmp_path / "record")
+    instruction_counts.write_record(slower)
+    assert instruction_counts.read_record() == {operation: total for operation, (total, _) in slower.items()}

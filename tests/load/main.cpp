@@ -17,12 +17,11 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
-#include "tests/load/checked_connection.h"
-#include "tests/load/generator.h"
-#include "tests/load/model.h"
+#include "tests/load/client.h"
 
 namespace {
 
@@ -33,121 +32,100 @@ constexpr int kPatienceMilliseconds = 60000;
 // The part of the registry's capacity that the clients leave free, for the calls that fill the registry.
 constexpr std::size_t kReserve = 1000;
 
-struct Client {
-  Client(const std::string& address, Model& model, unsigned number, std::size_t budget, std::uint64_t seed)
-      : connection(address), generator(model, number, budget, seed) {}
-
-  CheckedConnection connection;
-  Generator generator;
-};
-
 class Load {
 public:
   Load(const std::string& address, std::string file, std::size_t clients, std::uint64_t seed)
       : m_file(std::move(file)) {
     for (unsigned number = 0; number < clients; ++number) {
-      m_clients.push_back(
-          std::make_unique<Client>(address, m_model, number, (Model::kCapacity - kReserve) / clients, seed));
+      m_clients.push_back(std::make_unique<Client>(address, number, (model::kCapacity - kReserve) / clients, seed));
     }
   }
 
   std::size_t Calls() const { return m_calls; }
-  std::size_t Errors() const { return m_errors; }
+
+  std::size_t Errors() const {
+    return std::accumulate(m_clients.begin(), m_clients.end(), std::size_t{0},
+                           [](std::size_t sum, const auto& client) { return sum + client->Errors(); });
+  }
 
   /// Makes calls from all clients at the same time until `calls` more calls are answered.
   void Together(std::size_t calls) {
+    m_calls += calls;
     std::size_t to_send = calls;
-    std::size_t to_answer = calls;
-    while (to_answer > 0) {
+    for (std::size_t answered = 0; answered < calls; answered += AwaitReplies()) {
       for (const auto& client : m_clients) {
-        while (to_send > 0 && client->connection.Pending() < kPipelined) {
-          Send(client->connection, client->generator.Next());
-          --to_send;
+        for (; to_send > 0 && client->Pending() < kPipelined; --to_send) {
+          client->SendNext();
         }
       }
-      to_answer -= AwaitReplies();
     }
   }
 
   /// Checks the registry and the file from one client. The others must pause, so that the whole registry is known.
   void Alone() {
-    AskForAll();
-    Call({"Flush", {}});
-    CheckFile();
+    std::string text;
+    for (const auto& client : m_clients) {
+      text += client->Text();
+      client->ForgetSections();
+    }
+    model::RegistryModel model(text);
+    CheckContents(model);
 
     // Fills the registry to its last byte, then tries to add one byte.
-    const std::string overhead = "[fill]\nk=\n";
-    const std::string fill(Model::kCapacity - m_model.Size() - overhead.size(), 'x');
-    Call({"Write", {"fill", "k", fill}});
-    if (m_model.Size() != Model::kCapacity) {
+    const std::string fill(model::kCapacity - text.size() - std::string("[fill]\nk=\n").size(), 'x');
+    Call(model, {"Write", {"fill", "k", fill}});
+    if (model.AcceptedText().size() != model::kCapacity) {
       throw UnexpectedReply("the model is not full");
     }
-    Call({"Write", {"fill", "l", ""}});
-    Call({"Write", {"fill", "k", fill + "x"}});
-    Call({"Flush", {}});
-    CheckFile();
-    AskForAll();
+    Call(model, {"Write", {"fill", "l", ""}});
+    Call(model, {"Write", {"fill", "k", fill + "x"}});
+    CheckContents(model);
 
-    Call({"DeleteAll", {}});
-    Call({"DeleteAll", {}});
-    Call({"Flush", {}});
-    CheckFile();
-    AskForAll();
+    Call(model, {"DeleteAll", {}});
+    Call(model, {"DeleteAll", {}});
+    CheckContents(model);
   }
 
 private:
-  void Send(CheckedConnection& connection, ExpectedCall call) {
-    m_errors += call.expectation.reply.type == "error" ? 1 : 0;
+  void Call(model::RegistryModel& model, const model::Call& call) {
     ++m_calls;
-    connection.Send(std::move(call));
-  }
-
-  void Call(struct Call call) {
-    Reply reply = m_model.Apply(call);
-    Send(m_clients.front()->connection, {std::move(call), {Match::Whole, std::move(reply), ""}});
-    while (m_clients.front()->connection.Pending() > 0) {
+    m_clients.front()->Send(call, model.Apply(call));
+    while (m_clients.front()->Pending() > 0) {
       AwaitReplies();
     }
   }
 
-  void AskForAll() {
-    Call({"SectionList", {}});
-    Call({"ReadAllJson", {}});
-    for (const auto& [name, keys] : Sections(m_model.All())) {
-      Call({"KeyList", {name}});
+  void CheckContents(model::RegistryModel& model) {
+    for (const model::Call& call : model.CallsForContents()) {
+      Call(model, call);
+    }
+    Call(model, {"Flush", {}});
+    std::ifstream file(m_file, std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    if (!file || text != model.StoredText()) {
+      throw UnexpectedReply("the file differs from the model. It contains:\n" + text);
     }
   }
 
+  // Waits until a reply arrives. Returns the number of checked replies.
   std::size_t AwaitReplies() {
     std::vector<pollfd> descriptors;
     for (const auto& client : m_clients) {
-      descriptors.push_back({client->connection.Descriptor(), POLLIN, 0});
+      descriptors.push_back({client->Descriptor(), POLLIN, 0});
     }
     if (::poll(descriptors.data(), descriptors.size(), kPatienceMilliseconds) <= 0) {
       throw UnexpectedReply("no reply within a minute");
     }
     std::size_t count = 0;
     for (std::size_t i = 0; i < m_clients.size(); ++i) {
-      if (descriptors[i].revents != 0) {
-        count += m_clients[i]->connection.CheckReplies();
-      }
+      count += descriptors[i].revents != 0 ? m_clients[i]->CheckReplies() : 0;
     }
     return count;
   }
 
-  void CheckFile() const {
-    std::ifstream file(m_file, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!file || text != m_model.Text()) {
-      throw UnexpectedReply("the file differs from the model. It contains:\n" + text);
-    }
-  }
-
   const std::string m_file;
-  Model m_model;
   std::vector<std::unique_ptr<Client>> m_clients;
   std::size_t m_calls = 0;
-  std::size_t m_errors = 0;
 };
 
 }  // namespace

@@ -65,7 +65,7 @@ def check(rounds, bound):
 @pytest.fixture
 def control(world, request):
     """Another service on the same bus."""
-    process = subprocess.Popen([str(request.config.getoption("--control-service")), world.bus.address])
+    process = subprocess.Popen([str(request.config.getoption("--control-service")), world.bus.address, CONTROL, "1"])
     with contextlib.closing(world.bus.connect()) as connection:
         wait_for(lambda: connection.name_has_owner(CONTROL), "the control service owns its name")
     yield CONTROL

@@ -1,4 +1,4 @@
-#include "tests/load/connection.h"
+#include "tests/model/connection.h"
 
 #include <stdexcept>
 

@@ -1,13 +1,11 @@
-// The baseline for a service on the bus: it uses only libdbus. It answers a call with the last argument, a string. It
-// answers a call without arguments with a text of LENGTH bytes.
+// A service on libdbus alone, with which the daemon is compared. It answers a call with its last argument, a string, or
+// without arguments with a text of LENGTH bytes.
 //
-//   ledgerd_echo_service NAME LENGTH
-#include <dbus/dbus.h>
-
+//   ledgerd_echo_service ADDRESS NAME LENGTH
 #include <cstdio>
 #include <string>
 
-#include "tests/load/connection.h"
+#include "tests/model/bus_message.h"
 
 namespace {
 
@@ -32,11 +30,13 @@ DBusHandlerResult Answer(DBusConnection* connection, DBusMessage* call, void* lo
 
 int main(int argc, char** argv) {
   DBusError error = DBUS_ERROR_INIT;
-  std::string text(argc == 3 ? std::stoul(argv[2]) : 0, 't');
-  DBusConnection* const connection = argc == 3 ? dbus_bus_get_private(DBUS_BUS_SYSTEM, &error) : nullptr;
-  if (connection == nullptr || dbus_connection_add_filter(connection, Answer, &text, nullptr) == 0 ||
-      dbus_bus_request_name(connection, argv[1], 0, &error) < 0) {
-    std::fprintf(stderr, "usage: %s NAME LENGTH (%s)\n", argv[0], error.message != nullptr ? error.message : "");
+  std::string text(argc == 4 ? std::stoul(argv[3]) : 0, 't');
+  DBusConnection* const connection = argc == 4 ? dbus_connection_open_private(argv[1], &error) : nullptr;
+  if (connection == nullptr || dbus_bus_register(connection, &error) == 0 ||
+      dbus_connection_add_filter(connection, Answer, &text, nullptr) == 0 ||
+      dbus_bus_request_name(connection, argv[2], 0, &error) < 0) {
+    std::fprintf(stderr, "usage: %s ADDRESS NAME LENGTH (%s)\n", argv[0],
+                 error.message != nullptr ? error.message : "");
     return 1;
   }
   while (dbus_connection_read_write_dispatch(connection, -1) != 0) {

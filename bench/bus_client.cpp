@@ -11,11 +11,15 @@
 // contains a string. Lines with the same KIND must be consecutive; their calls are made in turn. The client measures
 // PASSES x BLOCK calls of each kind. It prints one line for each kind, "KIND P50 SERVICE-CPU BUS-CPU": the median time
 // of a call, and the processor time that one call costs the service and the bus. All times are in nanoseconds.
+#include <sched.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <random>
 #include <sstream>
@@ -23,8 +27,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/bus/cpu_time.h"
-#include "tests/load/connection.h"
+#include "tests/model/connection.h"
 
 namespace {
 
@@ -32,6 +35,37 @@ using Clock = std::chrono::steady_clock;
 
 // These calls are not measured, because the processor's caches still contain the data of other services.
 constexpr std::size_t kWarmUpCalls = 5;
+
+constexpr std::chrono::seconds kPatience(20);
+
+// Returns the processor time of all threads of the process in nanoseconds, including the work of the kernel for them.
+// Waits until all threads sleep, because only then the kernel's figures are complete.
+std::uint64_t CpuTime(pid_t process) {
+  const std::string name = "process " + std::to_string(process);
+  const auto deadline = Clock::now() + kPatience;
+  while (Clock::now() < deadline) {
+    bool is_asleep = true;
+    std::uint64_t sum = 0;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+      std::ifstream stat(thread.path() / "stat"), schedstat(thread.path() / "schedstat");
+      std::string line;
+      std::getline(stat, line);
+      // The state follows the name, which is in parentheses and may contain any byte.
+      const std::size_t name_end = line.rfind(") ");
+      std::uint64_t nanoseconds = 0;
+      if (name_end == std::string::npos || !(schedstat >> nanoseconds)) {
+        throw std::runtime_error("cannot read the processor time of " + name);
+      }
+      is_asleep = is_asleep && line[name_end + 2] == 'S';
+      sum += nanoseconds;
+    }
+    if (is_asleep) {
+      return sum;
+    }
+    ::sched_yield();
+  }
+  throw std::runtime_error(name + " does not become idle");
+}
 
 struct Kind {
   std::string name;

@@ -2,15 +2,9 @@
 // one, without pending calls. The load client and the benchmark use it. One thread uses each connection.
 #pragma once
 
-#include <dbus/dbus.h>
-
-#include <memory>
 #include <string>
 
-struct MessageUnref {
-  void operator()(DBusMessage* message) const { dbus_message_unref(message); }
-};
-using Message = std::unique_ptr<DBusMessage, MessageUnref>;
+#include "tests/model/bus_message.h"
 
 class Connection {
 public:
