@@ -27,7 +27,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/model/connection.h"
+#include "tests/model/bus.h"
 
 namespace {
 

@@ -1,7 +1,8 @@
 // Fuzzer of the parser of "/proc/boardid". The model: the last value of each key wins.
-#include <algorithm>
-#include <cstddef>
+#include <iomanip>
 #include <map>
+#include <regex>
+#include <sstream>
 #include <string>
 
 #include "fuzz/support/fuzzer.h"
@@ -9,33 +10,16 @@
 
 namespace {
 
-constexpr char kWhitespace[] = " \t\v\f\r";
-constexpr std::size_t kLongestKey = 20;
-constexpr std::size_t kLongestValue = 64;
-
-// Removes the next word from the line and returns it. If the word is longer than `longest`, its rest stays in the line.
-std::string TakeWord(std::string& line, std::size_t longest) {
-  line.erase(0, line.find_first_not_of(kWhitespace));
-  std::string word = line.substr(0, line.find_first_of(kWhitespace)).substr(0, longest);
-  line.erase(0, word.size());
-  return word;
-}
-
-// Returns the last value of each key. A line ends at its first NUL byte.
+// Returns the last value of each key. A line ends at its first NUL byte. The rest of a long key is the value.
 std::map<std::string, std::string> Values(const std::string& text) {
   std::map<std::string, std::string> values;
-  for (std::size_t begin = 0; begin < text.size();) {
-    const std::size_t end = std::min(text.find('\n', begin), text.size());
-    std::string line = text.substr(begin, end - begin).c_str();
-    begin = end + 1;
-    const std::string key = TakeWord(line, kLongestKey);
-    const std::string value = TakeWord(line, kLongestValue);
-    if (!value.empty()) {
-      values[key] = value;
-      // Both keys set the same field.
-      if (key == "BOLT-version:") {
-        values["CFE-version:"] = value;
-      }
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line.c_str());
+    std::string key, value;
+    if (words >> std::setw(20) >> key >> std::setw(64) >> value) {
+      // Two keys set the same field.
+      values[key == "BOLT-version:" ? "CFE-version:" : key] = value;
     }
   }
   return values;
@@ -44,12 +28,8 @@ std::map<std::string, std::string> Values(const std::string& text) {
 // Returns the number in a decimal value without leading zeros or a hexadecimal value, if it has at most seven digits.
 // Returns -1 for all other values.
 long PlainNumber(const std::string& value) {
-  const bool hexadecimal = value.compare(0, 2, "0x") == 0;
-  const std::string digits = hexadecimal ? value.substr(2) : value;
-  const bool plain =
-      !digits.empty() && digits.size() <= 7 && (hexadecimal || digits[0] != '0') &&
-      digits.find_first_not_of(hexadecimal ? "0123456789abcdefABCDEF" : "0123456789") == std::string::npos;
-  return plain ? std::stol(digits, nullptr, hexadecimal ? 16 : 10) : -1;
+  static const std::regex kPlain("0x[0-9A-Fa-f]{1,7}|[1-9][0-9]{0,6}");
+  return std::regex_match(value, kPlain) ? std::stol(value, nullptr, 0) : -1;
 }
 
 }  // namespace

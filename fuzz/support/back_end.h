@@ -1,4 +1,4 @@
-// A registry without a bus, as the model has it: calls and replies.
+// Calls to a registry without a bus, and its replies in the form of the model.
 #pragma once
 
 #include <optional>
@@ -12,7 +12,7 @@ namespace fuzz {
 /// Returns nothing if there is no further call.
 std::optional<model::Call> TakeCall(Input& input);
 
-/// Passes on exceptions that no registry should throw.
+/// Executes the call. Passes on exceptions that no registry should throw.
 model::Reply Reply(Registry& registry, const model::Call& call);
 
 /// Requires that both reply alike to the call.

@@ -1,10 +1,12 @@
 #include "fuzz/support/fuzzer.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
 
 #include "lib/platform/escape.h"
+#include "tests/unit/support/private_mounts.h"
 
 namespace fuzz {
 
@@ -24,17 +26,7 @@ std::string Input::TakeField() {
 }
 
 std::size_t Input::TakeNumber(std::size_t greatest) {
-  std::size_t number = 0;
-  for (const char byte : TakeField()) {
-    if (byte < '0' || byte > '9') {
-      return number;
-    }
-    number = number * 10 + static_cast<std::size_t>(byte - '0');
-    if (number >= greatest) {
-      return greatest;
-    }
-  }
-  return number;
+  return std::min<std::size_t>(std::strtoul(TakeField().c_str(), nullptr, 10), greatest);
 }
 
 std::string Input::TakeRest() { return std::string(std::exchange(m_rest, {})); }
@@ -43,6 +35,12 @@ char Input::TakeByte() {
   const char byte = m_rest.front();
   m_rest.remove_prefix(1);
   return byte;
+}
+
+void Prepare() {
+  // The file over /dev/kmsg stays mounted after its name is removed.
+  test_support::EnterPrivateMounts();
+  test_support::LeavePrivateMounts();
 }
 
 void Require(bool condition, const char* what) {

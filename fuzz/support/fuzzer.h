@@ -32,6 +32,9 @@ private:
   std::string_view m_rest;
 };
 
+/// Call this once, before the first input. Keeps failed assertions out of the machine's kernel log.
+void Prepare();
+
 /// Defined by each fuzzer: runs one input.
 void Run(Input input);
 

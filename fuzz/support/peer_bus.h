@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "daemon/dispatcher.h"
-#include "tests/model/bus_message.h"
+#include "tests/model/bus.h"
 
 namespace fuzz {
 

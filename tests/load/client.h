@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "tests/load/generator.h"
-#include "tests/model/connection.h"
+#include "tests/model/bus.h"
 
 struct UnexpectedReply : std::runtime_error {
   using std::runtime_error::runtime_error;
@@ -39,7 +39,7 @@ public:
   /// Returns the text of the own sections.
   const std::string& Text() const { return m_model.AcceptedText(); }
 
-  /// Call it after all sections have been deleted.
+  /// Call this after all sections have been deleted.
   void ForgetSections() { m_model = model::RegistryModel(); }
 
 private:

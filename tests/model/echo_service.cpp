@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "tests/model/bus_message.h"
+#include "tests/model/bus.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tests/model/bus_message.h"
+#include "tests/model/bus.h"
 
 #include <stdexcept>
 
@@ -60,5 +60,65 @@ model::Reply ReplyOf(DBusMessage& message) {
   DBusMessageIter iterator;
   dbus_message_iter_init(&message, &iterator);
   AppendItems(iterator, reply.items);
+  return reply;
+}
+
+Connection::Connection(const std::string& address) {
+  DBusError error = DBUS_ERROR_INIT;
+  m_connection = dbus_connection_open_private(address.c_str(), &error);
+  if (m_connection == nullptr || dbus_bus_register(m_connection, &error) == 0) {
+    throw std::runtime_error(std::string("cannot connect to the bus: ") + error.message);
+  }
+  dbus_connection_set_exit_on_disconnect(m_connection, 0);
+}
+
+Connection::~Connection() {
+  dbus_connection_close(m_connection);
+  dbus_connection_unref(m_connection);
+}
+
+int Connection::Descriptor() const {
+  int descriptor = -1;
+  dbus_connection_get_unix_fd(m_connection, &descriptor);
+  return descriptor;
+}
+
+dbus_uint32_t Connection::Send(DBusMessage* call) {
+  dbus_uint32_t serial = 0;
+  dbus_connection_send(m_connection, call, &serial);
+  dbus_connection_flush(m_connection);
+  return serial;
+}
+
+Message Connection::TakeReply(bool wait) {
+  bool has_read = false;
+  for (;;) {
+    Message message(dbus_connection_pop_message(m_connection));
+    if (message != nullptr && dbus_message_get_reply_serial(message.get()) != 0) {
+      return message;
+    }
+    if (message != nullptr) {
+      continue;
+    }
+    if (has_read && !wait) {
+      return nullptr;
+    }
+    if (dbus_connection_read_write(m_connection, wait ? -1 : 0) == 0) {
+      throw std::runtime_error("the bus has closed the connection");
+    }
+    has_read = true;
+  }
+}
+
+Message Connection::Call(DBusMessage* call) {
+  const dbus_uint32_t serial = Send(call);
+  Message reply = TakeReply(true);
+  if (dbus_message_get_reply_serial(reply.get()) != serial) {
+    throw std::runtime_error("a reply is out of order");
+  }
+  if (dbus_message_get_type(reply.get()) == DBUS_MESSAGE_TYPE_ERROR) {
+    throw std::runtime_error(std::string(dbus_message_get_member(call)) + ": " +
+                             dbus_message_get_error_name(reply.get()));
+  }
   return reply;
 }
