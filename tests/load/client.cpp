@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "tests/load/generator.h"
+
 namespace {
 
 // A number of fixed width keeps the prefixes in the order of the numbers.
@@ -25,10 +27,10 @@ std::string Describe(const model::Call& call) { return call.member + model::Desc
 }  // namespace
 
 Client::Client(const std::string& address, unsigned number, std::size_t budget, std::uint64_t seed)
-    : m_prefix(Prefix(number)), m_budget(budget), m_connection(address), m_generator(m_prefix, seed + number) {}
+    : m_prefix(Prefix(number)), m_budget(budget), m_connection(address), m_random(seed + number) {}
 
 void Client::SendNext() {
-  const model::Call call = m_generator.Next(m_budget - Text().size());
+  const model::Call call = RandomCall(m_random, m_prefix, m_budget - Text().size());
   Send(call, m_model.Apply(call), call.member == "SectionList" || call.member == "ReadAllJson");
 }
 

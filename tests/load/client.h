@@ -4,11 +4,11 @@
 
 #include <cstdint>
 #include <deque>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "tests/load/generator.h"
 #include "tests/model/bus.h"
 
 struct UnexpectedReply : std::runtime_error {
@@ -24,7 +24,7 @@ public:
   int Descriptor() const { return m_connection.Descriptor(); }
   std::size_t Pending() const { return m_sent.size(); }
 
-  /// Sends a call of the generator.
+  /// Sends a random call.
   void SendNext();
 
   /// Sends a call with a known reply. A partial reply has only the own sections.
@@ -55,7 +55,7 @@ private:
   const std::string m_prefix;
   const std::size_t m_budget;
   Connection m_connection;
-  Generator m_generator;
+  std::mt19937_64 m_random;
   model::RegistryModel m_model;  // knows the own sections
   std::deque<Sent> m_sent;
   std::size_t m_errors = 0;
