@@ -1,5 +1,5 @@
 // Measures calls to several services on one bus. It makes one call at a time, in shuffled blocks, so that other work of
-// the machine slows all kinds of calls alike.
+// the machine slows all kinds of calls equally.
 //
 //   ledgerd_bus_client ADDRESS BUS-PROCESS PASSES BLOCK
 //

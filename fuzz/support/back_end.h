@@ -15,7 +15,7 @@ std::optional<model::Call> TakeCall(Input& input);
 /// Executes the call. Passes on exceptions that no registry should throw.
 model::Reply Reply(Registry& registry, const model::Call& call);
 
-/// Requires that both reply alike to the call.
+/// Requires that both have the same reply to the call.
 void RequireSameReply(Registry& registry, model::RegistryModel& model, const model::Call& call);
 
 /// Requires that both have the same contents.
