@@ -10,7 +10,7 @@ SERVICE_TESTS = {
     "client/": "ledgerctl ledgerctl_status ledgerctl_processes",
     "daemon/": "foreground signals daemon_mode kill start_failures bus_loss methods",
     "daemon/dispatcher": "bus_loss foreground hostile",
-    "dbus/": "errors methods hostile",
+    "dbus/": "methods hostile",
     "lib/hardware/": "hardware_lines",
     "lib/platform/": "",
     "lib/platform/daemonise": "daemon_mode handshake start_failures",

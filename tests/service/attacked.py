@@ -1,4 +1,4 @@
-"""What the daemon holds while it is attacked, and how it must be afterwards."""
+"""The content of a registry under attack, the errors of refused calls, and the state that the daemon must be in later."""
 
 from world.harness import ERROR_PREFIX, is_sanitized
 from world.observe import status
@@ -9,10 +9,8 @@ INVALID_NAME = (ERROR_PREFIX + "InvalidName", "Invalid Name")
 INVALID_JSON = (ERROR_PREFIX + "InvalidJson", "Invalid Json")
 FULL = (ERROR_PREFIX + "Full", "Full")
 EXCEPTION = ERROR_PREFIX + "Exception"
-SYNTAX_ERROR = "parse error - unexpected "
 
 CONTENT_JSON = '{"s":{"k":"v"}}'
-CONTENT_FILE = b"[s]\nk=v\n"
 
 
 def fill(client):
@@ -23,9 +21,15 @@ def fill(client):
 def check_served_and_untouched(world, client):
     assert client.read_all_json() == CONTENT_JSON
     client.flush()
-    assert world.registry_bytes() == CONTENT_FILE
+    assert world.registry_bytes() == b"[s]\nk=v\n"
     client.write("s", "k", "w")
     assert client.read("s", "k") == "w"
+
+
+def check_syntax_error(error):
+    name, message = error
+    assert name == EXCEPTION
+    assert message.startswith("parse error - unexpected ") and message.isascii() and 25 < len(message) <= 4000
 
 
 def peak_memory(daemon):

@@ -1,477 +1,298 @@
-"""The twelve methods, as a client sees them."""
+"""The twelve methods on the wire: their description, arguments, replies and errors. The rules of sections and keys have
+unit tests."""
 
+import contextlib
 import json
 import os
-import re
 import subprocess
 import xml.etree.ElementTree
 
-import dbus
 import pytest
 
-from world.harness import BUS_NAME, CAPACITY, ERROR_PREFIX, INTERFACE, OBJECT_PATH, PATIENCE
-from world.raw_client import METHOD_RETURN, RawClient
+from attacked import (CONTENT_JSON, EXCEPTION, FULL, INVALID_JSON, INVALID_NAME, check_served_and_untouched,
+                      check_syntax_error, fill)
+from world.harness import BUS_NAME, CAPACITY, INTERFACE, OBJECT_PATH, PATIENCE
+from world.raw_client import ERROR, METHOD_RETURN, NO_REPLY_EXPECTED, RawClient
 
 INTROSPECTABLE = "org.freedesktop.DBus.Introspectable"
-INVALID_NAME = (ERROR_PREFIX + "InvalidName", "Invalid Name")
-FULL = (ERROR_PREFIX + "Full", "Full")
+INVALID_ARGUMENTS = ("org.freedesktop.DBus.Error.InvalidArgs", "type mismatch")
+UNKNOWN_METHOD = "org.freedesktop.DBus.Error.UnknownMethod"
 
-# Name, in-arguments, out-argument.
+# Name; arguments, all of them strings; result with its type.
 METHODS = [
-    ("Read", [("section", "s"), ("key", "s")], ("value_ret", "s")),
-    ("Write", [("section", "s"), ("key", "s"), ("value", "s")], None),
-    ("DeleteKey", [("section", "s"), ("key", "s")], None),
-    ("DeleteSection", [("section", "s")], None),
+    ("Read", ["section", "key"], ("value_ret", "s")),
+    ("Write", ["section", "key", "value"], None),
+    ("DeleteKey", ["section", "key"], None),
+    ("DeleteSection", ["section"], None),
     ("DeleteAll", [], None),
     ("Flush", [], None),
-    ("KeyExists", [("section", "s"), ("key", "s")], ("exists_ret", "b")),
-    ("SectionExists", [("section", "s")], ("exists_ret", "b")),
+    ("KeyExists", ["section", "key"], ("exists_ret", "b")),
+    ("SectionExists", ["section"], ("exists_ret", "b")),
     ("SectionList", [], ("sections_ret", "as")),
-    ("KeyList", [("section", "s")], ("keys_values_ret", "a{ss}")),
+    ("KeyList", ["section"], ("keys_values_ret", "a{ss}")),
     ("ReadAllJson", [], ("registry_ret", "s")),
-    ("WriteJson", [("registry", "s")], None),
+    ("WriteJson", ["registry"], None),
 ]
+VALID = {"section": "s", "key": "k", "value": "v", "registry": "{}"}
+
+each_method = pytest.mark.parametrize("member, inputs, output", METHODS, ids=[row[0] for row in METHODS])
 
 
-def describe_method(method):
-    arguments = [(argument.get("name"), argument.get("type"), argument.get("direction")) for argument in method]
-    assert all(argument.tag == "arg" for argument in method)
-    return method.get("name"), arguments
+@pytest.fixture(scope="module")
+def lasting_client(lasting_world):
+    with contextlib.closing(lasting_world.start().client()) as client:
+        yield client
+
+
+@pytest.fixture
+def client(lasting_client):
+    """One daemon serves all tests; each test finds the same content."""
+    lasting_client.delete_all()
+    fill(lasting_client)
+    return lasting_client
+
+
+@pytest.fixture
+def unchanged(lasting_world, client):
+    """A client whose calls must change neither the registry nor the file."""
+    yield client
+    check_served_and_untouched(lasting_world, client)
+
+
+@pytest.fixture
+def raw(lasting_world, client):
+    with contextlib.closing(RawClient(lasting_world.bus)) as raw:
+        yield raw
 
 
 def test_introspection_lists_exactly_the_twelve_methods(client):
     node = xml.etree.ElementTree.fromstring(client.call("Introspect", interface=INTROSPECTABLE))
     assert node.get("name") == OBJECT_PATH
-    interfaces = {child.get("name"): child for child in node if child.tag == "interface"}
-    assert len(interfaces) == len(node), "nothing but interfaces"
-    assert set(interfaces) == {INTERFACE, INTROSPECTABLE}
-
-    expected = []
-    for name, inputs, output in METHODS:
-        arguments = [(argument, kind, "in") for argument, kind in inputs]
-        if output is not None:
-            arguments.append((*output, "out"))
-        expected.append((name, arguments))
-    members = interfaces[INTERFACE]
-    assert [child.tag for child in members] == ["method"] * len(METHODS), "no signals or properties"
-    assert [describe_method(child) for child in members] == expected
+    assert sorted((child.tag, child.get("name")) for child in node) == [("interface", INTERFACE),
+                                                                        ("interface", INTROSPECTABLE)]
+    described = [(method.tag, method.get("name"),
+                  [(argument.tag, *map(argument.get, ("name", "type", "direction"))) for argument in method])
+                 for method in node.find(f"interface[@name='{INTERFACE}']")]
+    assert described == [("method", member, [*(("arg", argument, "s", "in") for argument in inputs),
+                                             *([("arg", *output, "out")] if output else [])])
+                         for member, inputs, output in METHODS]
 
 
-@pytest.mark.parametrize("name, inputs, output", METHODS, ids=[row[0] for row in METHODS])
-def test_reply_holds_what_introspection_promises(world, daemon, name, inputs, output):
-    raw = RawClient(world.bus)
-    arguments = ["{}" if name == "WriteJson" else "x" for _ in inputs]
-    reply = raw.call(name, *arguments)
-    assert reply.kind == METHOD_RETURN
-    assert reply.signature == (output[1] if output is not None else "")
-    raw.close()
+@each_method
+def test_reply_has_the_described_type_with_and_without_an_interface(client, raw, member, inputs, output):
+    replies = []
+    for interface in (INTERFACE, None):
+        fill(client)
+        replies.append(raw.call(member, *map(VALID.get, inputs), interface=interface))
+        assert replies[-1].kind == METHOD_RETURN
+        assert replies[-1].signature == (output[1] if output else "")
+        assert output or replies[-1].body == b""
+    assert replies[0].body == replies[1].body
 
 
-@pytest.mark.parametrize("name", ["DeleteAll", "Flush"])
-def test_method_without_arguments_has_an_empty_reply(world, daemon, name):
-    raw = RawClient(world.bus)
-    reply = raw.call(name)
-    assert reply.kind == METHOD_RETURN
-    assert (reply.signature, reply.body) == ("", b"")
-    raw.close()
+def test_introspection_may_leave_out_the_interface(raw):
+    named, unnamed = (raw.call("Introspect", interface=interface) for interface in (INTROSPECTABLE, None))
+    assert (unnamed.kind, unnamed.body) == (METHOD_RETURN, named.body)
 
 
-def test_value_written_under_one_case_is_read_under_another(client):
-    client.write("Net", "IP", "Value")
-    assert client.read("net", "ip") == "Value"
+@each_method
+def test_missing_and_mistyped_arguments_are_refused(unchanged, member, inputs, output):
+    count = len(inputs)
+    for given in range(count):
+        assert unchanged.error(member, *["s"] * given) == INVALID_ARGUMENTS, given
+    for position in range(count):
+        for signature, value in [("u", 7), ("as", ["s"]), ("ay", b"s"), ("o", "/s"), ("g", "s"), ("v", "s"),
+                                 ("b", True), ("a{ss}", {"s": "k"}), ("(s)", ("s",))]:
+            arguments = ["s"] * position + [value] + ["s"] * (count - position - 1)
+            signatures = "s" * position + signature + "s" * (count - position - 1)
+            assert unchanged.error(member, *arguments, signature=signatures) == INVALID_ARGUMENTS, signatures
 
 
-def test_names_are_listed_folded(client):
-    client.write("Net", "IP", "Value")
-    assert client.section_list() == ["net"]
-    assert client.key_list("NET") == {"ip": "Value"}
+@each_method
+def test_surplus_arguments_are_ignored(client, member, inputs, output):
+    arguments = list(map(VALID.get, inputs))
+    expected = client.call(member, *arguments)
+    fill(client)
+    signature = "s" * len(inputs) + "sua{ss}"
+    assert client.call(member, *arguments, "more", 7, {"a": "b"}, signature=signature) == expected
 
 
-def test_only_the_letters_of_ascii_fold(client):
-    client.write("A@Z[`{", "_^Y", "1")
-    assert client.section_list() == ["a@z[`{"]
-    assert client.key_list("a@z[`{") == {"_^y": "1"}
+@pytest.mark.parametrize("member", ["Nothing", "read", "READ", "Introspect", "Get", "GetAll", "Set"])
+def test_error_names_an_unknown_method(unchanged, member):
+    assert unchanged.error(member) == (UNKNOWN_METHOD, member)
 
 
-def test_key_list_comes_in_key_order(client):
-    client.write("s", "b", "second")
-    client.write("s", "a", "first")
-    assert list(client.key_list("s").items()) == [("a", "first"), ("b", "second")]
+@pytest.mark.parametrize("options", [
+    {"interface": "com.tavimesh.registry"},
+    {"interface": "com.tavimesh.Other"},
+    {"interface": "org.freedesktop.DBus.Properties"},
+    {"path": "/com/tavimesh/registry"},
+    {"path": "/com/tavimesh/Registry/s"},
+    {"path": "/com/tavimesh"},
+    {"path": "/"},
+], ids=lambda options: " ".join(options.values()))
+def test_unknown_interface_or_path_has_no_such_method(unchanged, options):
+    interface = options.get("interface", INTERFACE)
+    text = f'Method "Read" with signature "ss" on interface "{interface}" doesn\'t exist\n'
+    assert unchanged.error("Read", "s", "k", **options) == (UNKNOWN_METHOD, text)
 
 
-def test_key_list_of_a_missing_section_is_empty(client):
-    reply = client.call("KeyList", "nowhere")
-    assert isinstance(reply, dbus.Dictionary)
-    assert reply.signature == "ss"
-    assert len(reply) == 0
-    assert not client.section_exists("nowhere")
+def test_errors_of_calls_without_an_interface(raw):
+    assert raw.call("Read", "\u00e9", "k", interface=None).error == INVALID_NAME
+    assert raw.call("Read", "s", interface=None).error == INVALID_ARGUMENTS
+    text = 'Method "Nothing" with signature "" on interface "(null)" doesn\'t exist\n'
+    assert raw.call("Nothing", interface=None).error == (UNKNOWN_METHOD, text)
 
 
-def test_section_list_comes_in_byte_order(client):
-    for name in ["b", "a~", "a", "1", "{", "", "_"]:
-        client.write(name, "k", "v")
-    assert client.section_list() == ["", "1", "_", "a", "a~", "b", "{"]
+@pytest.mark.parametrize("member, inputs", [row[:2] for row in METHODS if "section" in row[1]])
+def test_invalid_section_or_key_name_is_refused(unchanged, member, inputs):
+    for argument in {"section", "key"}.intersection(inputs):
+        arguments = {**VALID, argument: "caf\u00e9"}
+        assert unchanged.error(member, *map(arguments.get, inputs)) == INVALID_NAME, argument
 
 
-def test_missing_section_and_missing_key_read_as_the_empty_string(client):
-    assert client.read("nowhere", "k") == ""
-    client.write("s", "k", "v")
-    assert client.read("s", "nothing") == ""
-    assert client.section_list() == ["s"]
+@pytest.mark.parametrize("text, error", [
+    ('{"a":{"k":"v"},"caf\u00e9":null}', INVALID_NAME),
+    ('{"a":{"k":"v"},"s":{"\u0080":"v"}}', INVALID_NAME),
+    ("[]", INVALID_JSON),
+    ('{"a":null,"s":null,"b":{"a":"v","k":5}}', INVALID_JSON),
+    ('{"a":{"k":[18446744073709551616,-9223372036854775809,-1e-99999999999]}}', INVALID_JSON),
+    ('{"a":{"k":0.' + "1" * 4000 + "}}", INVALID_JSON),
+    (json.dumps({"s": None, "a": {"k": "small"}, "t": {"k": "x" * CAPACITY}}), FULL),
+], ids=["section name", "key name", "array", "number", "numbers out of range", "long number", "too large"])
+def test_refused_import_changes_nothing(unchanged, text, error):
+    assert unchanged.error("WriteJson", text) == error
 
 
-def test_invalid_key_in_a_missing_section_is_not_even_looked_at(client):
-    assert client.read("nowhere", "\u0080") == ""
-    assert not client.key_exists("nowhere", "\u0080")
-    client.delete_key("nowhere", "\u0080")
-    assert client.section_list() == []
+# Errors that the unit tests of the parser do not have, some of them after valid or refused members.
+SYNTAX_ERRORS = [
+    "", "\n", "{]", "]", ",", ":", '{"a"=1}', "tru", "TRUE", "None", "undefined", "Infinity", "--1", "1.e3", "-01",
+    "1_000", "'a'", '"\\ud800x"', '"\\"', '"\t"', '"\x01"', '{"a\x1f":{}}', "#\n{}", "{}//", "[1e400", '{"\u00e9":5',
+    '{"a":5}}', '{"s":null', '{"s":null}x', '{"\u00e9":{}', '{"s":null,"a":5,"\u00e9":{}', "caf\u00e9", "\u20ac",
+    '{"\u00e9" \u00e9', "\ufeff", "\u00a0{}", "{}\u00a0",
+]
 
 
-def test_invalid_key_in_an_existing_section_is_an_error(client):
-    client.write("s", "k", "v")
-    for member in ["Read", "KeyExists", "DeleteKey"]:
-        assert client.error(member, "s", "\u0080") == INVALID_NAME
-    assert client.error("Write", "s", "\u0080", "v") == INVALID_NAME
+def test_syntax_error_has_the_parsers_text_in_ascii(unchanged):
+    for text in SYNTAX_ERRORS:
+        check_syntax_error(unchanged.error("WriteJson", text))
 
 
-def test_write_with_an_invalid_key_leaves_the_new_section_behind(world, client):
-    assert client.error("Write", "New", "k\u00e9y", "v") == INVALID_NAME
-    assert client.section_exists("new")
-    assert client.key_list("new") == {}
+def test_file_of_16383_bytes_is_written_and_one_byte_more_is_refused(lasting_world, client):
+    value = "x" * (CAPACITY - len("[s]\nk=\n"))
+    client.write("s", "k", value)
     client.flush()
-    assert world.registry_bytes() == b"", "it is not saved"
-    client.write("other", "k", "v")
-    client.flush()
-    assert world.registry_bytes() == b"[new]\n[other]\nk=v\n", "until the next save"
+    assert len(lasting_world.registry_bytes()) == CAPACITY
+    assert client.error("Write", "s", "k", value + "x") == FULL
+    assert client.read("s", "k") == value
 
 
-def test_text_beyond_ascii_is_accepted_in_a_value(client):
-    client.write("s", "k", "\u00c3\u20ac\U0001f3b5")
-    assert client.read("s", "k") == "\u00c3\u20ac\U0001f3b5"
+def test_calls_that_want_no_reply_get_none(lasting_world, raw):
+    rows = [
+        (("Write", "s", "k", "new"), '{"s":{"k":"new"}}'),
+        (("Read", "s", "k"), CONTENT_JSON),
+        (("WriteJson", '{"t":{"k":"w"}}'), '{"s":{"k":"v"},"t":{"k":"w"}}'),
+        (("Read", "\u00e9", "k"), CONTENT_JSON),
+        (("WriteJson", "[]"), CONTENT_JSON),
+        (("WriteJson", "["), CONTENT_JSON),
+        (("Write", "s", "k", "x" * CAPACITY), CONTENT_JSON),
+        (("Write", "s", "k"), CONTENT_JSON),
+        (("Nothing",), CONTENT_JSON),
+    ]
+    # The bus drops a reply that nobody waits for; only a monitor can see it.
+    with contextlib.closing(RawClient(lasting_world.bus)) as monitor:
+        monitor.become_monitor()
+        for (call, after), interface in [(row, interface) for row in rows for interface in (INTERFACE, None)]:
+            raw.call("WriteJson", '{"s":{"k":"v"},"t":null}')
+            silent = raw.send(*call, interface=interface, flags=NO_REPLY_EXPECTED)
+            following = raw.send("ReadAllJson")
+            reply = raw.receive()
+            assert (reply.reply_serial, reply.string()) == (following, after), call
+            answered = []
+            while following not in answered:
+                message = monitor.receive()
+                if message.kind in (METHOD_RETURN, ERROR) and message.sender == reply.sender:
+                    answered.append(message.reply_serial)
+            assert silent not in answered, call
 
 
-def test_empty_value_makes_the_key_exist(client):
-    client.write("s", "k", "")
-    assert client.key_exists("s", "k")
-    assert client.read("s", "k") == ""
-    assert not client.key_exists("s", "other")
+def test_clients_get_their_own_replies(lasting_world, raw):
+    with contextlib.closing(RawClient(lasting_world.bus)) as other:
+        failing = raw.send("Read", "\u00e9", "k")
+        assert other.call("Read", "s", "k").string() == "v"
+        reply = raw.receive()
+        assert (reply.reply_serial, reply.error) == (failing, INVALID_NAME)
 
 
-def test_empty_names_are_valid(client):
-    client.write("", "", "v")
-    assert client.section_list() == [""]
-    assert client.key_list("") == {"": "v"}
-    assert client.read("", "") == "v"
-
-
-def test_section_stays_when_its_last_key_goes(client):
-    client.write("s", "k", "v")
-    client.delete_key("s", "K")
-    assert client.section_exists("s")
-    assert client.key_list("s") == {}
-
-
-def test_section_goes_with_all_its_keys(client):
-    client.write("s", "a", "1")
-    client.write("s", "b", "2")
-    client.write("t", "a", "3")
-    client.delete_section("S")
-    assert not client.section_exists("s")
-    assert client.read_all_json() == '{"t":{"a":"3"}}'
-
-
-def test_deleting_what_does_not_exist_does_nothing(world, client):
-    client.write("s", "k", "v")
-    client.flush()
-    world.registry.unlink()
-    client.delete_key("s", "other")
-    client.delete_key("nowhere", "k")
-    client.delete_section("nowhere")
-    client.flush()
-    assert not world.registry.exists(), "nothing was saved"
-    assert client.read_all_json() == '{"s":{"k":"v"}}'
-
-
-def test_delete_all_on_an_empty_registry_still_saves(world, client):
-    client.delete_all()
-    assert not world.registry.exists()
-    client.flush()
-    assert world.registry.read_bytes() == b""
-
-
-def test_delete_all_empties_the_registry(client):
-    client.write("s", "k", "v")
-    client.delete_all()
-    assert client.section_list() == []
-    assert client.read_all_json() == "{}"
-
-
-def test_flush_writes_at_once(world, client):
-    client.write("net", "ip", "10.0.0.1")
-    client.write("net", "name", "a=b%c")
-    client.write("x]y", "k", "v")
-    client.delete_key("x]y", "k")
-    assert world.registry_bytes() == b""
-    client.flush()
-    assert world.registry_bytes() == b"[net]\nip=10.0.0.1\nname=a=b%25c\n[x%5dy]\n"
-    assert world.registry.stat().st_mode & 0o7777 == 0o600
-
-
-def test_flush_with_nothing_pending_writes_nothing(world, client):
-    client.write("s", "k", "v")
-    client.flush()
-    world.registry.unlink()
-    client.flush()
-    assert not world.registry.exists()
-
-
-# The text is "[s]\nk=" and the value and "\n".
-@pytest.mark.parametrize("length, fits", [(CAPACITY - 7, True), (CAPACITY - 6, False)], ids=["16383", "16384"])
-def test_text_must_fit_the_capacity(world, client, length, fits):
-    client.write("s", "k", "before")
-    if fits:
-        client.write("s", "k", "x" * length)
-        client.flush()
-        assert len(world.registry_bytes()) == CAPACITY
-    else:
-        assert client.error("Write", "s", "k", "x" * length) == FULL
-        assert client.read("s", "k") == "before"
-
-
-def test_full_registry_takes_no_key_but_a_shorter_value(client):
-    client.write("s", "k", "x" * (CAPACITY - 7))
-    assert client.error("Write", "s", "l", "") == FULL
-    assert client.error("Write", "t", "l", "") == FULL
-    assert client.section_list() == ["s"]
-    client.write("s", "k", "short")
-    client.write("t", "l", "")
-    assert client.section_list() == ["s", "t"]
-
-
-def test_refused_write_takes_stray_sections_with_it(client):
-    assert client.error("Write", "stray", "\u00e9", "v") == INVALID_NAME
-    assert client.error("Write", "s", "k", "x" * CAPACITY) == FULL
-    assert not client.section_exists("stray")
-
-
-def test_section_of_capitals_in_the_file_cannot_be_reached_but_is_kept(world):
-    world.registry.write_bytes(b"[Net]\nIp=1\n")
-    client = world.start().client()
-    assert client.section_list() == ["Net"]
-    assert not client.section_exists("Net")
-    assert client.read("Net", "Ip") == ""
-    client.write("net", "ip", "2")
-    client.flush()
-    assert world.registry_bytes() == b"[Net]\nIp=1\n[net]\nip=2\n"
-    client.close()
-
-
-def test_key_that_begins_with_a_bracket_comes_back_as_a_section(world):
-    client = world.start().client()
-    client.write("s", "[k]", "v")
-    assert client.read("s", "[k]") == "v"
-    client.close()
-    world.daemons[-1].stop()
-    client = world.start().client()
-    assert client.section_list() == ["k", "s"]
-    assert client.key_list("s") == {}
-    client.close()
-
-
-def test_empty_registry_exports_as_an_empty_object(client):
-    assert client.read_all_json() == "{}"
-
-
-def test_export_is_one_line_in_byte_order(client):
-    client.write("ui", "lang", "en")
-    client.write("net", "ip", "10.0.0.2")
-    client.write("net", "dhcp", "no")
-    client.write("empty", "k", "")
-    client.delete_key("empty", "k")
-    assert client.read_all_json() == \
-        '{"empty":{},"net":{"dhcp":"no","ip":"10.0.0.2"},"ui":{"lang":"en"}}'
-
-
-def test_section_of_a_capital_is_exported_before_one_in_lower_case(world):
-    world.registry.write_bytes(b"[a]\nk=1\n[B]\nk=2\n")
-    client = world.start().client()
-    assert client.read_all_json() == '{"B":{"k":"2"},"a":{"k":"1"}}'
-    client.close()
-
-
-def test_export_escapes_what_json_must_escape(client):
-    value = "\"\\/\b\f\n\r\t\x01\x1f\x7f\u00e9\U0001f3b5"
-    client.write("s", "k\n", value)
-    text = client.read_all_json()
-    assert json.loads(text) == {"s": {"k\n": value}}
-    assert "\n" not in text
-
-
-# Registry before the import as {section: {key: value}}; the text; the registry after it.
-IMPORTS = {
-    "adds a section": ({"a": {"k": "1"}}, '{"b":{"k":"2"}}', {"a": {"k": "1"}, "b": {"k": "2"}}),
-    "merges into a section": ({"a": {"k": "1", "l": "2"}}, '{"a":{"k":"3","m":"4"}}',
-                              {"a": {"k": "3", "l": "2", "m": "4"}}),
-    "null deletes a section": ({"a": {"k": "1", "l": "2"}, "b": {"k": "3"}}, '{"a":null}', {"b": {"k": "3"}}),
-    "null deletes a key alone": ({"a": {"k": "1"}}, '{"a":{"k":null}}', {"a": {}}),
-    "empty object changes nothing": ({"a": {"k": "1"}}, '{"a":{},"b":{}}', {"a": {"k": "1"}}),
-    "null key in a missing section": ({"a": {"k": "1"}}, '{"b":{"k":null}}', {"a": {"k": "1"}}),
-    "null for a missing section": ({"a": {"k": "1"}}, '{"b":null}', {"a": {"k": "1"}}),
-    "empty document": ({"a": {"k": "1"}}, "{}", {"a": {"k": "1"}}),
-    "one-character string 1": ({}, '{"a":{"k":"1"}}', {"a": {"k": "1"}}),
-    "names that differ in case": ({}, '{"net":{"ip":"small"},"Net":{"ip":"capital"}}', {"net": {"ip": "small"}}),
-    "keys that differ in case": ({}, '{"a":{"ip":"small","IP":"capital"}}', {"a": {"ip": "small"}}),
-    "capital deletes, small writes": ({"a": {"k": "1"}}, '{"a":{"l":"2"},"A":null}', {"a": {"l": "2"}}),
-    "small deletes what capital wrote": ({}, '{"A":{"l":"2"},"a":null}', {}),
-    "same name twice": ({}, '{"a":{"k":"1"},"a":{"l":"2"}}', {"a": {"l": "2"}}),
-    "replaced member is not looked at": ({}, '{"a":{"\u00e9":"1","k":5},"a":{"k":"2"}}', {"a": {"k": "2"}}),
-    "names are folded": ({"net": {"ip": "1"}}, '{"NET":{"IP":"2"}}', {"net": {"ip": "2"}}),
-    "escapes and blanks": ({}, ' { "\\u0061" :\t{ "k" : "\\u00e9\\ud83c\\udfb5\\n" } }\r\n',
-                           {"a": {"k": "\u00e9\U0001f3b5\n"}}),
+# A file with strings that no reply can contain; the calls that fail, with their messages; calls that work.
+UNCARRIABLE = {
+    "not UTF-8": (
+        b"[a\x80]\nk=v\n[s]\nk=a\xff\xfeb\nl=fine\n[t]\n\xc3\x28=v\n", [
+            (("Read", "S", "K"), "D-Bus cannot carry the value of key 'K' in section 'S': it is not UTF-8"),
+            (("KeyList", "s"), "D-Bus cannot carry the value of key 'k' in section 's': it is not UTF-8"),
+            (("KeyList", "t"), "D-Bus cannot carry the name of key '%c3(' in section 't': it is not UTF-8"),
+            (("SectionList",), "D-Bus cannot carry the name of section 'a%80': it is not UTF-8"),
+            (("ReadAllJson",), "No JSON: name of section 'a%80' is not UTF-8")],
+        [("Read", "s", "l"), ("KeyExists", "s", "k"), ("SectionExists", "t")]),
+    "NUL": (
+        b"[%00]\nk=v\n[s]\nk=a%00b\n[t]\na%00%0a%25=v\n", [
+            (("Read", "s", "k"), "D-Bus cannot carry the value of key 'k' in section 's': it holds a NUL byte"),
+            (("KeyList", "s"), "D-Bus cannot carry the value of key 'k' in section 's': it holds a NUL byte"),
+            (("KeyList", "t"), "D-Bus cannot carry the name of key 'a%00%0a%25' in section 't': it holds a NUL byte"),
+            (("SectionList",), "D-Bus cannot carry the name of section '%00': it holds a NUL byte")],
+        [("ReadAllJson",)]),
 }
 
 
-@pytest.mark.parametrize("before, text, after", IMPORTS.values(), ids=IMPORTS.keys())
-def test_import_merges(world, client, before, text, after):
-    for section, keys in before.items():
-        for key, value in keys.items():
-            client.write(section, key, value)
-    client.write_json(text)
-    assert client.read_all_json() == json.dumps(after, ensure_ascii=False, separators=(",", ":"))
-    flushed = world.registry_bytes()
-    client.flush()
-    assert flushed == world.registry_bytes(), "an import is flushed at once"
+@pytest.mark.parametrize("content, failing, working", UNCARRIABLE.values(), ids=UNCARRIABLE.keys())
+def test_string_that_no_reply_can_contain_is_an_error_and_stays_unchanged(world, content, failing, working):
+    world.registry.write_bytes(content)
+    with contextlib.closing(world.start().client()) as client:
+        for call, message in failing:
+            assert client.error(*call) == (EXCEPTION, message), call
+        for call in working:
+            client.call(*call)
+        client.write("z", "k", "v")
+        client.flush()
+    # A NUL byte needs no escape in the file.
+    assert world.registry_bytes() == content.replace(b"%00", b"\0") + b"[z]\nk=v\n"
 
 
-def test_import_of_nothing_still_writes_the_file(world, client):
-    client.write("s", "k", "v")
-    client.flush()
-    world.registry.unlink()
-    client.write_json("{}")
-    assert world.registry_bytes() == b"[s]\nk=v\n"
+# What dbus-send, gdbus and busctl print: for each kind of reply, and for an error.
+PRINTED = {
+    ("Read", "NET", "A"): ('   string "x y"\n', "('x y',)\n", 's "x y"\n'),
+    ("KeyList", "net"): ('   array [\n      dict entry(\n         string "a"\n         string "x y"\n      )\n'
+                         '      dict entry(\n         string "b"\n         string "1"\n      )\n   ]\n',
+                         "({'a': 'x y', 'b': '1'},)\n", 'a{ss} 2 "a" "x y" "b" "1"\n'),
+    ("KeyList", "nowhere"): ("   array [\n   ]\n", "(@a{ss} {},)\n", "a{ss} 0\n"),
+    ("SectionList",): ('   array [\n      string "net"\n   ]\n', "(['net'],)\n", 'as 1 "net"\n'),
+    ("SectionExists", "net"): ("   boolean true\n", "(true,)\n", "b true\n"),
+    ("KeyExists", "net", "c"): ("   boolean false\n", "(false,)\n", "b false\n"),
+    ("ReadAllJson",): ('   string "{"net":{"a":"x y","b":"1"}}"\n', "('{\"net\":{\"a\":\"x y\",\"b\":\"1\"}}',)\n",
+                       's "{\\"net\\":{\\"a\\":\\"x y\\",\\"b\\":\\"1\\"}}"\n'),
+    ("Write", "net", "b", "1"): ("", "()\n", ""),
+    ("WriteJson", "[]"): ("Error com.tavimesh.Registry.Errors.InvalidJson: Invalid Json\n",
+                          "Error: GDBus.Error:com.tavimesh.Registry.Errors.InvalidJson: Invalid Json\n",
+                          "Call failed: Invalid Json\n"),
+}
 
 
-def test_import_takes_a_pending_write_to_the_file(world, client):
-    client.write("s", "k", "v")
-    client.write_json('{"t":{"k":"w"}}')
-    assert world.registry_bytes() == b"[s]\nk=v\n[t]\nk=w\n"
-
-
-def test_import_that_does_not_fit_changes_nothing(world, client):
-    client.write("s", "k", "v")
-    client.flush()
-    text = json.dumps({"s": None, "a": {"k": "small"}, "t": {"k": "x" * CAPACITY}})
-    assert client.error("WriteJson", text) == FULL
-    assert client.read_all_json() == '{"s":{"k":"v"}}'
-    assert world.registry_bytes() == b"[s]\nk=v\n"
-
-
-class CommandLine:
-    """The bus tools of the system, as a user would call them."""
-
-    def __init__(self, world):
-        self.environment = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=world.bus.address, LC_ALL="C.UTF-8")
-
-    def run(self, *command):
-        done = subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=PATIENCE,
-                              check=False)
-        return done.returncode, done.stdout, done.stderr
-
-    def dbus_send(self, member, *arguments):
-        """Returns status, first line, the other lines, and standard error."""
-        status, output, errors = self.run("dbus-send", "--system", "--print-reply", f"--dest={BUS_NAME}", OBJECT_PATH,
-                                          f"{INTERFACE}.{member}", *(f"string:{each}" for each in arguments))
-        head, _, rest = output.partition("\n")
-        return status, head, rest, errors
-
-    def gdbus_call(self, member, *arguments):
-        return self.run("gdbus", "call", "--system", "--dest", BUS_NAME, "--object-path", OBJECT_PATH, "--method",
-                        f"{INTERFACE}.{member}", *arguments)
-
-    def busctl_call(self, member, *arguments):
-        signature = ["s" * len(arguments)] if arguments else []
-        return self.run("busctl", "--system", "call", BUS_NAME, OBJECT_PATH, INTERFACE, member, *signature, *arguments)
-
-
-@pytest.fixture
-def command_line(world, client):
-    client.write("net", "b", "1")
-    client.write("net", "a", "x y")
-    return CommandLine(world)
-
-
-@pytest.mark.parametrize("member, arguments, printed", [
-    ("Read", ["Net", "A"], '   string "x y"\n'),
-    ("KeyList", ["net"], '   array [\n      dict entry(\n         string "a"\n         string "x y"\n      )\n'
-                         '      dict entry(\n         string "b"\n         string "1"\n      )\n   ]\n'),
-    ("KeyList", ["nowhere"], "   array [\n   ]\n"),
-    ("SectionList", [], '   array [\n      string "net"\n   ]\n'),
-    ("SectionExists", ["net"], "   boolean true\n"),
-    ("KeyExists", ["net", "c"], "   boolean false\n"),
-    ("ReadAllJson", [], '   string "{"net":{"a":"x y","b":"1"}}"\n'),
-    ("Write", ["s", "k", "v"], ""),
-    ("DeleteAll", [], ""),
-    ("Flush", [], ""),
-])
-def test_dbus_send_prints_the_reply(command_line, member, arguments, printed):
-    status, head, rest, errors = command_line.dbus_send(member, *arguments)
-    assert (status, rest, errors) == (0, printed, "")
-    assert re.fullmatch(r"method return time=\S+ sender=:\S+ -> destination=:\S+ serial=\d+ reply_serial=2", head)
-
-
-@pytest.mark.parametrize("member, arguments, printed", [
-    ("Read", ["net", "a"], "('x y',)\n"),
-    ("KeyList", ["net"], "({'a': 'x y', 'b': '1'},)\n"),
-    ("KeyList", ["nowhere"], "(@a{ss} {},)\n"),
-    ("SectionList", [], "(['net'],)\n"),
-    ("SectionExists", ["net"], "(true,)\n"),
-    ("KeyExists", ["net", "c"], "(false,)\n"),
-    ("ReadAllJson", [], "('{\"net\":{\"a\":\"x y\",\"b\":\"1\"}}',)\n"),
-    ("Write", ["s", "k", "v"], "()\n"),
-    ("DeleteKey", ["net", "a"], "()\n"),
-    ("DeleteSection", ["net"], "()\n"),
-    ("WriteJson", ["{}"], "()\n"),
-    ("Flush", [], "()\n"),
-])
-def test_gdbus_prints_the_reply(command_line, member, arguments, printed):
-    assert command_line.gdbus_call(member, *arguments) == (0, printed, "")
-
-
-@pytest.mark.parametrize("member, arguments, printed", [
-    ("Read", ["net", "a"], 's "x y"\n'),
-    ("KeyList", ["net"], 'a{ss} 2 "a" "x y" "b" "1"\n'),
-    ("KeyList", ["nowhere"], "a{ss} 0\n"),
-    ("SectionList", [], 'as 1 "net"\n'),
-    ("SectionExists", ["nowhere"], "b false\n"),
-    ("KeyExists", ["net", "a"], "b true\n"),
-    ("ReadAllJson", [], 's "{\\"net\\":{\\"a\\":\\"x y\\",\\"b\\":\\"1\\"}}"\n'),
-    ("Write", ["s", "k", "v"], ""),
-    ("DeleteAll", [], ""),
-    ("Flush", [], ""),
-])
-def test_busctl_prints_the_reply(command_line, member, arguments, printed):
-    assert command_line.busctl_call(member, *arguments) == (0, printed, "")
-
-
-def test_command_line_tools_print_the_error(command_line):
-    status, head, rest, errors = command_line.dbus_send("Read", "\u00e9", "k")
-    assert (status, head, rest, errors) == (1, "", "", "Error com.tavimesh.Registry.Errors.InvalidName: Invalid Name\n")
-    assert command_line.gdbus_call("WriteJson", "[]") == \
-        (1, "", "Error: GDBus.Error:com.tavimesh.Registry.Errors.InvalidJson: Invalid Json\n")
-    assert command_line.busctl_call("Write", "s", "k", "x" * CAPACITY) == (1, "", "Call failed: Full\n")
-
-
-def test_gdbus_introspects_the_object(command_line):
-    methods = []
-    for name, inputs, output in METHODS:
-        arguments = [f"in  {kind} {argument}" for argument, kind in inputs]
-        if output is not None:
-            arguments.append("out {1} {0}".format(*output))
-        separator = ",\n" + " " * (len("      (") + len(name))
-        methods.append(f"      {name}({separator.join(arguments)});\n")
-    expected = (f"node {OBJECT_PATH} {{\n  interface {INTERFACE} {{\n    methods:\n{''.join(methods)}"
-                "    signals:\n    properties:\n  };\n"
-                f"  interface {INTROSPECTABLE} {{\n    methods:\n      Introspect(out s data);\n"
-                "    signals:\n    properties:\n  };\n};\n")
-    assert command_line.run("gdbus", "introspect", "--system", "--dest", BUS_NAME, "--object-path", OBJECT_PATH) == \
-        (0, expected, "")
+@pytest.mark.parametrize("call, printed", PRINTED.items(), ids=[" ".join(call) for call in PRINTED])
+def test_tools_of_three_client_libraries_print_the_reply(lasting_world, client, call, printed):
+    client.write_json('{"s":null,"net":{"b":"1","a":"x y"}}')
+    member, *arguments = call
+    signature = ["s" * len(arguments)] if arguments else []
+    commands = [
+        ["dbus-send", "--system", "--print-reply", f"--dest={BUS_NAME}", OBJECT_PATH, f"{INTERFACE}.{member}",
+         *(f"string:{argument}" for argument in arguments)],
+        ["gdbus", "call", "--system", "--dest", BUS_NAME, "--object-path", OBJECT_PATH, "--method",
+         f"{INTERFACE}.{member}", *arguments],
+        ["busctl", "--system", "call", BUS_NAME, OBJECT_PATH, INTERFACE, member, *signature, *arguments],
+    ]
+    for command, text in zip(commands, printed):
+        done = subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE, check=False,
+                              env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": lasting_world.bus.address,
+                                   "LC_ALL": "C.UTF-8"})
+        # The first line of dbus-send describes the message.
+        output = done.stdout.partition("\n")[2] if command[0] == "dbus-send" else done.stdout
+        assert (done.returncode, output, done.stderr) == ((1, "", text) if call[-1] == "[]" else (0, text, "")), command
