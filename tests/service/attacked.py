@@ -1,4 +1,4 @@
-"""The content of a registry under attack, the errors of refused calls, and the state that the daemon must be in later."""
+"""The content of a registry under attack, the errors of refused calls, and the state after an attack."""
 
 from world.harness import ERROR_PREFIX, is_sanitized
 from world.observe import status

@@ -1,15 +1,15 @@
-"""Which fault in which system call has which outcome, by the rules of the file's first read and of its replacement."""
+"""The outcome of each fault in each system call, by the rules of the file's first read and of its replacement."""
 
 import errno
 import os
 from dataclasses import dataclass
 
-from injection import NEW
+from file_calls import NEW
 
 EVER = "+"
 ONCE = ""
 
-# What Linux's file systems can answer to each step, within reason; EINTR, because no call is tried again.
+# The likely errors of Linux's file systems in each step. EINTR is one, because the daemon repeats no call.
 ERRORS = {
     "access": ["ENOENT", "EACCES", "EIO", "ELOOP", "ENOMEM", "EROFS", "EINTR"],
     "open": ["ENOENT", "EACCES", "EDQUOT", "EINTR", "EIO", "EISDIR", "ELOOP", "EMFILE", "ENFILE", "ENOMEM", "ENOSPC",
@@ -32,7 +32,7 @@ def describe(error):
 
 @dataclass(frozen=True)
 class ReplacementFault:
-    """A fault in one step of the replacement: in its first call or from that on."""
+    """A fault in one step of the replacement: in the first call only, or in each call."""
     step: str
     error: str
     lasting: str
@@ -42,7 +42,7 @@ class ReplacementFault:
 
     @property
     def message(self):
-        """The error's text; None where the replacement goes on, as it does without a file to check."""
+        """The error's text; None if the replacement continues, which it does if there is no file to check."""
         if (self.step, self.error) == ("access", "ENOENT"):
             return None
         return (NEW + ": " if self.step == "open" else "") + describe(self.error)
@@ -53,22 +53,17 @@ class ReplacementFault:
         if self.message is None:
             return REPLACEMENT
         done = REPLACEMENT[:REPLACEMENT.index(self.step) + 1]
-        if self.step == "access":
-            return done
-        if self.step == "write":
-            # The new file is not left open.
-            done = [*done, "close"]
-        return [*done, "remove"]
+        return done + {"access": [], "write": ["close", "remove"]}.get(self.step, ["remove"])
 
-    def left_behind(self, text):
-        """What is in the new file if it cannot be removed either; None for no file."""
+    def new_file(self, text):
+        """The new file if it cannot be removed; None for no file."""
         return {"access": None, "open": None, "write": b"", "close": text, "rename": text}[self.step]
 
 
 REPLACEMENT_FAULTS = [ReplacementFault(step, error, lasting)
                       for step in REPLACEMENT for error in ERRORS[step] for lasting in (ONCE, EVER)]
 
-# Each way to need the removal, with each way for that to fail.
+# Each error of the removal, after a fault in each step that leads to it.
 REMOVAL_FAULTS = [(ReplacementFault(step, "EIO", ONCE), error)
                   for step in REPLACEMENT[1:] for error in ERRORS["remove"]]
 
@@ -76,9 +71,13 @@ PARTIAL_WRITE_FAULTS = [ReplacementFault("write", error, lasting)
                         for error in ERRORS["write"] for lasting in (ONCE, EVER)]
 
 
+# The size, back to the start, the text, the end.
+READ = [("open", 1), ("seek", 1), ("seek", 2), ("read", 1), ("read", 2), ("close", 1)]
+
+
 @dataclass(frozen=True)
 class ReadFault:
-    """A fault in one step of the first read: in its call number `call` or from that on."""
+    """A fault in one step of the first read: in its call number `call` only, or from that call on."""
     step: str
     call: int
     error: str
@@ -93,7 +92,7 @@ class ReadFault:
 
     @property
     def is_harmless(self):
-        """The size need not be known beforehand, and once all is read it does not matter how the file is closed."""
+        """The daemon need not know the size, and a failed close after the whole text is harmless."""
         return (self.step, self.call) in (("seek", 1), ("close", 1))
 
     @property
@@ -104,20 +103,14 @@ class ReadFault:
 
     @property
     def steps(self):
-        # The size, back to the start, the text, the end.
-        whole = [("open", 1), ("seek", 1), ("seek", 2), ("read", 1), ("read", 2), ("close", 1)]
-        if (self.step, self.call) == ("seek", 1):
-            # Without a size there is no way back, and a short text and its end are two reads too.
-            whole.remove(("seek", 2))
-        if self.is_harmless:
-            return [step for step, _ in whole]
-        done = [step for step, _ in whole[:whole.index((self.step, self.call)) + 1]]
-        return done if self.step == "open" else [*done, "close"]
+        done = [step for step, _ in READ[:READ.index((self.step, self.call)) + 1]]
+        if self.step == "seek" and self.is_harmless:
+            # Without a size the daemon does not seek back. It reads a short text and its end in two calls, too.
+            return [*done, "read", "read", "close"]
+        return done if self.step in ("open", "close") else [*done, "close"]
 
-
-# Reading takes no room on the disk.
-READ_ERRORS = {**ERRORS, "open": [error for error in ERRORS["open"] if error not in ("EDQUOT", "ENOSPC", "EROFS")]}
 
 READ_FAULTS = [ReadFault(step, call, error, lasting)
-               for step, call in [("open", 1), ("seek", 1), ("seek", 2), ("read", 1), ("read", 2), ("close", 1)]
-               for error in READ_ERRORS[step] for lasting in (ONCE, EVER)]
+               for step, call in READ for error in ERRORS[step] for lasting in (ONCE, EVER)
+               # Errors of writing only.
+               if (step, error) not in [("open", "EDQUOT"), ("open", "ENOSPC"), ("open", "EROFS")]]

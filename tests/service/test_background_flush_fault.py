@@ -1,4 +1,4 @@
-"""A deferred write that fails, at its real delay: takes a minute."""
+"""A deferred write that fails, at its real delay of a minute."""
 
 import os
 import re
@@ -16,7 +16,8 @@ def test_failed_background_flush_is_reported_and_ends_the_process(world):
     client.write("net", "ip", "new")
     world.registry.with_name("registry~~new").symlink_to("/dev/full")
     assert daemon.wait_end(patience=2 * DELAY) == -signal.SIGABRT
-    assert DELAY <= time.monotonic() - began <= DELAY + 1
+    # test_flush_deadline.py has the exact moment.
+    assert time.monotonic() - began >= DELAY
     client.close()
     assert daemon.take_stderr() == (
         "Lazy persistent store flush caused exception: No space left on device (28)\n")

@@ -1,168 +1,195 @@
-"""Real faults of the file system under a running daemon. The background write's is in test_background_flush_fault."""
+"""Each error of each system call that reads or replaces the file, and faults of real disks. The table and its rules are
+in fault_table.py. The fault of the deferred write is in test_background_flush_fault.py."""
 
 import os
+import re
 import signal
 import subprocess
 
 import pytest
 
+from attacked import EXCEPTION
+from fault_table import PARTIAL_WRITE_FAULTS, READ_FAULTS, REMOVAL_FAULTS, REPLACEMENT, REPLACEMENT_FAULTS
+from file_calls import FILE, NEW, Injection, injected, rule, steps
+from victim import OLD, Victim, files
 from world import observe
-from world.harness import ERROR_PREFIX
 
 NO_SPACE = "No space left on device (28)"
-FOLDER = "/var/lib/plinthware"
 
 
-def new_file(world):
-    return world.registry.with_name("registry~~new")
+@pytest.fixture(scope="module")
+def victim(lasting_world):
+    return Victim(lasting_world)
 
 
-def inside(*commands):
-    """A wrapper that runs shell commands in the daemon's namespace before the daemon."""
-    return ("sh", "-ec", "\n".join([*commands, 'exec "$@"']), "inside")
+def check_recovered(victim, text):
+    """Without the fault the pending text is written, and nothing remains to be written."""
+    assert victim.client.read_all_json() == '{"net":{"ip":"%s"}}' % text.decode().split("=")[1].strip()
+    assert victim.flush() is None
+    assert victim.directory() == files(text)
+    with Injection(victim.daemon, []) as nothing:
+        assert victim.flush() is None
+    assert steps(nothing.lines()) == []
 
 
-def run_inside(daemon, *command):
-    user = ["--user", "--preserve-credentials"] if os.geteuid() != 0 else []
-    subprocess.run(["nsenter", f"--target={daemon.pid}", *user, "--mount", *command], check=True)
+@observe.needs_strace
+@pytest.mark.parametrize("old", [OLD, None], ids=["file", "no file"])
+@pytest.mark.parametrize("trigger", [("Flush",), ("WriteJson", "{}")], ids=["Flush", "WriteJson"])
+@pytest.mark.parametrize("fault", REPLACEMENT_FAULTS, ids=str)
+def test_replacement_fails_as_a_whole(victim, fault, trigger, old):
+    text = victim.prepare(old)
+    descriptors = victim.descriptors()
+    with Injection(victim.daemon, [rule(fault.step, f"error={fault.error}", f"1{fault.lasting}")]) as first:
+        assert victim.flush(*trigger) == fault.message
+        assert victim.directory() == files(old if fault.message else text)
+        # The next flush tries again.
+        if fault.message:
+            assert victim.flush() == (fault.message if fault.lasting else None)
+            assert victim.directory() == files(old if fault.lasting else text)
+    again = [] if fault.message is None else fault.steps if fault.lasting else REPLACEMENT
+    assert steps(first.lines()) == [*fault.steps, *again]
+    assert injected(first.lines()) == (2 if fault.lasting and fault.message else 1)
+    # strace does not carry out a call that it makes fail, so that descriptor stays open.
+    not_closed = injected(first.lines()) if fault.step == "close" else 0
+    assert victim.descriptors() == descriptors + not_closed
+    check_recovered(victim, text)
 
 
-def assert_flush_fails(client, text):
-    assert client.error("Flush") == (ERROR_PREFIX + "Exception", text)
+@observe.needs_strace
+@pytest.mark.parametrize("fault, error", REMOVAL_FAULTS, ids=str)
+def test_new_file_that_cannot_be_removed_changes_nothing_else(victim, fault, error):
+    text = victim.prepare(OLD)
+    with Injection(victim.daemon, [rule(fault.step, f"error={fault.error}", "1"),
+                                   rule("remove", f"error={error}", "1")]) as injection:
+        assert victim.flush() == fault.message
+        assert victim.directory() == files(OLD, fault.new_file(text))
+    assert steps(injection.lines()) == fault.steps
+    assert injected(injection.lines()) == 2
+    check_recovered(victim, text)
 
 
-def test_failed_flush_is_answered_and_the_text_stays_pending(world, daemon, client):
-    client.write("net", "ip", "old")
+@observe.needs_strace
+@pytest.mark.parametrize("fault", PARTIAL_WRITE_FAULTS, ids=str)
+def test_fault_after_a_partial_write_fails_the_replacement(victim, fault):
+    text = victim.prepare(OLD)
+    with Injection(victim.daemon, [rule("write", f"error={fault.error}", f"2{fault.lasting}")]) as injection:
+        victim.limit_file_size(len("[net]"))
+        assert victim.flush() == fault.message
+        victim.limit_file_size()
+        assert victim.directory() == files(OLD)
+        assert victim.flush() == (fault.message if fault.lasting else None)
+    assert steps(injection.lines())[:6] == ["access", "open", "write", "write", "close", "remove"]
+    assert injected(injection.lines()) == (2 if fault.lasting else 1)
+    check_recovered(victim, text)
+
+
+@observe.needs_strace
+@pytest.mark.parametrize("when, times", [("1", 1), ("1..3", 3), ("1+", None)], ids=["once", "three times", "ever"])
+@pytest.mark.parametrize("written", [1, 5])
+def test_partial_writes_are_continued_at_the_right_byte(victim, written, when, times):
+    """strace only pretends that the kernel has written the bytes, so the file gets the rest alone."""
+    text = victim.prepare(OLD)
+    assert len(text) % written == 0
+    with Injection(victim.daemon, [rule("write", f"retval={written}", when)]) as injection:
+        assert victim.flush() is None
+    skipped = len(text) if times is None else written * times
+    assert victim.directory() == files(text[skipped:])
+    assert steps(injection.lines()).count("write") == (len(text) // written if times is None else times + 1)
+
+
+@observe.needs_strace
+@pytest.mark.parametrize("new", [b"", b"[net]"], ids=["first", "after a partial one"])
+def test_write_of_no_byte_is_a_failed_assertion(victim, new):
+    victim.prepare(OLD)
+    daemon = victim.daemon
+    if new:
+        victim.limit_file_size(len(new))
+    with Injection(daemon, [rule("write", "retval=0", "2" if new else "1")]):
+        assert victim.client.error("Flush")[0] == "org.freedesktop.DBus.Error.NoReply"
+        assert daemon.wait_end() == -signal.SIGABRT
+    assert re.fullmatch(rf"<2>User space assert from process {daemon.pid}: n != 0\n"
+                        r"ASSERT Executing lib/platform/posix_helpers\.cpp:\d+:[^\n]*write_all_throw[^\n]*\n",
+                        victim.world.kernel_log.take())
+    # The next replacement removes the new file.
+    assert victim.directory() == files(OLD, new)
+    victim.revive()
+    assert victim.client.read_all_json() == '{"net":{"ip":"old"}}'
+    assert victim.directory() == files(OLD, new)
+    check_recovered(victim, victim.prepare(OLD))
+
+
+@observe.needs_strace
+@pytest.mark.parametrize("fault", READ_FAULTS, ids=str)
+def test_file_whose_first_read_fails_is_an_empty_registry(world, fault):
+    world.registry.write_bytes(OLD)
+    strace = observe.Strace(world, "-P", FILE, rule(fault.step, f"error={fault.error}", fault.when))
+    daemon = world.start(wrapper=strace.wrapper)
+    client = daemon.client()
+    assert daemon.take_stderr() == fault.printed
+    assert client.read_all_json() == ('{"net":{"ip":"old"}}' if fault.is_harmless else "{}")
+    # Nothing is pending.
     client.flush()
-    client.write("net", "ip", "new")
-    for _ in range(3):
-        new_file(world).symlink_to("/dev/full")
-        assert_flush_fails(client, NO_SPACE)
-        assert client.read("net", "ip") == "new"
-        assert world.registry_bytes() == b"[net]\nip=old\n"
-        assert os.listdir(world.registry.parent) == ["registry"]
-    # More changes are accepted between the failure and the success.
+    assert world.registry_bytes() == OLD
     client.write("net", "mask", "24")
     client.flush()
-    assert world.registry_bytes() == b"[net]\nip=new\nmask=24\n"
-
-
-def test_failed_import_flush_is_answered_and_its_changes_stay(world, daemon, client):
-    new_file(world).symlink_to("/dev/full")
-    assert client.error("WriteJson", '{"net":{"ip":"1"}}') == (ERROR_PREFIX + "Exception", NO_SPACE)
-    assert client.read("net", "ip") == "1"
-    assert not world.registry.exists()
-    client.flush()
-    assert world.registry_bytes() == b"[net]\nip=1\n"
-
-
-def test_text_that_a_failed_flush_left_is_written_at_the_end(world, daemon, client):
-    client.write("net", "ip", "1")
-    new_file(world).symlink_to("/dev/full")
-    assert_flush_fails(client, NO_SPACE)
+    client.close()
     daemon.stop()
-    assert world.registry_bytes() == b"[net]\nip=1\n"
-
-
-def test_failed_flush_at_the_end_kills_the_process_and_keeps_the_old_file(world):
-    world.registry.write_bytes(b"[net]\nip=old\n")
-    daemon = world.start()
-    client = daemon.client()
-    client.write("net", "ip", "new")
-    client.close()
-    new_file(world).symlink_to("/dev/full")
-    daemon.signal(signal.SIGTERM)
-    assert daemon.wait_end() == -signal.SIGABRT
-    assert NO_SPACE in daemon.take_stderr()
-    assert world.registry_bytes() == b"[net]\nip=old\n"
+    assert world.registry_bytes() == (b"[net]\nip=old\nmask=24\n" if fault.is_harmless else b"[net]\nmask=24\n")
     assert os.listdir(world.registry.parent) == ["registry"]
+    reading = [line for line in strace.finished_lines(daemon) if NEW not in line and "W_OK" not in line]
+    assert steps(reading) == fault.steps
 
 
-def test_full_disk_keeps_the_old_file_until_there_is_room(world):
-    fill = f"dd if=/dev/zero of={FOLDER}/filler bs=4k 2>/dev/null || true"
-    daemon = world.start(wrapper=inside(f"mount -t tmpfs -o size=64k tmpfs {FOLDER}",
-                                        f"printf '[net]\\nip=old\\n' >{FOLDER}/registry", fill))
+SMALL_DISK = ["mount -t tmpfs -o size=64k tmpfs .", r"printf '[net]\nip=old\n' >registry"]
+READ_ONLY = ["mount --bind . .", "mount -o remount,bind,ro ."]
+
+# Commands that break the disk before the daemon starts, the error, and the command that repairs the disk.
+DISKS = {
+    "full": ([*SMALL_DISK, "dd if=/dev/zero of=filler bs=4k 2>/dev/null || true"], NO_SPACE, "rm filler"),
+    "room for a part of the text": (
+        [*SMALL_DISK, "dd if=/dev/zero of=filler bs=4k count=13 2>/dev/null"], NO_SPACE, "rm filler"),
+    # The access check of a file that exists fails before the daemon makes a new file.
+    "read-only": ([r"printf '[net]\nip=old\n' >registry", *READ_ONLY], "Read-only file system (30)",
+                  "mount -o remount,bind,rw ."),
+    "read-only without a file": (READ_ONLY, NEW + ": Read-only file system (30)", "mount -o remount,bind,rw ."),
+}
+
+
+@pytest.mark.parametrize("breaking, error, repair", DISKS.values(), ids=DISKS.keys())
+def test_broken_disk_keeps_the_old_file_until_it_is_repaired(world, breaking, error, repair):
+    change = "cd /var/lib/plinthware; "
+    # A shell changes to its directory again after a mount.
+    commands = "\n".join([*(f"({change}{command})" for command in breaking), 'exec "$@"'])
+    daemon = world.start(wrapper=("sh", "-ec", commands, "sh"))
     registry = observe.registry_behind(daemon)
+    before = {file.name: file.read_bytes() for file in registry.parent.iterdir()}
     client = daemon.client()
-    assert client.read("net", "ip") == "old"
-    client.write("net", "ip", "new")
-    assert_flush_fails(client, NO_SPACE)
-    assert registry.read_bytes() == b"[net]\nip=old\n"
-    assert sorted(os.listdir(registry.parent)) == ["filler", "registry"]
-    (registry.parent / "filler").unlink()
+    value = "x" * 16000
+    client.write("net", "ip", value)
+    for _ in range(3):
+        assert client.error("Flush") == (EXCEPTION, error)
+        assert client.read("net", "ip") == value
+        assert {file.name: file.read_bytes() for file in registry.parent.iterdir()} == before
+    client.write("net", "mask", "24")
+    user = ["--user", "--preserve-credentials"] if os.geteuid() != 0 else []
+    subprocess.run(["nsenter", f"--target={daemon.pid}", *user, "--mount", "sh", "-c", change + repair], check=True)
     client.flush()
-    assert registry.read_bytes() == b"[net]\nip=new\n"
+    assert registry.read_bytes() == f"[net]\nip={value}\nmask=24\n".encode()
+    assert os.listdir(registry.parent) == ["registry"]
     client.close()
 
 
-def test_disk_that_fills_up_in_the_middle_of_the_text_keeps_the_old_file(world):
-    """There is room for a part of the new text, so the first write is a short one."""
-    daemon = world.start(wrapper=inside(f"mount -t tmpfs -o size=64k tmpfs {FOLDER}",
-                                        f"printf '[net]\\nip=old\\n' >{FOLDER}/registry",
-                                        f"dd if=/dev/zero of={FOLDER}/filler bs=4k count=13 2>/dev/null"))
-    registry = observe.registry_behind(daemon)
-    client = daemon.client()
-    client.write("net", "ip", "x" * 16000)
-    assert_flush_fails(client, NO_SPACE)
-    assert registry.read_bytes() == b"[net]\nip=old\n"
-    assert sorted(os.listdir(registry.parent)) == ["filler", "registry"]
-    (registry.parent / "filler").unlink()
-    client.flush()
-    assert registry.read_bytes() == b"[net]\nip=" + b"x" * 16000 + b"\n"
-    client.close()
+def test_end_writes_the_text_that_a_failed_flush_left_or_fails_and_keeps_the_old_file(victim):
+    new = victim.world.registry.with_name("registry~~new")
+    text = victim.prepare(OLD)
+    new.symlink_to("/dev/full")
+    assert victim.flush() == NO_SPACE
+    victim.daemon.stop()
+    assert victim.directory() == files(text)
 
-
-@pytest.mark.parametrize("old, error", [
-    # The access check of a file that is there fails before a new file is tried.
-    (b"[net]\nip=old\n", "Read-only file system (30)"),
-    (None, f"{FOLDER}/registry~~new: Read-only file system (30)"),
-], ids=["old file", "no file"])
-def test_read_only_folder_is_answered_until_it_is_writable(world, old, error):
-    if old is not None:
-        world.registry.write_bytes(old)
-    daemon = world.start(wrapper=inside(f"mount --bind {FOLDER} {FOLDER}", f"mount -o remount,bind,ro {FOLDER}"))
-    client = daemon.client()
-    client.write("net", "ip", "new")
-    assert_flush_fails(client, error)
-    assert client.read("net", "ip") == "new"
-    assert world.registry_bytes() == (old or b"")
-    run_inside(daemon, "mount", "-o", "remount,bind,rw", FOLDER)
-    client.flush()
-    assert world.registry_bytes() == b"[net]\nip=new\n"
-    client.close()
-
-
-def test_directory_in_place_of_the_file_fails_the_rename(world):
-    world.registry.mkdir()
-    daemon = world.start()
-    client = daemon.client()
-    client.write("net", "ip", "1")
-    assert daemon.take_stderr() == "Error reading registry file: 21\n"
-    assert_flush_fails(client, "Is a directory (21)")
-    assert os.listdir(world.registry.parent) == ["registry"]
-    world.registry.rmdir()
-    client.flush()
-    assert world.registry_bytes() == b"[net]\nip=1\n"
-    client.close()
-
-
-def test_missing_folder_is_answered_until_it_is_there(world):
-    world.registry.parent.rmdir()
-    daemon = world.start()
-    client = daemon.client()
-    client.write("net", "ip", "1")
-    assert_flush_fails(client, f"{FOLDER}/registry~~new: No such file or directory (2)")
-    world.registry.parent.mkdir()
-    client.flush()
-    assert world.registry_bytes() == b"[net]\nip=1\n"
-    client.close()
-
-
-def test_directory_in_place_of_the_new_file_is_answered(world, daemon, client):
-    new_file(world).mkdir()
-    client.write("net", "ip", "1")
-    assert_flush_fails(client, f"{FOLDER}/registry~~new: Is a directory (21)")
-    assert not world.registry.exists()
-    new_file(world).rmdir()
-    client.flush()
-    assert world.registry_bytes() == b"[net]\nip=1\n"
+    victim.prepare(OLD)
+    new.symlink_to("/dev/full")
+    victim.daemon.signal(signal.SIGTERM)
+    assert victim.daemon.wait_end() == -signal.SIGABRT
+    assert NO_SPACE in victim.daemon.take_stderr()
+    assert victim.directory() == files(OLD)

@@ -1,18 +1,18 @@
-"""A daemon that meets one fault after another, and the only client that it has."""
+"""A daemon that faults or signals end again and again, and its only client."""
 
 import itertools
 import resource
 
 import dbus
 
+from attacked import EXCEPTION
 from world import observe
-from world.harness import ERROR_PREFIX
 
 OLD = b"[net]\nip=old\n"
 
 
 class Victim:
-    """Lives as long as its world. It may be killed; `revive` starts the next one on the same files."""
+    """Lives as long as its world. `revive` starts another daemon on the same files if there is none."""
 
     def __init__(self, world, wrapper=()):
         self.world = world
@@ -27,7 +27,8 @@ class Victim:
             self.daemon = self.world.start(wrapper=self.wrapper)
 
     def prepare(self, old):
-        """Makes the file be `old` or be missing, with a change pending; returns the text to be written."""
+        """Makes the file `old`, or removes it, with a change pending in a living daemon; returns the pending text."""
+        self.revive()
         value = next(self.values)
         self.client.write("net", "ip", value)
         if old is None:
@@ -36,30 +37,27 @@ class Victim:
             self.world.registry.write_bytes(old)
         return f"[net]\nip={value}\n".encode()
 
-    def folder(self):
-        """All files with what is in them."""
+    def directory(self):
+        """All files with their content."""
         return {file.name: file.read_bytes() for file in self.world.registry.parent.iterdir()}
 
     def descriptors(self):
         return len(observe.descriptors(self.daemon.pid))
 
-    def flush(self):
+    def flush(self, member="Flush", *arguments):
         """The message of the error, None for success."""
-        return self.answer("Flush")
-
-    def answer(self, member, *arguments):
         try:
             self.client.call(member, *arguments)
             return None
         except dbus.DBusException as e:
-            assert e.get_dbus_name() == ERROR_PREFIX + "Exception", e
+            assert e.get_dbus_name() == EXCEPTION, e
             return e.get_dbus_message()
 
     def limit_file_size(self, limit=resource.RLIM_INFINITY):
-        """From now on the kernel takes a part only of a text that is longer."""
+        """The kernel writes only the beginning of a text that is longer."""
         resource.prlimit(self.daemon.pid, resource.RLIMIT_FSIZE, (limit, resource.RLIM_INFINITY))
 
 
 def files(registry, new=None):
-    """The folder's content as Victim.folder tells it; None for no file."""
+    """The directory with these contents, as Victim.directory returns it; None for no file."""
     return {name: text for name, text in [("registry", registry), ("registry~~new", new)] if text is not None}
