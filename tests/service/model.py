@@ -1,4 +1,4 @@
-"""What the registry is expected to do, as briefly as it can be said. All text is bytes, and so are replies."""
+"""A model of the registry, independent of the daemon's code. Texts and replies are bytes."""
 
 import json
 import re
@@ -15,7 +15,7 @@ UNPRINTABLE = re.compile(rb"[^ -~]|%")
 
 
 class Failure(Exception):
-    """An error reply. Of a syntax error's message only the beginning is foretold."""
+    """An error reply. The model predicts only the beginning of a syntax error's message."""
 
     def __init__(self, name, message):
         super().__init__(name, message)
@@ -86,45 +86,37 @@ def exception(message):
 
 
 def check_carried(meaning, text):
-    """Refuses a string that no reply can hold."""
+    """Refuses a string that no reply can contain."""
     if b"\0" in text:
         raise exception(f"D-Bus cannot carry the {meaning}: it holds a NUL byte")
     if not is_utf8(text):
         raise exception(f"D-Bus cannot carry the {meaning}: it is not UTF-8")
 
 
-class JsonError(Exception):
-    pass
-
-
-class OtherThanText:
-    """Stands for a number, whatever it is."""
+class RefusedValue:
+    """Any number."""
 
 
 def parse_json(text):
     def refuse(_):
-        raise JsonError
-
-    def number(_):
-        return OtherThanText
+        raise ValueError
 
     def members(pairs):
-        # Half a character is no JSON text for the daemon, not even in a member that another one replaces.
-        for pair in pairs:
-            check_surrogates(pair)
+        # A member that a later one replaces is checked, too.
+        check_surrogates(pairs)
         return dict(pairs)
 
     try:
-        document = json.loads(text, object_pairs_hook=members, parse_constant=refuse, parse_int=number,
-                              parse_float=number)
+        document = json.loads(text, object_pairs_hook=members, parse_constant=refuse,
+                              parse_int=lambda _: RefusedValue, parse_float=lambda _: RefusedValue)
         check_surrogates(document)
         return document
-    except (json.JSONDecodeError, UnicodeEncodeError, JsonError):
+    except ValueError:
         raise Failure("Exception", SYNTAX_ERROR) from None
 
 
 def check_surrogates(value):
-    """Members of objects were checked when they were read."""
+    """Half of a character is a syntax error. The members of objects have been checked by parse_json."""
     if isinstance(value, str):
         value.encode()
     elif isinstance(value, (list, tuple)):
@@ -133,7 +125,7 @@ def check_surrogates(value):
 
 
 class Model:
-    """The daemon, its pending text and its file. `file` is None while there is none."""
+    """The daemon, its pending text and its file. `file` is None if there is no file."""
 
     def __init__(self):
         self.file = None
@@ -143,12 +135,6 @@ class Model:
         self.accepted = (self.file or b"").split(b"\0")[0]
         self.pending = False
         self.sections = parse(self.accepted)
-
-    def stop(self):
-        self.flush()
-
-    def kill(self):
-        """What was not flushed is gone."""
 
     def flush(self):
         if self.pending:
@@ -164,17 +150,13 @@ class Model:
         self.pending = True
 
     def size_with(self, section, key, value):
-        """The length that the text would have after that write."""
-        sections = dict(self.sections)
+        """The length of the text after that write."""
         name = fold(section)
-        sections[name] = {**sections.get(name, {}), fold(key): value}
-        return len(serialise(sections))
+        return len(serialise({**self.sections, name: {**self.sections.get(name, {}), fold(key): value}}))
 
     def read(self, section, key):
         name = fold(section)
-        if name not in self.sections:
-            return b""
-        value = self.sections[name].get(fold(key), b"")
+        value = self.sections[name].get(fold(key), b"") if name in self.sections else b""
         check_carried(f"value of key '{printable(key)}' in section '{printable(section)}'", value)
         return value
 
@@ -184,12 +166,9 @@ class Model:
         self.save()
 
     def delete_key(self, section, key):
-        name = fold(section)
-        if name in self.sections:
-            folded = fold(key)
-            if folded in self.sections[name]:
-                del self.sections[name][folded]
-                self.save()
+        if self.key_exists(section, key):
+            del self.sections[fold(section)][fold(key)]
+            self.save()
 
     def delete_section(self, section):
         if self.sections.pop(fold(section), None) is not None:
@@ -221,23 +200,22 @@ class Model:
         return items
 
     def read_all_json(self):
+        document = {}
         for name, keys in sorted(self.sections.items()):
-            section = printable(name)
-            if not is_utf8(name):
-                raise exception(f"No JSON: name of section '{section}' is not UTF-8")
+            section = f"section '{printable(name)}'"
+            texts = [(f"name of {section}", name)]
             for key, value in sorted(keys.items()):
-                for what, text in [("name", key), ("value", value)]:
-                    if not is_utf8(text):
-                        where = f"key '{printable(key)}' in section '{section}'"
-                        raise exception(f"No JSON: {what} of {where} is not UTF-8")
-        document = {name.decode(): {key.decode(): value.decode() for key, value in sorted(keys.items())}
-                    for name, keys in sorted(self.sections.items())}
+                where = f"key '{printable(key)}' in {section}"
+                texts += [(f"name of {where}", key), (f"value of {where}", value)]
+            for meaning, text in texts:
+                if not is_utf8(text):
+                    raise exception(f"No JSON: {meaning} is not UTF-8")
+            document[name.decode()] = {key.decode(): value.decode() for key, value in sorted(keys.items())}
         return json.dumps(document, ensure_ascii=False, separators=(",", ":")).encode()
 
     def write_json(self, text):
-        document = parse_json(text)
-        changes = list(self.json_changes(document))
-        for section, key, value in changes:
+        # All changes are checked before the first is made.
+        for section, key, value in list(self.json_changes(parse_json(text))):
             if key is None:
                 self.sections.pop(section, None)
             elif value is None:
@@ -249,7 +227,7 @@ class Model:
 
     @staticmethod
     def json_changes(document):
-        """Section, key and value of each change: no value deletes the key, no key the section."""
+        """Section, key and value of each change. Without a value the key is deleted, without a key the section."""
         refused = Failure("InvalidJson", "Invalid Json")
         if not isinstance(document, dict):
             raise refused
