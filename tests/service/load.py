@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Many clients load the unmodified daemon with calls whose replies are all foretold; what the daemon holds is watched.
+"""Many clients load the unmodified daemon with calls whose replies are predicted. The test measures the daemon's memory,
+descriptors and threads.
 
     load.py --ledgerd PROGRAM --client PROGRAM [--clients 16] [--seed N] CALLS
 """
@@ -16,36 +17,36 @@ from world.harness import World
 CLIENTS = 16
 SEED = 20240229
 
-# The part of the calls in which buffers and the heap reach their size.
+# The part of the calls in which buffers and the heap grow to their size.
 WARM_UP = 0.1
 
 
 def private_memory(pid):
-    """Bytes that this process alone has written; not those of files that no other process happens to have mapped."""
+    """The bytes that only this process has written."""
     with open(f"/proc/{pid}/smaps_rollup", encoding="ascii") as file:
         return sum(int(line.split()[1]) for line in file if line.startswith("Private_Dirty")) * 1024
 
 
 class Load:
-    """One run; the attributes are what it found."""
+    """One run and its results."""
 
     def __init__(self, world, daemon, client, calls, clients=CLIENTS, seed=SEED, warm_up=WARM_UP):
-        self.world = world
-        self.daemon = daemon
         self.samples = []
-        self.process = subprocess.Popen(
+        process = subprocess.Popen(
             [str(client), world.bus.address, str(world.registry), str(calls), str(clients), str(seed)],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         last = ""
-        for line in self.process.stdout:
+        for line in process.stdout:
             last = line
             if line.startswith("checkpoint"):
-                # All clients are waiting, the registry is empty.
-                self.samples.append((int(line.split()[1]), *self.look()))
-                self.process.stdin.write("\n")
-                self.process.stdin.flush()
-        self.process.stdin.close()
-        assert self.process.wait() == 0, "the client has found a wrong reply"
+                # All clients wait, and the registry is empty.
+                pid = daemon.pid
+                self.samples.append((int(line.split()[1]), private_memory(pid), len(observe.descriptors(pid)),
+                                     len(observe.thread_names(pid))))
+                process.stdin.write("\n")
+                process.stdin.flush()
+        process.stdin.close()
+        assert process.wait() == 0, "a client has received a wrong reply"
         result = re.fullmatch(r"calls (\d+) errors (\d+) seconds (\S+)\n", last)
         self.calls, self.errors, self.seconds = int(result[1]), int(result[2]), float(result[3])
 
@@ -55,10 +56,6 @@ class Load:
         self.highest_growth = max(sample[1] for sample in warm) - warm[0][1]
         self.descriptor_counts = sorted({sample[2] for sample in self.samples})
         self.thread_counts = sorted({sample[3] for sample in self.samples})
-
-    def look(self):
-        pid = self.daemon.pid
-        return private_memory(pid), len(observe.descriptors(pid)), len(observe.thread_names(pid))
 
     def report(self):
         return (f"calls            {self.calls}, {self.errors} of them with the error that was expected\n"
@@ -70,7 +67,7 @@ class Load:
 
 
 def main():
-    parser = argparse.ArgumentParser(description="Loads the daemon and prints what it held.")
+    parser = argparse.ArgumentParser(description="Loads the daemon and prints its memory, descriptors and threads.")
     parser.add_argument("--ledgerd", type=pathlib.Path, required=True)
     parser.add_argument("--client", type=pathlib.Path, required=True)
     parser.add_argument("--clients", type=int, default=CLIENTS)

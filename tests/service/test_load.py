@@ -5,14 +5,14 @@ from load import CLIENTS, SEED, Load
 
 CALLS = 50000
 
-# A heap of some hundred kilobytes breathes by this much; a block that each call left behind would be far more.
+# The heap varies by this much. A block that each call left would be far more.
 MEMORY_GROWTH = 128 * 1024
 
 
-def test_load_of_all_methods_is_answered_as_foretold_and_leaves_nothing(world, daemon, request):
+def test_load_of_all_methods_is_answered_as_predicted_and_leaves_nothing(world, daemon, request):
     load = Load(world, daemon, request.config.getoption("--load-client"), CALLS, CLIENTS, SEED, warm_up=0.5)
     print(load.report())
-    # 16 bytes for each call since the warm-up must not go unseen.
+    # The limit is small enough to notice 16 bytes for each call since the warm-up.
     assert (load.calls / 2) * 16 > MEMORY_GROWTH
     assert load.errors > CALLS // 20
     assert len(load.descriptor_counts) == 1
