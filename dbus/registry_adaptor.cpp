@@ -1,6 +1,7 @@
 #include "dbus/registry_adaptor.h"
 
 #include "dbus/bus_text.h"
+#include "dbus/message_access.h"
 #include "lib/platform/escape.h"
 
 namespace com {
@@ -22,18 +23,17 @@ std::string KeyIn(const std::string& key, const std::string& section) {
   return Quoted("key", key) + Quoted(" in section", section);
 }
 
-template <typename Meaning>
-DBus::Message ReplyString(const DBus::CallMessage& call, const std::string& text, Meaning meaning) {
-  ReplyCheck().Check(text, meaning);
+template <typename Result>
+DBus::Message Reply(const DBus::CallMessage& call, const Result& result) {
   DBus::ReturnMessage reply(call);
-  reply.writer().append_string(text.c_str());
+  AppendResult(reply, result);
   return reply;
 }
 
-DBus::Message ReplyBool(const DBus::CallMessage& call, bool value) {
-  DBus::ReturnMessage reply(call);
-  reply.writer().append_bool(value);
-  return reply;
+template <typename Meaning>
+DBus::Message ReplyString(const DBus::CallMessage& call, const std::string& text, Meaning meaning) {
+  ReplyCheck().Check(text, meaning);
+  return Reply(call, text);
 }
 
 }  // namespace
@@ -97,12 +97,12 @@ DBus::Message Registry_adaptor::HandleKeyExists(const DBus::CallMessage& call) {
   DBus::MessageIter reader = call.reader();
   const std::string section = TakeString(reader);
   const std::string key = TakeString(reader);
-  return ReplyBool(call, KeyExists(section, key));
+  return Reply(call, KeyExists(section, key));
 }
 
 DBus::Message Registry_adaptor::HandleSectionExists(const DBus::CallMessage& call) {
   DBus::MessageIter reader = call.reader();
-  return ReplyBool(call, SectionExists(TakeString(reader)));
+  return Reply(call, SectionExists(TakeString(reader)));
 }
 
 DBus::Message Registry_adaptor::HandleSectionList(const DBus::CallMessage& call) {
@@ -111,15 +111,7 @@ DBus::Message Registry_adaptor::HandleSectionList(const DBus::CallMessage& call)
   for (const std::string& section : sections) {
     check.Check(section, [&] { return "name of " + Quoted("section", section); });
   }
-
-  DBus::ReturnMessage reply(call);
-  DBus::MessageIter writer = reply.writer();
-  DBus::MessageIter array = writer.new_array("s");
-  for (const std::string& section : sections) {
-    array.append_string(section.c_str());
-  }
-  writer.close_container(array);
-  return reply;
+  return Reply(call, sections);
 }
 
 DBus::Message Registry_adaptor::HandleKeyList(const DBus::CallMessage& call) {
@@ -131,18 +123,7 @@ DBus::Message Registry_adaptor::HandleKeyList(const DBus::CallMessage& call) {
     check.Check(entry.first, [&] { return "name of " + KeyIn(entry.first, section); });
     check.Check(entry.second, [&] { return "value of " + KeyIn(entry.first, section); });
   }
-
-  DBus::ReturnMessage reply(call);
-  DBus::MessageIter writer = reply.writer();
-  DBus::MessageIter array = writer.new_array("{ss}");
-  for (const auto& [key, value] : keys) {
-    DBus::MessageIter entry = array.new_dict_entry();
-    entry.append_string(key.c_str());
-    entry.append_string(value.c_str());
-    array.close_container(entry);
-  }
-  writer.close_container(array);
-  return reply;
+  return Reply(call, keys);
 }
 
 DBus::Message Registry_adaptor::HandleReadAllJson(const DBus::CallMessage& call) {
