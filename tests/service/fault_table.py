@@ -23,6 +23,8 @@ ERRORS = {
 }
 
 REPLACEMENT = ["access", "open", "write", "close", "rename"]
+# The size, back to the start, the text, the end.
+READ = [("open", 1), ("seek", 1), ("seek", 2), ("read", 1), ("read", 2), ("close", 1)]
 
 
 def describe(error):
@@ -31,15 +33,22 @@ def describe(error):
 
 
 @dataclass(frozen=True)
-class ReplacementFault:
-    """A fault in one step of the replacement: in the first call only, or in each call."""
+class Fault:
+    """A fault in one step: in its call number `call` only, or from that call on."""
     step: str
     error: str
     lasting: str
+    call: int = 1
 
     def __str__(self):
-        return f"{self.step} {self.error} {'ever' if self.lasting else 'once'}"
+        return f"{self.step} {self.call} {self.error} {'ever' if self.lasting else 'once'}"
 
+    @property
+    def when(self):
+        return f"{self.call}{self.lasting}"
+
+
+class ReplacementFault(Fault):
     @property
     def message(self):
         """The error's text; None if the replacement continues, which it does if there is no file to check."""
@@ -67,29 +76,11 @@ REPLACEMENT_FAULTS = [ReplacementFault(step, error, lasting)
 REMOVAL_FAULTS = [(ReplacementFault(step, "EIO", ONCE), error)
                   for step in REPLACEMENT[1:] for error in ERRORS["remove"]]
 
-PARTIAL_WRITE_FAULTS = [ReplacementFault("write", error, lasting)
+PARTIAL_WRITE_FAULTS = [ReplacementFault("write", error, lasting, 2)
                         for error in ERRORS["write"] for lasting in (ONCE, EVER)]
 
 
-# The size, back to the start, the text, the end.
-READ = [("open", 1), ("seek", 1), ("seek", 2), ("read", 1), ("read", 2), ("close", 1)]
-
-
-@dataclass(frozen=True)
-class ReadFault:
-    """A fault in one step of the first read: in its call number `call` only, or from that call on."""
-    step: str
-    call: int
-    error: str
-    lasting: str
-
-    def __str__(self):
-        return f"{self.step} {self.call} {self.error} {'ever' if self.lasting else 'once'}"
-
-    @property
-    def when(self):
-        return f"{self.call}{self.lasting}"
-
+class ReadFault(Fault):
     @property
     def is_harmless(self):
         """The daemon need not know the size, and a failed close after the whole text is harmless."""
@@ -110,7 +101,7 @@ class ReadFault:
         return done if self.step in ("open", "close") else [*done, "close"]
 
 
-READ_FAULTS = [ReadFault(step, call, error, lasting)
+READ_FAULTS = [ReadFault(step, error, lasting, call)
                for step, call in READ for error in ERRORS[step] for lasting in (ONCE, EVER)
                # Errors of writing only.
                if (step, error) not in [("open", "EDQUOT"), ("open", "ENOSPC"), ("open", "EROFS")]]

@@ -39,7 +39,7 @@ def check_recovered(victim, text):
 def test_replacement_fails_as_a_whole(victim, fault, trigger, old):
     text = victim.prepare(old)
     descriptors = victim.descriptors()
-    with Injection(victim.daemon, [rule(fault.step, f"error={fault.error}", f"1{fault.lasting}")]) as first:
+    with Injection(victim.daemon, [rule(fault.step, f"error={fault.error}", fault.when)]) as first:
         assert victim.flush(*trigger) == fault.message
         assert victim.directory() == files(old if fault.message else text)
         # The next flush tries again.
@@ -59,7 +59,7 @@ def test_replacement_fails_as_a_whole(victim, fault, trigger, old):
 @pytest.mark.parametrize("fault, error", REMOVAL_FAULTS, ids=str)
 def test_new_file_that_cannot_be_removed_changes_nothing_else(victim, fault, error):
     text = victim.prepare(OLD)
-    with Injection(victim.daemon, [rule(fault.step, f"error={fault.error}", "1"),
+    with Injection(victim.daemon, [rule(fault.step, f"error={fault.error}", fault.when),
                                    rule("remove", f"error={error}", "1")]) as injection:
         assert victim.flush() == fault.message
         assert victim.directory() == files(OLD, fault.new_file(text))
@@ -72,7 +72,7 @@ def test_new_file_that_cannot_be_removed_changes_nothing_else(victim, fault, err
 @pytest.mark.parametrize("fault", PARTIAL_WRITE_FAULTS, ids=str)
 def test_fault_after_a_partial_write_fails_the_replacement(victim, fault):
     text = victim.prepare(OLD)
-    with Injection(victim.daemon, [rule("write", f"error={fault.error}", f"2{fault.lasting}")]) as injection:
+    with Injection(victim.daemon, [rule("write", f"error={fault.error}", fault.when)]) as injection:
         victim.limit_file_size(len("[net]"))
         assert victim.flush() == fault.message
         victim.limit_file_size()

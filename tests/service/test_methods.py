@@ -258,41 +258,32 @@ def test_string_that_no_reply_can_contain_is_an_error_and_stays_unchanged(world,
     assert world.registry_bytes() == content.replace(b"%00", b"\0") + b"[z]\nk=v\n"
 
 
-# What dbus-send, gdbus and busctl print: for each kind of reply, and for an error.
+# What gdbus and busctl print for each kind of reply, and for an error.
 PRINTED = {
-    ("Read", "NET", "A"): ('   string "x y"\n', "('x y',)\n", 's "x y"\n'),
-    ("KeyList", "net"): ('   array [\n      dict entry(\n         string "a"\n         string "x y"\n      )\n'
-                         '      dict entry(\n         string "b"\n         string "1"\n      )\n   ]\n',
-                         "({'a': 'x y', 'b': '1'},)\n", 'a{ss} 2 "a" "x y" "b" "1"\n'),
-    ("KeyList", "nowhere"): ("   array [\n   ]\n", "(@a{ss} {},)\n", "a{ss} 0\n"),
-    ("SectionList",): ('   array [\n      string "net"\n   ]\n', "(['net'],)\n", 'as 1 "net"\n'),
-    ("SectionExists", "net"): ("   boolean true\n", "(true,)\n", "b true\n"),
-    ("KeyExists", "net", "c"): ("   boolean false\n", "(false,)\n", "b false\n"),
-    ("ReadAllJson",): ('   string "{"net":{"a":"x y","b":"1"}}"\n', "('{\"net\":{\"a\":\"x y\",\"b\":\"1\"}}',)\n",
+    ("Read", "NET", "A"): ("('x y',)\n", 's "x y"\n'),
+    ("KeyList", "net"): ("({'a': 'x y', 'b': '1'},)\n", 'a{ss} 2 "a" "x y" "b" "1"\n'),
+    ("KeyList", "nowhere"): ("(@a{ss} {},)\n", "a{ss} 0\n"),
+    ("SectionList",): ("(['net'],)\n", 'as 1 "net"\n'),
+    ("SectionExists", "net"): ("(true,)\n", "b true\n"),
+    ("KeyExists", "net", "c"): ("(false,)\n", "b false\n"),
+    ("ReadAllJson",): ("('{\"net\":{\"a\":\"x y\",\"b\":\"1\"}}',)\n",
                        's "{\\"net\\":{\\"a\\":\\"x y\\",\\"b\\":\\"1\\"}}"\n'),
-    ("Write", "net", "b", "1"): ("", "()\n", ""),
-    ("WriteJson", "[]"): ("Error com.tavimesh.Registry.Errors.InvalidJson: Invalid Json\n",
-                          "Error: GDBus.Error:com.tavimesh.Registry.Errors.InvalidJson: Invalid Json\n",
+    ("Write", "net", "b", "1"): ("()\n", ""),
+    ("WriteJson", "[]"): ("Error: GDBus.Error:com.tavimesh.Registry.Errors.InvalidJson: Invalid Json\n",
                           "Call failed: Invalid Json\n"),
 }
 
 
 @pytest.mark.parametrize("call, printed", PRINTED.items(), ids=[" ".join(call) for call in PRINTED])
-def test_tools_of_three_client_libraries_print_the_reply(lasting_world, client, call, printed):
+def test_tools_of_other_client_libraries_print_the_reply(lasting_world, client, call, printed):
     client.write_json('{"s":null,"net":{"b":"1","a":"x y"}}')
     member, *arguments = call
     signature = ["s" * len(arguments)] if arguments else []
-    commands = [
-        ["dbus-send", "--system", "--print-reply", f"--dest={BUS_NAME}", OBJECT_PATH, f"{INTERFACE}.{member}",
-         *(f"string:{argument}" for argument in arguments)],
-        ["gdbus", "call", "--system", "--dest", BUS_NAME, "--object-path", OBJECT_PATH, "--method",
-         f"{INTERFACE}.{member}", *arguments],
-        ["busctl", "--system", "call", BUS_NAME, OBJECT_PATH, INTERFACE, member, *signature, *arguments],
-    ]
+    commands = [["gdbus", "call", "--system", "--dest", BUS_NAME, "--object-path", OBJECT_PATH, "--method",
+                 f"{INTERFACE}.{member}", *arguments],
+                ["busctl", "--system", "call", BUS_NAME, OBJECT_PATH, INTERFACE, member, *signature, *arguments]]
     for command, text in zip(commands, printed):
         done = subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE, check=False,
-                              env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": lasting_world.bus.address,
-                                   "LC_ALL": "C.UTF-8"})
-        # The first line of dbus-send describes the message.
-        output = done.stdout.partition("\n")[2] if command[0] == "dbus-send" else done.stdout
-        assert (done.returncode, output, done.stderr) == ((1, "", text) if call[-1] == "[]" else (0, text, "")), command
+                              env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": lasting_world.bus.address})
+        expected = (1, "", text) if call[-1] == "[]" else (0, text, "")
+        assert (done.returncode, done.stdout, done.stderr) == expected, command
