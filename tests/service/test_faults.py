@@ -1,5 +1,5 @@
-"""Each error of each system call that reads or replaces the file, and faults of real disks. The table and its rules are
-in fault_table.py. The fault of the deferred write is in test_background_flush_fault.py."""
+"""Each error of each system call that replaces the file, and faults of real disks. The table and its rules are in
+fault_table.py. The fault of the deferred write is in test_background_flush_fault.py."""
 
 import os
 import re
@@ -9,8 +9,8 @@ import subprocess
 import pytest
 
 from attacked import EXCEPTION
-from fault_table import PARTIAL_WRITE_FAULTS, READ_FAULTS, REMOVAL_FAULTS, REPLACEMENT, REPLACEMENT_FAULTS
-from file_calls import FILE, NEW, Injection, injected, rule, steps
+from fault_table import PARTIAL_WRITE_FAULTS, REMOVAL_FAULTS, REPLACEMENT, REPLACEMENT_FAULTS
+from file_calls import NEW, Injection, injected, rule, steps
 from victim import OLD, Victim, files
 from world import observe
 
@@ -116,28 +116,6 @@ def test_write_of_no_byte_is_a_failed_assertion(victim, new):
     assert victim.client.read_all_json() == '{"net":{"ip":"old"}}'
     assert victim.directory() == files(OLD, new)
     check_recovered(victim, victim.prepare(OLD))
-
-
-@observe.needs_strace
-@pytest.mark.parametrize("fault", READ_FAULTS, ids=str)
-def test_file_whose_first_read_fails_is_an_empty_registry(world, fault):
-    world.registry.write_bytes(OLD)
-    strace = observe.Strace(world, "-P", FILE, rule(fault.step, f"error={fault.error}", fault.when))
-    daemon = world.start(wrapper=strace.wrapper)
-    client = daemon.client()
-    assert daemon.take_stderr() == fault.printed
-    assert client.read_all_json() == ('{"net":{"ip":"old"}}' if fault.is_harmless else "{}")
-    # Nothing is pending.
-    client.flush()
-    assert world.registry_bytes() == OLD
-    client.write("net", "mask", "24")
-    client.flush()
-    client.close()
-    daemon.stop()
-    assert world.registry_bytes() == (b"[net]\nip=old\nmask=24\n" if fault.is_harmless else b"[net]\nmask=24\n")
-    assert os.listdir(world.registry.parent) == ["registry"]
-    reading = [line for line in strace.finished_lines(daemon) if NEW not in line and "W_OK" not in line]
-    assert steps(reading) == fault.steps
 
 
 SMALL_DISK = ["mount -t tmpfs -o size=64k tmpfs .", r"printf '[net]\nip=old\n' >registry"]
