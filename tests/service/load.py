@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Many clients load the unmodified daemon with calls whose replies are predicted. The test measures the daemon's memory,
-descriptors and threads.
+"""Many clients load the unmodified daemon with calls whose replies are predicted. The program measures the daemon's
+memory, descriptors and threads.
 
     load.py --ledgerd PROGRAM --client PROGRAM [--clients 16] [--seed N] CALLS
 """
