@@ -1,4 +1,4 @@
-// What dbus-c++ does not offer: a property of calls, and results whose lack of memory is noticed.
+// What dbus-c++ does not offer: a property of calls, and results that report a lack of memory.
 #pragma once
 
 #include <map>
