@@ -27,6 +27,9 @@ SERVICE_TESTS = {
     "registry/registry_json": "imports model",
 }
 
+# The options that give the service tests another program than that of the build.
+PROGRAMS = {"--ledgerd": "daemon/ledgerd", "--ledgerctl": "client/ledgerctl"}
+
 
 @dataclasses.dataclass(frozen=True)
 class Step:
@@ -81,6 +84,6 @@ class NearestTests:
     def steps(self, path, services=None):
         yield from self._unit_steps(path)
         for name in services or _service_tests(path):
-            words = [word.rpartition("=")[2] for word in self.service[name]]
-            programs = [word for word in words if word.startswith(f"{self.directory}/") and os.access(word, os.X_OK)]
-            yield Step(f"service.{name}", tuple(self.service[name]), tuple(programs))
+            programs = {option: f"{self.directory}/{path}" for option, path in PROGRAMS.items()}
+            words = (f"{option}={program}" for option, program in programs.items())
+            yield Step(f"service.{name}", (*self.service[name], *words), tuple(programs.values()))

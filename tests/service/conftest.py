@@ -1,7 +1,8 @@
-"""Fixtures: a world, a daemon in it, a client of the daemon. A diagnostic that no test asked for fails the test."""
+"""Fixtures: a world, a daemon in it, a client of the daemon. Output that a test does not expect fails the test."""
 
 import contextlib
 import pathlib
+import re
 
 import pytest
 
@@ -11,22 +12,41 @@ from world.harness import PATIENCE, Bus, World
 from world.ledgerctl import Ledgerctl
 from world.namespace_world import NamespaceWorld
 
+SOURCES = pathlib.Path(__file__).parents[2]
+
+
+class Build:
+    """The programs and files under test."""
+
+    packaging = SOURCES / "packaging"
+    completion = SOURCES / "completion"
+
+    def __init__(self, option):
+        self.directory = option("--build").resolve()
+        self.ledgerd = option("--ledgerd") or self.directory / "daemon" / "ledgerd"
+        self.ledgerctl = option("--ledgerctl") or self.directory / "client" / "ledgerctl"
+        self.unit = self.directory / "packaging" / "ledgerd.service"
+        self.init_script = self.directory / "packaging" / "ledgerd.init"
+        self.activation = self.directory / "packaging" / "com.tavimesh.Registry.service"
+        self.probes = self.directory / "lib" / "platform" / "ledgerd-tracepoint-probes.so"
+        self.load_client = self.directory / "tests" / "load" / "ledgerd_load"
+        self.control_service = self.directory / "tests" / "load" / "ledgerd_control_service"
+        self.failing_malloc = self.directory / "tests" / "service" / "libledgerd_failing_malloc.so"
+        self.example = self.directory / "examples" / "hostname"
+
+    @property
+    def installed_probes(self):
+        """The path at which the daemon looks for its probes."""
+        cache = (self.directory / "CMakeCache.txt").read_text()
+        variables = dict(re.findall(r"(?m)^CMAKE_INSTALL_(\w+):\w+=(.*)$", cache))
+        return pathlib.Path(variables["PREFIX"], variables["LIBDIR"], "ledgerd", self.probes.name)
+
 
 def pytest_addoption(parser):
-    parser.addoption("--ledgerd", required=True, type=pathlib.Path, help="the daemon's executable")
-    parser.addoption("--ledgerctl", type=pathlib.Path, help="the client's executable")
-    parser.addoption("--completion", type=pathlib.Path, help="the folder with the client's completions")
-    parser.addoption("--packaging", type=pathlib.Path, help="the folder with the files for the system around it")
-    parser.addoption("--unit", type=pathlib.Path, help="the unit of the service")
-    parser.addoption("--init-script", type=pathlib.Path, help="the script for an init without units")
-    parser.addoption("--activation", type=pathlib.Path, help="what tells the bus how to start the service")
-    parser.addoption("--probes", type=pathlib.Path, help="the probes of its tracepoint")
-    parser.addoption("--installed-probes", type=pathlib.Path, help="where the daemon looks for its probes")
-    parser.addoption("--load-client", type=pathlib.Path, help="the program that loads the daemon")
-    parser.addoption("--control-service", type=pathlib.Path, help="a service to compare with")
-    parser.addoption("--failing-malloc", type=pathlib.Path, help="the library whose allocations fail")
-    parser.addoption("--example", type=pathlib.Path, help="the one among the examples that is compiled")
-    parser.addoption("--rounds", type=int, default=60, help="how often a test at random moments is repeated")
+    parser.addoption("--build", required=True, type=pathlib.Path, help="the directory of the build")
+    parser.addoption("--ledgerd", type=pathlib.Path, help="another daemon than that of the build")
+    parser.addoption("--ledgerctl", type=pathlib.Path, help="another client than that of the build")
+    parser.addoption("--rounds", type=int, default=60, help="the number of rounds of each test at random moments")
 
 
 def pytest_configure(config):
@@ -34,8 +54,8 @@ def pytest_configure(config):
 
 
 @contextlib.contextmanager
-def checked_world(config, make_bus):
-    world = World(config.getoption("--ledgerd"), make_bus)
+def checked_world(build, make_bus):
+    world = World(build.ledgerd, make_bus)
     yield world
     # An orderly end, so that a sanitizer's verdict at exit counts too.
     for daemon in world.daemons:
@@ -48,6 +68,11 @@ def checked_world(config, make_bus):
     assert not logged, f"unexpected kernel log: {logged}"
 
 
+@pytest.fixture(scope="session")
+def build(request):
+    return Build(request.config.getoption)
+
+
 @pytest.fixture
 def make_bus(request):
     bus_limits = request.node.get_closest_marker("bus_limits")
@@ -57,16 +82,23 @@ def make_bus(request):
 
 
 @pytest.fixture
-def world(request, make_bus):
-    with checked_world(request.config, make_bus) as world:
+def world(build, make_bus):
+    with checked_world(build, make_bus) as world:
         yield world
 
 
 @pytest.fixture(scope="module")
-def lasting_world(request):
+def lasting_world(build):
     """One world for all tests of a module: for many short ones."""
-    with checked_world(request.config, Bus) as world:
+    with checked_world(build, Bus) as world:
         yield world
+
+
+@pytest.fixture
+def make_world_with_bus(build):
+    """A function that makes a world whose bus has more lines in its configuration."""
+    with contextlib.ExitStack() as stack:
+        yield lambda lines: stack.enter_context(checked_world(build, lambda directory: Bus(directory, lines)))
 
 
 @pytest.fixture
@@ -76,9 +108,8 @@ def daemon(world):
 
 @pytest.fixture
 def client(daemon):
-    client = daemon.client()
-    yield client
-    client.close()
+    with contextlib.closing(daemon.client()) as client:
+        yield client
 
 
 @pytest.fixture
@@ -91,45 +122,36 @@ def victim(world, client):
 
 
 @pytest.fixture
-def machine(request):
+def machine(build):
     """A world for daemons that run as services."""
-    machine = NamespaceWorld(request.config.getoption("--ledgerd"))
+    machine = NamespaceWorld(build.ledgerd)
     yield machine
     machine.finish()
 
 
 @pytest.fixture
-def system(request):
+def system(build):
     """A system whose service manager runs the daemon by its unit."""
-    system = BootedSystem(*map(request.config.getoption, ("--ledgerd", "--packaging", "--unit", "--activation")))
-    yield system
-    system.close()
+    with contextlib.closing(BootedSystem(build.ledgerd, build.packaging, build.unit, build.activation)) as system:
+        yield system
 
 
 @pytest.fixture
-def build_without_threads(request):
-    if b"__tsan_init" in request.config.getoption("--ledgerd").read_bytes():
+def build_without_threads(build):
+    if b"__tsan_init" in build.ledgerd.read_bytes():
         pytest.skip("the thread sanitizer has a thread of its own in each process")
 
 
 @pytest.fixture
-def ledgerctl(request, world):
-    return Ledgerctl(request.config.getoption("--ledgerctl"), world)
+def ledgerctl(build, world):
+    return Ledgerctl(build.ledgerctl, world)
 
 
 @pytest.fixture
 def open_directory(world):
-    """A directory of root where all users can make files, in a world whose bus they can reach."""
+    """A directory of root where all users can create files, in a world whose bus they can reach."""
     world.path.chmod(0o711)
     directory = world.path / "open"
     directory.mkdir()
     directory.chmod(0o777)
     return directory
-
-
-@pytest.fixture
-def make_world_with_bus(request):
-    """A function that makes a world whose bus has more lines in its configuration."""
-    with contextlib.ExitStack() as stack:
-        yield lambda lines: stack.enter_context(
-            checked_world(request.config, lambda directory: Bus(directory, lines)))

@@ -62,9 +62,9 @@ def users(group):
 
 
 @pytest.fixture
-def policies(request):
+def policies(build):
     """What the bus has beside its own configuration: the shipped policy, and nothing else."""
-    policy = request.config.getoption("--packaging") / f"{BUS_NAME}.conf"
+    policy = build.packaging / f"{BUS_NAME}.conf"
     return {policy.name: policy.read_text()}
 
 

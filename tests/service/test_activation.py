@@ -22,17 +22,16 @@ ACCESS_DENIED = "org.freedesktop.DBus.Error.AccessDenied"
 class ActivatingMachine(NamespaceWorld):
     """Namespaces with the system bus at its usual place, the shipped policy, and the daemon where it is installed."""
 
-    def __init__(self, config):
-        super().__init__(config.getoption("--ledgerd"))
-        activation = config.getoption("--activation")
-        program = pathlib.Path(re.search(r"(?m)^Exec=(\S+)", activation.read_text())[1])
+    def __init__(self, build):
+        super().__init__(build.ledgerd)
+        program = pathlib.Path(re.search(r"(?m)^Exec=(\S+)", build.activation.read_text())[1])
         folder = next(folder for folder in program.parents if folder.exists())
         self.lay_over_folder(folder, {str(program.relative_to(folder)): self.binary})
         system = self.path / "system"
         for name in ("system-services", "system.d", "etc", "accounts"):
             (system / name).mkdir(parents=True)
-        shutil.copy(activation, system / "system-services")
-        shutil.copy(config.getoption("--packaging") / f"{BUS_NAME}.conf", system / "system.d")
+        shutil.copy(build.activation, system / "system-services")
+        shutil.copy(build.packaging / f"{BUS_NAME}.conf", system / "system.d")
         for name in ("system-services", "system.d"):
             self.layers += f"mount --bind {system}/{name} /usr/share/dbus-1/{name}\n"
         self.layers += f"mount --bind {system}/etc /etc/dbus-1\n"
@@ -64,8 +63,8 @@ class ActivatingMachine(NamespaceWorld):
 
 
 @pytest.fixture
-def machine(request):
-    machine = ActivatingMachine(request.config)
+def machine(build):
+    machine = ActivatingMachine(build)
     yield machine
     machine.finish()
 

@@ -14,9 +14,9 @@ RUN = "scripts/run"
 
 
 @pytest.fixture
-def type_in(machine, request, tmp_path):
+def type_in(machine, build, tmp_path):
     """Runs a command in the world of the daemon; returns what the terminal shows. A failure would show too."""
-    path = f"{machine.binary.parent}:{request.config.getoption('--ledgerctl').parent}:{os.environ['PATH']}"
+    path = f"{machine.binary.parent}:{build.ledgerctl.parent}:{os.environ['PATH']}"
     output = tmp_path / "output"
     (tmp_path / "examples").symlink_to(SOURCES / "examples")
 

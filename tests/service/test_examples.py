@@ -15,9 +15,9 @@ MISSING = {"cpp": NOT_SERVED, "py": NOT_SERVED, "sh": "ledgerctl: the daemon is 
 
 
 @pytest.fixture
-def run(request, world):
+def run(build, world):
     """Runs a program and returns its status, standard output and standard error."""
-    path = f"{request.config.getoption('--ledgerctl').parent}:{os.environ['PATH']}"
+    path = f"{build.ledgerctl.parent}:{os.environ['PATH']}"
 
     def run(program, *arguments):
         environment = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": world.bus.address, "PATH": path}
@@ -33,9 +33,8 @@ def language(request):
 
 
 @pytest.fixture
-def example(request, language, run):
-    compiled = request.config.getoption("--example")
-    program = compiled if language == "cpp" else EXAMPLES / f"hostname.{language}"
+def example(build, language, run):
+    program = build.example if language == "cpp" else EXAMPLES / f"hostname.{language}"
     return lambda *arguments: run(program, *arguments)
 
 

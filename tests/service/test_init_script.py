@@ -61,8 +61,8 @@ class InitScript:
 
 
 @pytest.fixture
-def init(request, machine):
-    return InitScript(machine, request.config.getoption("--init-script"))
+def init(build, machine):
+    return InitScript(machine, build.init_script)
 
 
 def daemons(machine):
@@ -220,10 +220,9 @@ def test_unknown_action(machine, init, action):
     assert not daemons(machine)
 
 
-def test_script_without_its_daemon_is_silent(machine, request):
+def test_script_without_its_daemon_is_silent(machine, build):
     """What is left of a removed package."""
-    script = request.config.getoption("--init-script")
     for action in ("start", "stop"):
-        command = machine.spawn("sh", str(script), action)
+        command = machine.spawn("sh", str(build.init_script), action)
         command.wait()
         assert (command.status, command.take_stderr()) == (0, "")

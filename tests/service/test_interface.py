@@ -11,8 +11,8 @@ GENERATOR = "dbusxx-xml2cpp"
 
 
 @pytest.fixture
-def installed(request):
-    return request.config.getoption("--packaging") / f"{INTERFACE}.xml"
+def installed(build):
+    return build.packaging / f"{INTERFACE}.xml"
 
 
 @pytest.fixture

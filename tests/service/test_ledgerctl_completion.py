@@ -54,8 +54,8 @@ LINES = [
     ("ledgerctl unset -r nu", {"null"}),
 ]
 @pytest.fixture(scope="module")
-def directory(request):
-    return request.config.getoption("--completion")
+def directory(build):
+    return build.completion
 
 
 @pytest.fixture

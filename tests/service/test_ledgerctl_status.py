@@ -179,12 +179,12 @@ def test_no_bus(ledgerctl, world):
     assert error.startswith(b"ledgerctl: the daemon is not running: there is no system bus\n"), error
 
 
-def test_daemon_that_the_bus_cannot_start(request, make_world_with_bus, tmp_path):
+def test_daemon_that_the_bus_cannot_start(build, make_world_with_bus, tmp_path):
     (tmp_path / f"{BUS_NAME}.service").write_text(
         f"[D-BUS Service]\nName={BUS_NAME}\nExec=/bin/false\nUser=root\n")
     world = make_world_with_bus(
         f"  <servicedir>{tmp_path}</servicedir>\n  <servicehelper>/bin/false</servicehelper>\n")
-    status, output, error = Ledgerctl(request.config.getoption("--ledgerctl"), world).run("list")
+    status, output, error = Ledgerctl(build.ledgerctl, world).run("list")
     assert (status, output) == (NOT_RUNNING, b"")
     assert error.startswith(b"ledgerctl: the daemon is not running and cannot be started\n"), error
 
@@ -221,13 +221,13 @@ class observed_calls:
         self.process.wait()
 
 
-def test_access_that_is_denied(request, make_world_with_bus):
+def test_access_that_is_denied(build, make_world_with_bus):
     world = make_world_with_bus(REFUSED)
     daemon = world.start(wait=False)
     connection = world.bus.connect()
     wait_for(lambda: connection.name_has_owner(BUS_NAME), "the daemon owns its name")
     connection.close()
-    client = Ledgerctl(request.config.getoption("--ledgerctl"), world)
+    client = Ledgerctl(build.ledgerctl, world)
     for verb in VERBS.values():
         assert client.run(*verb, input=b"{}") == failure(DENIED, b"permission denied by the bus")
     daemon.stop()

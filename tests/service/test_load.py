@@ -9,8 +9,8 @@ CALLS = 50000
 MEMORY_GROWTH = 128 * 1024
 
 
-def test_load_of_all_methods_is_answered_as_predicted_and_leaves_nothing(world, daemon, request):
-    load = Load(world, daemon, request.config.getoption("--load-client"), CALLS, CLIENTS, SEED, warm_up=0.5)
+def test_load_of_all_methods_is_answered_as_predicted_and_leaves_nothing(world, daemon, build):
+    load = Load(world, daemon, build.load_client, CALLS, CLIENTS, SEED, warm_up=0.5)
     print(load.report())
     # The limit is small enough to notice 16 bytes for each call since the warm-up.
     assert (load.calls / 2) * 16 > MEMORY_GROWTH

@@ -43,9 +43,8 @@ def countdown(world):
 
 
 @pytest.fixture
-def victim(world, countdown, request):
-    library = request.config.getoption("--failing-malloc")
-    return Victim(world, ("env", f"LD_PRELOAD={library}", f"LEDGERD_TEST_ALLOCATIONS={world.path}/allocations"))
+def victim(world, countdown, build):
+    return Victim(world, ("env", f"LD_PRELOAD={build.failing_malloc}", f"LEDGERD_TEST_ALLOCATIONS={world.path}/allocations"))
 
 
 def prepare(victim):

@@ -138,9 +138,9 @@ def check(rounds, bound):
 
 
 @pytest.fixture
-def control(world, request):
+def control(world, build):
     """Another service on the same bus."""
-    process = subprocess.Popen([str(request.config.getoption("--control-service")), world.bus.address, CONTROL, "1"])
+    process = subprocess.Popen([str(build.control_service), world.bus.address, CONTROL, "1"])
     with contextlib.closing(world.bus.connect()) as connection:
         wait_for(lambda: connection.name_has_owner(CONTROL), "the control service owns its name")
     yield CONTROL

@@ -156,11 +156,11 @@ def test_failed_assertion_reaches_the_kernel_log_and_the_daemon_comes_back(syste
 
 @needs_strace
 @needs_tracer
-def test_failed_assertion_reaches_the_tracer(system, client, request):
-    probes, installed = map(request.config.getoption, ("--probes", "--installed-probes"))
+def test_failed_assertion_reaches_the_tracer(system, client, build):
+    installed = build.installed_probes
     libraries = next(folder for folder in installed.parents if folder.exists())
     layer = system.path / "probes"
-    system.run("install", "-D", str(probes), str(layer / installed.relative_to(libraries)))
+    system.run("install", "-D", str(build.probes), str(layer / installed.relative_to(libraries)))
     system.run("mount", "-t", "overlay", "overlay", "-o", f"lowerdir={layer}:{libraries}", str(libraries))
     system.run("sh", "-c", "HOME=/run lttng-sessiond --no-kernel --daemonize >/dev/null 2>&1")
     lttng = ("env", "HOME=/run", "lttng", "--no-sessiond")

@@ -64,18 +64,18 @@ class Tracer:
             os.kill(pid, number)
 
 
-def install(machine, config, probes=None):
+def install(machine, build, probes=None):
     """Puts the probes, or another file for them, where the daemon looks."""
     # Shared memory belongs to the whole machine otherwise.
     machine.layers += "mount -t tmpfs tmpfs /dev/shm\n"
-    installed = config.getoption("--installed-probes")
+    installed = build.installed_probes
     folder = next(folder for folder in installed.parents if folder.exists())
-    source = probes or config.getoption("--probes")
+    source = probes or build.probes
     machine.lay_over_folder(folder, add={str(installed.relative_to(folder)): source})
 
 
-def hide_probes(machine, config):
-    installed = config.getoption("--installed-probes")
+def hide_probes(machine, build):
+    installed = build.installed_probes
     if installed.exists():
         machine.lay_over_folder(installed.parent, hide=[installed.name])
 
@@ -98,9 +98,9 @@ def broken_library(machine):
 
 
 @pytest.fixture
-def traced(machine, request):
+def traced(machine, build):
     """A machine with the daemon's probes installed."""
-    install(machine, request.config)
+    install(machine, build)
     return machine
 
 
@@ -218,23 +218,23 @@ def test_tracer_starts_its_threads_in_the_daemon_only(traced):
         traced.stop()
 
 
-def without_probes(machine, config):
-    hide_probes(machine, config)
+def without_probes(machine, build):
+    hide_probes(machine, build)
 
 
-def without_tracer(machine, config):
-    install(machine, config)
+def without_tracer(machine, build):
+    install(machine, build)
     hide_tracer(machine)
 
 
-def with_broken_probes(machine, config):
-    install(machine, config, broken_library(machine))
+def with_broken_probes(machine, build):
+    install(machine, build, broken_library(machine))
 
 
 @needs_one_thread
 @pytest.mark.parametrize("prepare", [without_probes, without_tracer, with_broken_probes])
-def test_daemon_without_a_tracer_has_one_thread_and_says_nothing(machine, request, prepare):
-    prepare(machine, request.config)
+def test_daemon_without_a_tracer_has_one_thread_and_says_nothing(machine, build, prepare):
+    prepare(machine, build)
     leave_socket(machine)
     with StalledBus(machine) as bus:
         starter = machine.launch(environment=bus.environment)
@@ -253,8 +253,8 @@ def test_daemon_without_a_tracer_has_one_thread_and_says_nothing(machine, reques
 
 
 @pytest.mark.parametrize("prepare", [without_probes, without_tracer, with_broken_probes])
-def test_daemon_without_a_tracer_runs_in_the_foreground(machine, request, prepare):
-    prepare(machine, request.config)
+def test_daemon_without_a_tracer_runs_in_the_foreground(machine, build, prepare):
+    prepare(machine, build)
     leave_socket(machine)
     command = machine.launch("-d")
     machine.wait_until_name_is_owned()
@@ -264,8 +264,8 @@ def test_daemon_without_a_tracer_runs_in_the_foreground(machine, request, prepar
 
 
 @needs_strace
-def test_assertion_without_a_tracer_is_in_the_kernel_log(machine, request):
-    without_tracer(machine, request.config)
+def test_assertion_without_a_tracer_is_in_the_kernel_log(machine, build):
+    without_tracer(machine, build)
     leave_socket(machine)
     fault = observe.Strace(machine, "-P", "/var/lib/plinthware/registry~~new", "-e", "trace=write",
                            "-e", "inject=write:retval=0")
