@@ -1,29 +1,30 @@
-"""The daemon as a service: what the start command guarantees, what the detached process is like, how it ends."""
+"""The daemon as a service: its process, its streams and signals, its messages, and a second instance."""
 
 import os
 import re
 import signal
-import stat
 
 import pytest
 
 from world import observe
-from world.harness import BUS_NAME, MISSING_HARDWARE, wait_for
+from world.harness import BUS_NAME, INTERFACE, MISSING_HARDWARE, OBJECT_PATH, wait_for
 from world.namespace_world import SERVICE_NAME, needs_one_thread
 from world.observe import needs_strace
-from world.stalled_bus import StalledBus
-from test_foreground import ALL_CLOSED_STREAMS, without_streams
+from world.stalled_bus import stalled_start
+from test_start_failures import DIED_EARLY
 
 IGNORED = {signal.SIGTSTP, signal.SIGTTOU, signal.SIGTTIN, signal.SIGUSR1, signal.SIGPIPE, signal.SIGXFSZ}
 TERMINATION = {getattr(signal, name) for name in observe.TERMINATION_SIGNALS}
-# A sanitizer reports these itself.
+# A sanitizer handles these itself.
 FAULTS = {signal.SIGSEGV, signal.SIGBUS, signal.SIGFPE, signal.SIGILL, signal.SIGTRAP, signal.SIGABRT}
 
 
-def signals(pid, field):
-    """The signals, but for the real-time ones, in a mask of /proc/PID/status."""
-    mask = int(observe.status(pid)[field], 16)
-    return {signal.Signals(number) for number in range(1, 32) if mask & 1 << (number - 1)}
+def signals(pid):
+    """Returns the ignored, handled and blocked signals, without those of real time and those of a sanitizer."""
+    masks = [int(observe.status(pid)[field], 16) for field in ("SigIgn", "SigCgt", "SigBlk")]
+    ignored, handled, blocked = ({signal.Signals(number) for number in range(1, 32) if mask & 1 << (number - 1)}
+                                 for mask in masks)
+    return ignored, handled - FAULTS, blocked
 
 
 @pytest.mark.parametrize("arguments", [(), ("-x",), ("--help",), ("",), ("-dk",), ("-K",), ("d",), ("-x", "-d")],
@@ -32,256 +33,149 @@ def test_service_answers_as_soon_as_the_start_command_has_returned(machine, argu
     client = machine.client()
     daemon = machine.start(*arguments)
     assert client.read("net", "ip") == ""
-    client.close()
     assert observe.status(daemon.pid)["Name"] == SERVICE_NAME
     assert daemon.owns_the_name()
 
 
-@needs_strace
-def test_start_command_waits_for_a_daemon_that_is_slow_with_the_bus(machine):
-    client = machine.client()
-    slow = observe.Strace(machine, "-s", "1000", "-e", "trace=sendmsg", "-e", "inject=sendmsg:delay_enter=100000")
-    machine.start(wrapper=slow.wrapper)
-    assert client.read("net", "ip") == ""
-    client.close()
-    # The slowness was there: this is what was sent.
-    assert any("RequestName" in line for line in slow.lines())
-
-
-def test_pid_file_holds_the_number_of_the_daemon_and_a_line_feed(machine):
-    machine.pid_file.write_text("4294967295\nlonger than what replaces it\n")
-    daemon = machine.start()
-    assert machine.pid_file.read_bytes() == b"%lu\n" % daemon.inner_pid
-    assert machine.processes_named(SERVICE_NAME) == {daemon.inner_pid: daemon.pid}
-
-
 @needs_one_thread
-def test_starter_and_daemon_have_names_of_their_own(machine):
-    with StalledBus(machine) as bus:
-        starter = machine.launch(environment=bus.environment)
-        wait_for(lambda: machine.processes_named(SERVICE_NAME), "the daemon has its name")
-        assert observe.status(starter.pid)["Name"] == observe.PROCESS_NAME
+def test_start_command_waits_in_one_thread_after_it_has_written_the_pid_file(machine):
+    machine.pid_file.write_text("4294967295".ljust(100) + "\n")
+    with stalled_start(machine) as (bus, starter, daemon):
+        assert machine.pid_file.read_text() == f"{daemon.inner_pid}\n"
+        assert list(observe.thread_names(starter.pid).values()) == [observe.PROCESS_NAME]
+        assert list(observe.thread_names(daemon.pid).values()) == [SERVICE_NAME]
         assert starter.status is None
         bus.release()
-        starter.wait()
-        assert (starter.status, starter.take_stderr()) == (0, "")
-        daemon = machine.service()
+        assert starter.result() == (0, "")
         wait_for(lambda: observe.thread_named(daemon.pid, observe.WORKER_NAME), "the worker has its name")
         assert observe.thread_named(daemon.pid, SERVICE_NAME) == daemon.pid
-        machine.stop()
 
 
-def test_pid_file_is_there_before_the_daemon_is_ready(machine):
-    with StalledBus(machine) as bus:
-        starter = machine.launch(environment=bus.environment)
-        wait_for(lambda: machine.processes_named(SERVICE_NAME) and machine.pid_file.exists()
-                 and machine.pid_file.read_text(), "there is a daemon and a PID file")
-        assert machine.pid_file.read_text() == f"{next(iter(machine.processes_named(SERVICE_NAME)))}\n"
-        assert starter.status is None
-        bus.release()
-        starter.wait()
-        machine.stop()
-
-
-def test_daemon_leads_a_session_of_its_own(machine):
-    daemon = machine.start()
-    assert os.getsid(daemon.pid) == daemon.pid != os.getsid(0)
-    assert os.getpgid(daemon.pid) == daemon.pid
-    # No terminal.
-    with open(f"/proc/{daemon.pid}/stat", encoding="ascii") as file:
-        assert file.read().rsplit(")", 1)[1].split()[4] == "0"
-
-
-def test_daemon_works_in_the_root_directory(machine):
-    daemon = machine.start(wrapper=("env", f"--chdir={machine.path}"))
-    assert os.readlink(f"/proc/{daemon.pid}/cwd") == "/"
-
-
-def test_file_creation_mask_is_inherited(machine):
-    daemon = machine.start(umask=0o027)
-    assert observe.status(daemon.pid)["Umask"] == "0027"
-
-
-def test_daemon_is_orphaned_by_its_starter(machine):
-    daemon = machine.start()
-    # There was one fork: the daemon is the starter's child, and nobody else is left.
-    assert set(machine.processes()) == {1, daemon.inner_pid}
-    init = machine.processes()[1]
-    assert int(observe.status(daemon.pid)["PPid"]) == init
-
-
-def assert_standard_streams_are_detached(daemon):
-    found = observe.descriptors(daemon.pid)
-    assert [found[fd] for fd in (0, 1, 2)] == ["/dev/null", "/dev/kmsg", "/dev/kmsg"]
-    modes = []
-    for fd in (0, 1, 2):
-        with open(f"/proc/{daemon.pid}/fdinfo/{fd}", encoding="ascii") as file:
-            flags = next(int(line.split()[1], 8) for line in file if line.startswith("flags:"))
-        modes.append(flags & os.O_ACCMODE)
-    assert modes == [os.O_RDONLY, os.O_WRONLY, os.O_WRONLY]
-    assert stat.S_ISFIFO(os.stat(f"/proc/{daemon.pid}/fd/2").st_mode)
-
-
-def assert_no_other_descriptors(daemon):
-    """Beside the standard streams there are the connection to the bus and the pipe that wakes the loop."""
-    kinds = sorted(target.split(":")[0] for fd, target in observe.descriptors(daemon.pid).items() if fd > 2)
-    assert kinds == ["pipe", "pipe", "socket"]
-
-
-def test_standard_streams_are_null_device_and_kernel_log(machine):
-    given = os.pipe()
-    daemon = machine.start(stdin=given[0], stdout=given[1])
-    assert_standard_streams_are_detached(daemon)
-    assert_no_other_descriptors(daemon)
-    assert os.readlink(f"/proc/self/fd/{given[0]}") not in observe.descriptors(daemon.pid).values()
-    for fd in given:
-        os.close(fd)
-
-
-@pytest.mark.parametrize("closed", ALL_CLOSED_STREAMS, ids=lambda closed: "closed" + "".join(map(str, closed)))
-def test_closed_standard_streams_end_up_the_same(machine, closed):
-    daemon = machine.start(wrapper=without_streams(closed))
-    assert_standard_streams_are_detached(daemon)
-    assert_no_other_descriptors(daemon)
-    client = daemon.client()
-    client.write("net", "ip", "10.0.0.1")
-    client.flush()
-    client.close()
-    assert machine.registry_bytes() == b"[net]\nip=10.0.0.1\n"
-
-
-def test_inherited_descriptors_stay_open(machine):
+def test_daemon_is_detached_from_its_starter(machine):
     reader, writer = os.pipe()
-    daemon = machine.start(pass_fds=[writer])
-    assert observe.descriptors(daemon.pid)[writer] == os.readlink(f"/proc/self/fd/{writer}")
+    daemon = machine.start(wrapper=("env", f"--chdir={machine.path}"), umask=0o027, stdin=reader, stdout=writer,
+                           pass_fds=[writer])
+    # There was one fork: the daemon is the starter's child, and the starter is gone.
+    assert set(machine.processes()) == {1, daemon.inner_pid}
+    assert int(observe.status(daemon.pid)["PPid"]) == machine.processes()[1]
+    assert os.getsid(daemon.pid) == os.getpgid(daemon.pid) == daemon.pid
+    with open(f"/proc/{daemon.pid}/stat", encoding="ascii") as file:
+        assert file.read().rsplit(")", 1)[1].split()[4] == "0", "it has no terminal"
+    assert os.readlink(f"/proc/{daemon.pid}/cwd") == "/"
+    assert observe.status(daemon.pid)["Umask"] == "0027"
+    # Only what the starter inherits on purpose stays open.
+    assert_descriptors(daemon, {writer: os.readlink(f"/proc/self/fd/{writer}")})
     os.close(writer)
     machine.stop()
-    # It held the last writing end, and wrote nothing.
     assert os.read(reader, 1) == b""
     os.close(reader)
 
 
-def test_signal_dispositions_of_a_ready_daemon(machine):
+def assert_descriptors(daemon, more):
+    found = observe.descriptors(daemon.pid)
+    assert [(found.pop(fd), observe.open_flags(daemon.pid, fd) & os.O_ACCMODE) for fd in (0, 1, 2)] == [
+        ("/dev/null", os.O_RDONLY), ("/dev/kmsg", os.O_WRONLY), ("/dev/kmsg", os.O_WRONLY)]
+    assert {fd: found.pop(fd) for fd in more} == more
+    # The pipe that wakes the loop, and the connection to the bus.
+    assert sorted(target.split(":")[0] for target in found.values()) == ["pipe", "pipe", "socket"]
+
+
+def test_closed_standard_streams_make_no_difference(machine):
+    daemon = machine.start(wrapper=("sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"))
+    assert_descriptors(daemon, {})
+    daemon.client().write("net", "ip", "10.0.0.1")
+    machine.stop()
+    assert machine.registry_bytes() == b"[net]\nip=10.0.0.1\n"
+
+
+def test_missing_kernel_log_is_replaced_by_the_null_device(machine):
+    machine.lay_over_dev()
+    machine.registry.mkdir()
     daemon = machine.start()
-    assert signals(daemon.pid, "SigIgn") == IGNORED
-    assert signals(daemon.pid, "SigCgt") - FAULTS == TERMINATION
-    assert int(observe.status(daemon.pid)["SigBlk"], 16) == 0
+    found = observe.descriptors(daemon.pid)
+    assert [found[fd] for fd in (0, 1, 2)] == ["/dev/null"] * 3
+    # It had something to print.
+    assert daemon.client().section_list() == []
+    assert machine.kernel_log.read() == ""
 
 
 @pytest.mark.parametrize("options", [
+    [],
     ["--ignore-signal=HUP,TERM,INT,QUIT"],
     ["--ignore-signal=USR1", "--block-signal=USR1,CHLD"],
     ["--ignore-signal=CHLD"],
     ["--block-signal=HUP,TERM,INT,QUIT"],
-], ids=["termination ignored", "hand-shake blocked", "children ignored", "termination blocked"])
-def test_signal_dispositions_do_not_depend_on_the_starting_program(machine, options):
+], ids=["nothing", "termination ignored", "handshake blocked", "children ignored", "termination blocked"])
+def test_signal_dispositions_do_not_depend_on_what_the_starter_inherits(machine, options):
     daemon = machine.start(wrapper=("env", *options))
-    assert signals(daemon.pid, "SigIgn") == IGNORED
-    assert signals(daemon.pid, "SigCgt") - FAULTS == TERMINATION
-    assert int(observe.status(daemon.pid)["SigBlk"], 16) == 0
+    assert signals(daemon.pid) == (IGNORED, TERMINATION, set())
     machine.stop()
     assert daemon.wait_end() == 0
 
 
 @pytest.mark.parametrize("wrapper", [(), ("env", "--ignore-signal=TERM")], ids=["none", "termination ignored"])
-def test_signal_dispositions_while_the_hardware_is_read(machine, wrapper):
+def test_signals_have_no_handlers_while_the_hardware_is_read(machine, wrapper):
     machine.lay_over_proc()
     os.mkfifo(machine.path / "proc" / "boardid")
     starter = machine.launch(wrapper=wrapper)
     # Reading the FIFO waits for a writer.
     daemon = machine.unready_service()
     wait_for(daemon.is_detached, "the daemon is detached")
-    assert signals(daemon.pid, "SigIgn") == IGNORED | {signal.SIGHUP}
-    assert signals(daemon.pid, "SigCgt") - FAULTS == set()
-    assert int(observe.status(daemon.pid)["SigBlk"], 16) == 0
-
+    assert signals(daemon.pid) == (IGNORED | {signal.SIGHUP}, set(), set())
     daemon.signal(signal.SIGHUP)
     daemon.signal(signal.SIGUSR1)
     assert starter.status is None
     daemon.signal(signal.SIGTERM)
-    starter.wait()
-    assert starter.status == 0
-    assert starter.take_stderr() == ("ledgd: Child died early\n"
-                                     "ledgerd caught exception: ledgd: Child died early\n")
+    assert starter.result() == (0, DIED_EARLY)
 
 
 @needs_strace
-def test_each_diagnostic_line_is_a_record_of_the_kernel_log(machine):
+def test_each_message_is_a_record_of_the_kernel_log(machine):
     machine.registry.mkdir()
     trace = observe.Strace(machine, "-s", "1000", "-e", "trace=write")
-    machine.start(wrapper=trace.wrapper)
-    client = machine.client()
-    assert client.section_list() == []
-    client.close()
-    assert machine.kernel_log.read() == MISSING_HARDWARE + "Error reading registry file: 21\n"
-    assert machine.take_log() == "Error reading registry file: 21\n"
+    daemon = machine.start(wrapper=trace.wrapper)
+    machine.registry.rmdir()
+    daemon.client().write("net", "ip", "10.0.0.1")
+    machine.bus.close()
+    assert daemon.wait_end() == 0
+    assert machine.registry_bytes() == b"[net]\nip=10.0.0.1\n"
+    messages = ["Error reading registry file: 21\n", "ledgerd lost its connection to the bus.\n"]
+    assert machine.kernel_log.read() == MISSING_HARDWARE + "".join(messages)
+    assert machine.take_log() == "".join(messages)
 
     def records():
         calls = observe.whole_calls(trace.lines())
-        return [match[1] for match in (re.search(r'write\(\d+</dev/kmsg>, "(.*)", \d+\)', call) for call in calls)
+        return [match[1] for match in (re.search(r'write\(\d+</dev/kmsg>, "(.*)\\n", \d+\)', call) for call in calls)
                 if match]
 
     # Each write to the device makes a record.
-    wait_for(lambda: len(records()) == 3, "strace has logged all")
-    assert records() == [*MISSING_HARDWARE.replace("\n", "\\n\n").splitlines(), "Error reading registry file: 21\\n"]
+    wait_for(lambda: len(records()) == 4, "strace has logged all")
+    assert "\n".join(records()) + "\n" == MISSING_HARDWARE + "".join(messages)
 
 
-def test_diagnostics_of_a_running_daemon_go_to_the_kernel_log(machine):
-    daemon = machine.start()
-    client = daemon.client()
-    client.write("net", "ip", "10.0.0.1")
-    machine.bus.close()
-    assert daemon.wait_end() == 0
-    assert machine.take_log() == "ledgerd lost its connection to the bus.\n"
-    assert machine.registry_bytes() == b"[net]\nip=10.0.0.1\n"
-
-
-@pytest.mark.parametrize("name", observe.TERMINATION_SIGNALS)
-def test_signal_ends_the_daemon_with_the_data_written_and_the_pid_file_left(machine, name):
-    daemon = machine.start()
-    client = daemon.client()
-    client.write("net", "ip", "10.0.0.1")
-    assert not machine.registry.exists()
-    daemon.signal(getattr(signal, name))
-    assert daemon.wait_end() == 0
-    assert machine.registry_bytes() == b"[net]\nip=10.0.0.1\n"
-    assert machine.pid_file.read_text() == f"{daemon.inner_pid}\n"
-    assert not client.connection.name_has_owner(BUS_NAME)
-    client.close()
-
-
-@pytest.mark.parametrize("name", ["SIGTSTP", "SIGTTIN", "SIGTTOU", "SIGUSR1"])
-def test_ignored_signal_changes_nothing(machine, name):
-    daemon = machine.start()
-    daemon.signal(getattr(signal, name))
-    client = daemon.client()
-    assert client.read("net", "ip") == ""
-    client.close()
-    assert observe.status(daemon.pid)["State"] != "T (stopped)"
-
-
-def test_restart_finds_the_data(machine):
-    for generation in range(3):
-        daemon = machine.start()
-        client = daemon.client()
-        if generation:
-            assert client.read("net", "ip") == f"10.0.0.{generation - 1}"
-        client.write("net", "ip", f"10.0.0.{generation}")
-        client.close()
-        if generation == 1:
-            daemon.signal(signal.SIGTERM)
-        else:
-            machine.stop()
-        assert daemon.wait_end() == 0
-        assert machine.pid_file.read_text() == f"{daemon.inner_pid}\n"
-
-
-def test_pid_file_that_cannot_be_written_is_passed_over(machine):
-    machine.pid_file.mkdir()
+def test_second_instance_waits_for_the_name_and_takes_it_over(machine):
+    first, second = machine.start(), machine.start()
+    # The PID file has the second one. The first one owns the name.
+    assert set(machine.processes_named(SERVICE_NAME)) == {first.inner_pid, second.inner_pid}
     client = machine.client()
-    command = machine.run()
-    assert (command.status, command.take_stderr()) == (0, "")
+    client.write("net", "ip", "first")
+    machine.stop()
+    assert second.wait_end() == 0
+    assert first.owns_the_name() and client.read("net", "ip") == "first"
+    assert not machine.registry.exists()
+
+    third = machine.start()
+    *_, waiting = client.connection.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                  "org.freedesktop.DBus", "ListQueuedOwners", "s", (BUS_NAME,))
+    # It answers calls to its unique name.
+    assert client.connection.call_blocking(waiting, OBJECT_PATH, INTERFACE, "Read", "ss", ("net", "ip")) == ""
+    assert first.owns_the_name()
+    first.signal(signal.SIGTERM)
+    assert first.wait_end() == 0
+    assert machine.registry_bytes() == b"[net]\nip=first\n"
+    wait_for(third.owns_the_name, "the third instance owns the name")
+    # It has read the file at its start.
     assert client.read("net", "ip") == ""
-    client.close()
-    assert os.listdir(machine.pid_file) == []
-    assert len(machine.processes_named(SERVICE_NAME)) == 1
+    client.write("net", "ip", "third")
+    machine.stop()
+    assert machine.registry_bytes() == b"[net]\nip=third\n"

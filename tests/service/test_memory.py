@@ -44,7 +44,8 @@ def countdown(world):
 
 @pytest.fixture
 def victim(world, countdown, build):
-    return Victim(world, ("env", f"LD_PRELOAD={build.failing_malloc}", f"LEDGERD_TEST_ALLOCATIONS={world.path}/allocations"))
+    return Victim(world, ("env", f"LD_PRELOAD={build.failing_malloc}",
+                          f"LEDGERD_TEST_ALLOCATIONS={world.path}/allocations"))
 
 
 def prepare(victim):

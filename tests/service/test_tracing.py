@@ -1,4 +1,4 @@
-"""The tracepoint of an assertion, with a real tracer; and a daemon that finds none, or one that hangs."""
+"""The tracepoint of an assertion, with LTTng; and a daemon without LTTng, or with a session daemon that hangs."""
 
 import os
 import pathlib
@@ -14,17 +14,17 @@ from world import observe
 from world.harness import MISSING_HARDWARE, wait_for
 from world.namespace_world import NOBODY_ELSE, SERVICE_NAME, needs_one_thread, needs_root
 from world.observe import needs_strace
-from world.stalled_bus import StalledBus
+from world.stalled_bus import stalled_start
 from tracer import EVENT, needs_tracer
 
-# How long the tracer's library by itself waits for a session daemon that does not answer.
+# The time for which LTTng's library by default waits for a session daemon that does not answer.
 TRACER_PATIENCE = 3
-# With this the daemon starts only when the session daemon has taken it up, so that nothing goes unrecorded.
+# With this the daemon waits until the session daemon knows it, so that each event is recorded.
 WAIT_FOR_TRACER = {"LTTNG_UST_REGISTER_TIMEOUT": "-1"}
 
 
 class Tracer:
-    """A session daemon of the test's own, in its namespaces."""
+    """A session daemon in the namespaces of the machine."""
 
     def __init__(self, machine):
         self.machine = machine
@@ -35,10 +35,7 @@ class Tracer:
     def run(self, *command):
         output = self.machine.path / "tool-output"
         with open(output, "wb") as stdout:
-            tool = self.machine.spawn(*command, environment=self.environment, stdout=stdout)
-            tool.wait()
-        printed = tool.take_stderr()
-        assert tool.status == 0 and not printed, printed
+            assert self.machine.spawn(*command, environment=self.environment, stdout=stdout).result() == (0, "")
         return output.read_text()
 
     def lttng(self, *arguments):
@@ -50,51 +47,47 @@ class Tracer:
         self.lttng("start")
 
     def recorded(self):
-        """Ends the recording; returns its events."""
+        """Ends the recording. Returns its events."""
         self.lttng("destroy", "session")
         return self.run("babeltrace2", str(self.output)).splitlines()
 
     def known_processes(self):
-        """Those whose probes the session daemon knows."""
+        """The processes whose probes the session daemon knows."""
         listed = self.lttng("list", "--userspace").split("PID: ")[1:]
         return {int(process.split()[0]) for process in listed if EVENT in process}
 
+    def processes(self):
+        return self.machine.processes("lttng-sessiond").values()
+
     def signal(self, number):
-        for pid in self.machine.processes_named("lttng-sessiond").values():
+        for pid in self.processes():
             os.kill(pid, number)
 
 
 def install(machine, build, probes=None):
-    """Puts the probes, or another file for them, where the daemon looks."""
-    # Shared memory belongs to the whole machine otherwise.
+    """Adds the probes, or another file, at the path where the daemon looks."""
+    # Without this, shared memory belongs to the whole machine.
     machine.layers += "mount -t tmpfs tmpfs /dev/shm\n"
-    installed = build.installed_probes
-    folder = next(folder for folder in installed.parents if folder.exists())
-    source = probes or build.probes
-    machine.lay_over_folder(folder, add={str(installed.relative_to(folder)): source})
+    directory = next(directory for directory in build.installed_probes.parents if directory.exists())
+    machine.lay_over_folder(directory, {str(build.installed_probes.relative_to(directory)): probes or build.probes})
 
 
-def hide_probes(machine, build):
-    installed = build.installed_probes
-    if installed.exists():
-        machine.lay_over_folder(installed.parent, hide=[installed.name])
+def without_probes(machine, build):
+    if build.installed_probes.exists():
+        machine.lay_over_folder(build.installed_probes.parent, hide=[build.installed_probes.name])
 
 
-def tracer_folders():
-    """Where the libraries of LTTng are."""
+def without_tracer(machine, build):
+    install(machine, build)
     cache = subprocess.run(["ldconfig", "-p"], stdout=subprocess.PIPE, text=True, check=True).stdout
-    return {pathlib.Path(path).resolve().parent for path in re.findall(r"=> (\S+/liblttng-ust\S+)", cache)}
+    for directory in {pathlib.Path(path).resolve().parent for path in re.findall(r"=> (\S+/liblttng-ust\S+)", cache)}:
+        machine.lay_over_folder(directory, hide=[path.name for path in directory.glob("liblttng-ust*.so*")])
 
 
-def hide_tracer(machine):
-    for folder in tracer_folders():
-        machine.lay_over_folder(folder, hide=[path.name for path in folder.glob("liblttng-ust*.so*")])
-
-
-def broken_library(machine):
-    path = machine.path / "broken.so"
-    path.write_text("no library\n")
-    return path
+def with_broken_probes(machine, build):
+    broken = machine.path / "broken.so"
+    broken.write_text("no library\n")
+    install(machine, build, broken)
 
 
 @pytest.fixture
@@ -104,9 +97,16 @@ def traced(machine, build):
     return machine
 
 
+@pytest.fixture(params=[without_probes, without_tracer, with_broken_probes])
+def untraced(request, machine, build):
+    """A machine on which the daemon cannot load the tracer, though there is the socket of a session daemon."""
+    request.param(machine, build)
+    leave_socket(machine)
+    return machine
+
+
 def maps(pid):
-    with open(f"/proc/{pid}/maps", encoding="utf-8") as file:
-        return file.read()
+    return pathlib.Path(f"/proc/{pid}/maps").read_text()
 
 
 def is_traceable(pid):
@@ -114,26 +114,23 @@ def is_traceable(pid):
     return "/liblttng-ust.so" in maps(pid)
 
 
-def session_daemon_socket(machine):
-    """Where the daemon looks for a session daemon; in a directory of its own."""
+def leave_socket(machine):
+    """Leaves the file that a session daemon leaves if it is killed. Returns its path."""
     path = machine.path / "run" / "lttng" / "lttng-ust-sock-8"
     path.parent.mkdir()
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(str(path))
     return path
 
 
-def leave_socket(machine):
-    """As a session daemon that was killed leaves it."""
-    with socket.socket(socket.AF_UNIX) as listener:
-        listener.bind(str(session_daemon_socket(machine)))
-
-
 def leave_socket_of_another_user(machine):
-    leave_socket(machine)
-    os.chown(machine.path / "run" / "lttng" / "lttng-ust-sock-8", NOBODY_ELSE, NOBODY_ELSE)
+    os.chown(leave_socket(machine), NOBODY_ELSE, NOBODY_ELSE)
 
 
 def leave_file(machine):
-    session_daemon_socket(machine).touch()
+    path = leave_socket(machine)
+    path.unlink()
+    path.touch()
 
 
 @needs_tracer
@@ -143,58 +140,59 @@ def leave_file(machine):
     pytest.param(leave_socket_of_another_user, False, marks=needs_root),
     (leave_socket, True),
 ], ids=["nothing", "file", "socket of another user", "socket of root"])
-def test_tracer_is_loaded_only_where_root_has_a_session_daemon(traced, prepare, traceable):
+def test_tracer_is_loaded_only_if_root_has_a_session_daemon(traced, prepare, traceable):
     prepare(traced)
     daemon = traced.start()
     assert is_traceable(daemon.pid) == traceable
-    # What other users could truncate.
+    # Other users could truncate this file.
     assert ("/dev/shm/lttng" in maps(daemon.pid)) == traceable
+
+
+def failed_assertion(machine, foreground, environment=None):
+    """Runs the daemon until it aborts. Returns the line of the assertion."""
+    # A write that returns 0 without an error: the program asserts that this is impossible.
+    fault = observe.Strace(machine, "-P", "/var/lib/plinthware/registry~~new", "-e", "trace=write",
+                           "-e", "inject=write:retval=0")
+    options = {"wrapper": fault.wrapper, "environment": environment}
+    if foreground:
+        daemon = machine.launch("-d", **options)
+        machine.wait_until_name_is_owned()
+    else:
+        daemon = machine.start(**options)
+    inner_pid = next(inner_pid for inner_pid, pid in machine.processes().items() if pid == daemon.pid)
+    client = machine.client()
+    client.write("net", "ip", "10.0.0.1")
+    assert client.error("Flush")[0] == "org.freedesktop.DBus.Error.NoReply"
+    if foreground:
+        assert daemon.result() == (-signal.SIGABRT, MISSING_HARDWARE)
+    else:
+        assert daemon.wait_end() == -signal.SIGABRT
+    report = re.fullmatch(rf"<2>User space assert from process {inner_pid}: n != 0\n"
+                          r"ASSERT Executing lib/platform/posix_helpers\.cpp:(\d+):[^\n]+\n", machine.take_log())
+    assert report is not None
+    return report[1]
 
 
 @needs_tracer
 @needs_strace
-@pytest.mark.parametrize("mode", ["service", "foreground"])
-def test_assertion_is_recorded_with_the_line_of_the_kernel_log(traced, mode):
+@pytest.mark.parametrize("foreground", [False, True], ids=["service", "foreground"])
+def test_assertion_is_recorded_with_the_line_of_the_kernel_log(traced, foreground):
     tracer = Tracer(traced)
     tracer.record()
-    # A write that takes nothing, and no error: the program takes that for impossible.
-    fault = observe.Strace(traced, "-P", "/var/lib/plinthware/registry~~new", "-e", "trace=write",
-                           "-e", "inject=write:retval=0")
-    if mode == "service":
-        daemon = traced.start(wrapper=fault.wrapper, environment=WAIT_FOR_TRACER)
-        inner_pid = daemon.inner_pid
-    else:
-        daemon = traced.launch("-d", wrapper=fault.wrapper, environment=WAIT_FOR_TRACER)
-        traced.wait_until_name_is_owned()
-        inner_pid = next(inner for inner, pid in traced.processes().items() if pid == daemon.pid)
-    client = traced.client()
-    assert inner_pid in tracer.known_processes()
-    client.write("net", "ip", "10.0.0.1")
-    assert client.error("Flush")[0] == "org.freedesktop.DBus.Error.NoReply"
-    client.close()
-    if mode == "service":
-        assert daemon.wait_end() == -signal.SIGABRT
-    else:
-        daemon.wait()
-        assert daemon.status == -signal.SIGABRT
-        assert daemon.take_stderr() == MISSING_HARDWARE
-    report = re.fullmatch(rf"<2>User space assert from process {inner_pid}: n != 0\n"
-                          r"ASSERT Executing lib/platform/posix_helpers\.cpp:(\d+):[^\n]+\n", traced.take_log())
-    assert report is not None
+    line = failed_assertion(traced, foreground, WAIT_FOR_TRACER)
     event, = tracer.recorded()
     assert f'{EVENT}: ' in event
-    assert event.endswith(f'{{ desc = "ASRT", value = {report[1]} }}')
+    assert event.endswith(f'{{ desc = "ASRT", value = {line} }}')
 
 
 @needs_tracer
-def test_nothing_is_recorded_without_an_assertion(traced):
+def test_no_event_is_recorded_without_an_assertion(traced):
     tracer = Tracer(traced)
     tracer.record()
     daemon = traced.start(environment=WAIT_FOR_TRACER)
     client = daemon.client()
     client.write("net", "ip", "10.0.0.1")
     client.flush()
-    client.close()
     assert daemon.inner_pid in tracer.known_processes()
     traced.stop()
     assert daemon.wait_end() == 0
@@ -203,80 +201,35 @@ def test_nothing_is_recorded_without_an_assertion(traced):
 
 @needs_tracer
 @needs_one_thread
-def test_tracer_starts_its_threads_in_the_daemon_only(traced):
+def test_tracer_starts_its_threads_only_in_the_daemon(traced):
     Tracer(traced)
-    with StalledBus(traced) as bus:
-        starter = traced.launch(environment=bus.environment)
-        daemon = traced.unready_service()
+    with stalled_start(traced) as (bus, starter, daemon):
         wait_for(daemon.has_connected, "the daemon has its connection")
         assert is_traceable(daemon.pid)
         assert not is_traceable(starter.pid)
         assert list(observe.thread_names(starter.pid).values()) == [observe.PROCESS_NAME]
         assert len(observe.thread_names(daemon.pid)) > 1
         bus.release()
-        starter.wait()
-        traced.stop()
-
-
-def without_probes(machine, build):
-    hide_probes(machine, build)
-
-
-def without_tracer(machine, build):
-    install(machine, build)
-    hide_tracer(machine)
-
-
-def with_broken_probes(machine, build):
-    install(machine, build, broken_library(machine))
+        assert starter.result() == (0, "")
 
 
 @needs_one_thread
-@pytest.mark.parametrize("prepare", [without_probes, without_tracer, with_broken_probes])
-def test_daemon_without_a_tracer_has_one_thread_and_says_nothing(machine, build, prepare):
-    prepare(machine, build)
-    leave_socket(machine)
-    with StalledBus(machine) as bus:
-        starter = machine.launch(environment=bus.environment)
-        daemon = machine.unready_service()
+def test_daemon_without_a_tracer_starts_silently_with_one_thread(untraced):
+    with stalled_start(untraced) as (bus, starter, daemon):
         wait_for(daemon.has_connected, "the daemon has its connection")
         assert not is_traceable(daemon.pid)
         assert list(observe.thread_names(daemon.pid).values()) == [SERVICE_NAME]
         bus.release()
-        starter.wait()
-        assert (starter.status, starter.take_stderr()) == (0, "")
-        client = machine.client()
-        assert client.read("net", "ip") == ""
-        client.close()
-        machine.stop()
-    assert machine.kernel_log.read() == MISSING_HARDWARE
-
-
-@pytest.mark.parametrize("prepare", [without_probes, without_tracer, with_broken_probes])
-def test_daemon_without_a_tracer_runs_in_the_foreground(machine, build, prepare):
-    prepare(machine, build)
-    leave_socket(machine)
-    command = machine.launch("-d")
-    machine.wait_until_name_is_owned()
-    os.kill(command.pid, signal.SIGTERM)
-    command.wait()
-    assert (command.status, command.take_stderr()) == (0, MISSING_HARDWARE)
+        assert starter.result() == (0, "")
+        assert daemon.client().read("net", "ip") == ""
+        untraced.stop()
+    assert untraced.kernel_log.read() == MISSING_HARDWARE
 
 
 @needs_strace
-def test_assertion_without_a_tracer_is_in_the_kernel_log(machine, build):
-    without_tracer(machine, build)
-    leave_socket(machine)
-    fault = observe.Strace(machine, "-P", "/var/lib/plinthware/registry~~new", "-e", "trace=write",
-                           "-e", "inject=write:retval=0")
-    daemon = machine.start(wrapper=fault.wrapper)
-    client = daemon.client()
-    client.write("net", "ip", "10.0.0.1")
-    client.error("Flush")
-    client.close()
-    assert daemon.wait_end() == -signal.SIGABRT
-    assert re.fullmatch(rf"<2>User space assert from process {daemon.inner_pid}: n != 0\n"
-                        r"ASSERT Executing lib/platform/posix_helpers\.cpp:\d+:[^\n]+\n", machine.take_log())
+@pytest.mark.parametrize("foreground", [False, True], ids=["service", "foreground"])
+def test_assertion_without_a_tracer_is_in_the_kernel_log(untraced, foreground):
+    failed_assertion(untraced, foreground)
 
 
 @needs_tracer
@@ -284,15 +237,14 @@ def test_session_daemon_that_hangs_delays_neither_start_nor_end(traced):
     tracer = Tracer(traced)
     client = traced.client()
     tracer.signal(signal.SIGSTOP)
-    wait_for(lambda: all(observe.status(pid)["State"] == "T (stopped)"
-                         for pid in traced.processes_named("lttng-sessiond").values()), "the session daemon hangs")
+    wait_for(lambda: {observe.status(pid)["State"] for pid in tracer.processes()} == {"T (stopped)"},
+             "the session daemon hangs")
     began = time.monotonic()
     daemon = traced.start()
     assert time.monotonic() - began < TRACER_PATIENCE / 2
     assert is_traceable(daemon.pid)
     client.write("net", "ip", "10.0.0.1")
-    client.close()
-    # Nor would it be killed after two seconds.
+    # It prints a message if it has to kill the daemon after 2 seconds.
     traced.stop()
     assert daemon.wait_end() == 0
     assert traced.registry_bytes() == b"[net]\nip=10.0.0.1\n"
@@ -300,15 +252,14 @@ def test_session_daemon_that_hangs_delays_neither_start_nor_end(traced):
 
 
 @needs_tracer
-def test_daemon_outlives_the_session_daemon(traced):
+def test_daemon_survives_the_end_of_the_session_daemon(traced):
     tracer = Tracer(traced)
     daemon = traced.start()
     wait_for(lambda: daemon.inner_pid in tracer.known_processes(), "the session daemon knows the daemon")
     tracer.signal(signal.SIGKILL)
-    wait_for(lambda: not traced.processes_named("lttng-sessiond"), "the session daemon is gone")
+    wait_for(lambda: not tracer.processes(), "the session daemon has ended")
     client = daemon.client()
     client.write("net", "ip", "10.0.0.1")
     assert client.read("net", "ip") == "10.0.0.1"
-    client.close()
     traced.stop()
     assert daemon.wait_end() == 0

@@ -1,4 +1,4 @@
-"""What the suites of the tracepoint share."""
+"""The name of the event, and a mark for tests that need LTTng."""
 
 import shutil
 

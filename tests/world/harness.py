@@ -1,9 +1,10 @@
 """Runs the unmodified daemon in a world of its own: a private system bus, and a mount namespace in which /var/lib, /run
 and /dev/kmsg are the test's."""
 
+import contextlib
+import itertools
 import os
 import pathlib
-import select
 import shutil
 import signal
 import subprocess
@@ -12,7 +13,6 @@ import time
 
 import dbus
 import dbus.bus
-import dbus.lowlevel
 
 BUS_NAME = "com.tavimesh.Registry"
 OBJECT_PATH = "/com/tavimesh/Registry"
@@ -23,14 +23,14 @@ CAPACITY = 16383
 MISSING_HARDWARE = ("BOOTLOADER ENVIRONMENT CORRUPT. PLEASE RUN MANUFACTURING TEST\n"
                     "SRB not valid. Please run manufacturing test.\n")
 
-# Generous: these bound a failure, they do not time anything.
+# Generous: it limits the time until a failure.
 PATIENCE = 30.0
 POLL_INTERVAL = 0.002
 
-# Nothing outlives a test run that is killed.
+# No process outlives a test run that is killed.
 DIE_WITH_TEST = ("setpriv", "--pdeathsig", "KILL")
 
-# A bus that lets everybody do everything. A test's own lines come after it and so have the last word.
+# A bus that allows everything. The lines of a test follow it, so they win.
 OPEN_BUS = pathlib.Path(__file__).parents[2] / "scripts" / "lib" / "private-bus.conf"
 BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -39,7 +39,7 @@ BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus
 {lines}</busconfig>
 """
 
-# Lays the test's directories over the system's and becomes the daemon, so that its process is the one that was started.
+# Mounts the test's directories over the system's and becomes the daemon: its process is the one that was started.
 ENTER_WORLD = """
 set -e
 mount --bind "$1/lib" /var/lib
@@ -51,25 +51,34 @@ exec "$@"
 
 
 def wait_for(condition, what, patience=PATIENCE):
-    """Returns the first true value of condition(); fails when there is none in time."""
+    """Returns the first true value of condition(). Fails if there is none in time."""
     deadline = time.monotonic() + patience
     while True:
-        value = condition()
-        if value:
+        if value := condition():
             return value
         if time.monotonic() > deadline:
             raise AssertionError(f"timed out waiting until {what}")
         time.sleep(POLL_INTERVAL)
 
 
+def unshare(*namespaces):
+    """The command that makes private namespaces, also for a user who is not root."""
+    user = () if os.geteuid() == 0 else ("--map-root-user",)
+    return "unshare", *namespaces, "--propagation", "private", *user, "--"
+
+
+def enter_world(world):
+    return "sh", "-c", ENTER_WORLD, "enter-world", str(world.path)
+
+
 def is_sanitized(world):
-    """Whether the daemon was built with a sanitizer, which takes memory as it likes."""
+    """Whether the daemon was built with a sanitizer, which needs memory and descriptors of its own."""
     binary = world.binary.read_bytes()
     return any(symbol in binary for symbol in [b"__asan_init", b"__tsan_init"])
 
 
 class TemporaryTree:
-    """A directory that is removed at the end, whatever is in it."""
+    """A directory that is removed at the end, with all that is in it."""
 
     def __init__(self):
         self.path = pathlib.Path(tempfile.mkdtemp(prefix="ledgerd-test-"))
@@ -79,7 +88,7 @@ class TemporaryTree:
 
 
 class Bus:
-    """A dbus-daemon with a configuration of its own: that of `base`, then `lines`."""
+    """A dbus-daemon with the configuration of `base`, then `lines`."""
 
     def __init__(self, directory, lines="", base=OPEN_BUS, wrapper=()):
         self.socket = directory / "bus"
@@ -93,15 +102,6 @@ class Bus:
         # The address is printed when the bus listens.
         assert self.process.stdout.readline(), "dbus-daemon did not start"
 
-    def refuse_name(self):
-        """From now on nobody may own the daemon's name."""
-        lines = f'  <policy context="default"><deny own="{BUS_NAME}"/></policy>\n'
-        self.configuration.write_text(self.configuration.read_text().replace("</busconfig>", f"{lines}</busconfig>"))
-        connection = self.connect()
-        connection.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                 "ReloadConfig", "", ())
-        connection.close()
-
     def connect(self):
         return dbus.bus.BusConnection(self.address)
 
@@ -113,7 +113,7 @@ class Bus:
 
 
 class KernelLog:
-    """The FIFO that stands for /dev/kmsg: each write of the daemon is one record."""
+    """The FIFO in place of /dev/kmsg."""
 
     def __init__(self, path):
         os.mkfifo(path)
@@ -122,13 +122,14 @@ class KernelLog:
         self.taken = 0
 
     def read(self):
-        """Everything that was written so far."""
-        while select.select([self.fd], [], [], 0)[0]:
-            self.text += os.read(self.fd, 65536)
+        """Returns everything that was written so far."""
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                self.text += os.read(self.fd, 65536)
         return self.text.decode()
 
     def take(self):
-        """What was written since the last call."""
+        """Returns what was written since the last call."""
         text = self.read()[self.taken:]
         self.taken += len(text)
         return text
@@ -138,8 +139,8 @@ class KernelLog:
 
 
 class World:
-    """The directories that the daemon sees, and the bus, which `make_bus` starts in a directory. A daemon can be started
-    in it again and again."""
+    """The directories that the daemon sees, and the bus, which `make_bus` starts in a directory. Daemons can be started
+    in it any number of times."""
 
     def __init__(self, binary, make_bus=Bus):
         self.binary = binary
@@ -151,105 +152,113 @@ class World:
         self.kernel_log = KernelLog(self.path / "kmsg")
         self.bus = make_bus(self.path)
         self.daemons = []
+        self.clients = []
+        self.numbers = itertools.count()
 
     def start(self, *arguments, wait=True, wrapper=(), environment=None, **popen_options):
-        """Starts a daemon in the foreground, behind `wrapper` if given, and waits until it owns its name."""
+        """Starts a daemon in the foreground, by `wrapper` if given, and waits until it serves."""
         daemon = Daemon(self, arguments or ("-d",), wrapper, environment or {}, popen_options)
         self.daemons.append(daemon)
         if wait:
             daemon.wait_ready()
         return daemon
 
-    def wait_until_unserved(self):
-        """Waits until the bus knows of the end of every daemon before."""
-        connection = self.bus.connect()
-        try:
-            wait_for(lambda: not connection.name_has_owner(BUS_NAME), "the bus knows of the daemon's end")
-        finally:
-            connection.close()
+    def owner(self):
+        """Returns the process ID of the owner of the daemon's name, None if there is no owner."""
+        with contextlib.closing(self.bus.connect()) as connection:
+            if not connection.name_has_owner(BUS_NAME):
+                return None
+            return int(connection.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                                "GetConnectionUnixProcessID", "s", (BUS_NAME,)))
 
-    def client(self):
-        """For tests whose client outlives a daemon."""
-        return Client(self.bus.connect())
+    def wait_until_unserved(self):
+        """Waits until the bus knows of the end of all daemons."""
+        with contextlib.closing(self.bus.connect()) as connection:
+            wait_for(lambda: not connection.name_has_owner(BUS_NAME), "the bus knows of the daemon's end")
+
+    def client(self, **options):
+        """Returns a client, which stays open until the end of the world."""
+        self.clients.append(Client(self.bus.connect(), **options))
+        return self.clients[-1]
 
     def registry_bytes(self):
         return self.registry.read_bytes() if self.registry.exists() else b""
 
     def close(self):
-        for daemon in self.daemons:
-            daemon.close()
-        self.bus.close()
-        self.kernel_log.close()
-        self.tree.close()
+        for each in (*self.clients, *self.daemons, self.bus, self.kernel_log, self.tree):
+            each.close()
 
 
-class Daemon:
-    """One run of the daemon. What it prints must be taken by the test; see take_stderr."""
+class Program:
+    """A process in a world. The test must take what it prints on standard error."""
+
+    def __init__(self, world, command, environment, popen_options):
+        self.world = world
+        self.stderr_path = world.path / f"stderr.{next(world.numbers)}"
+        self.taken = 0
+        environment = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": world.bus.address, **environment}
+        with open(self.stderr_path, "wb") as stderr:
+            options = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": stderr, **popen_options}
+            self.process = subprocess.Popen(command, env=environment, **options)
+
+    def stderr(self):
+        """Returns everything that was printed so far."""
+        return self.stderr_path.read_text(errors="backslashreplace")
+
+    def take_stderr(self):
+        """Returns what was printed since the last call."""
+        text = self.stderr()[self.taken:]
+        self.taken += len(text)
+        return text
+
+    def close(self):
+        if self.process.poll() is None:
+            self.process.kill()
+        self.process.wait()
+
+
+class Daemon(Program):
+    """One run of the daemon in the foreground."""
 
     def __init__(self, world, arguments, wrapper, environment, popen_options):
-        self.world = world
-        self.stderr_path = world.path / f"stderr.{len(world.daemons)}"
-        self.taken = 0
-        unshare = [*DIE_WITH_TEST, "unshare", "--mount", "--propagation", "private"]
-        if os.geteuid() != 0:
-            unshare.append("--map-root-user")
-        popen_options.setdefault("stdin", subprocess.DEVNULL)
-        popen_options.setdefault("stdout", subprocess.DEVNULL)
-        with open(self.stderr_path, "wb") as stderr:
-            popen_options.setdefault("stderr", stderr)
-            self.process = subprocess.Popen(
-                [*unshare, "--", "sh", "-c", ENTER_WORLD, "enter-world", str(world.path), *wrapper, str(world.binary),
-                 *arguments],
-                env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": world.bus.address, **environment}, **popen_options)
+        command = [*DIE_WITH_TEST, *unshare("--mount"), *enter_world(world), *wrapper, str(world.binary), *arguments]
+        super().__init__(world, command, environment, popen_options)
 
     @property
     def pid(self):
         return self.process.pid
 
     def wait_ready(self):
-        connection = self.world.bus.connect()
-        try:
+        with contextlib.closing(self.world.bus.connect()) as connection:
             wait_for(lambda: self.process.poll() is not None or connection.name_has_owner(BUS_NAME),
                      "the daemon owns its name")
             assert self.process.poll() is None, f"the daemon ended at once: {self.stderr()}"
             # It owns the name before it has loaded the registry and enters its loop; a call waits for that.
             connection.call_blocking(BUS_NAME, OBJECT_PATH, "org.freedesktop.DBus.Introspectable", "Introspect", "", (),
                                      timeout=PATIENCE)
-        finally:
-            connection.close()
 
     def client(self, **options):
-        return Client(self.world.bus.connect(), **options)
-
-    def all_stderr(self):
-        return self.stderr_path.read_text(errors="backslashreplace")
+        return self.world.client(**options)
 
     def stderr(self):
-        """What was printed, but for the lines with which every start on a machine without the device's flash begins."""
-        return self.all_stderr().removeprefix(MISSING_HARDWARE)
-
-    def take_stderr(self):
-        """What was printed since the last call."""
-        text = self.stderr()[self.taken:]
-        self.taken += len(text)
-        return text
+        """Omits the lines with which each start on a machine without the device's flash begins."""
+        return super().stderr().removeprefix(MISSING_HARDWARE)
 
     def signal(self, number):
         os.kill(self.pid, number)
 
     def wait_end(self, patience=PATIENCE):
-        """Waits until the process has ended and returns its status as subprocess gives it."""
+        """Waits until the process has ended. Returns its status as subprocess does."""
         return self.process.wait(patience)
 
     def stop(self):
-        """An orderly end, with its final flush."""
+        """Makes the daemon write its pending changes and end."""
         self.signal(signal.SIGTERM)
         assert self.wait_end() == 0
 
-    def close(self):
-        if self.process.poll() is None:
-            self.process.kill()
-        self.process.wait()
+
+def method(member, convert=lambda reply: None):
+    return lambda client, *arguments: convert(client.call(member, *arguments))
 
 
 class Client:
@@ -266,49 +275,26 @@ class Client:
                                              timeout=self.timeout)
 
     def error(self, member, *arguments, **options):
-        """Makes a call that must fail; returns the error's name and message."""
+        """Makes a call that must fail. Returns the error's name and message."""
         try:
             result = self.call(member, *arguments, **options)
         except dbus.DBusException as e:
             return e.get_dbus_name(), e.get_dbus_message()
-        raise AssertionError(f"{member} was expected to fail, answered {result!r}")
+        raise AssertionError(f"{member} was expected to fail, but returned {result!r}")
 
-    def read(self, section, key):
-        return str(self.call("Read", section, key))
-
-    def write(self, section, key, value):
-        self.call("Write", section, key, value)
-
-    def delete_key(self, section, key):
-        self.call("DeleteKey", section, key)
-
-    def delete_section(self, section):
-        self.call("DeleteSection", section)
-
-    def delete_all(self):
-        self.call("DeleteAll")
-
-    def flush(self):
-        self.call("Flush")
-
-    def key_exists(self, section, key):
-        return bool(self.call("KeyExists", section, key))
-
-    def section_exists(self, section):
-        return bool(self.call("SectionExists", section))
-
-    def section_list(self):
-        return [str(name) for name in self.call("SectionList")]
-
-    def key_list(self, section):
-        """The entries in the order of the reply."""
-        return {str(key): str(value) for key, value in self.call("KeyList", section).items()}
-
-    def read_all_json(self):
-        return str(self.call("ReadAllJson"))
-
-    def write_json(self, text):
-        self.call("WriteJson", text)
+    read = method("Read", str)
+    write = method("Write")
+    delete_key = method("DeleteKey")
+    delete_section = method("DeleteSection")
+    delete_all = method("DeleteAll")
+    flush = method("Flush")
+    key_exists = method("KeyExists", bool)
+    section_exists = method("SectionExists", bool)
+    section_list = method("SectionList", lambda names: [str(name) for name in names])
+    # In the order of the reply.
+    key_list = method("KeyList", lambda entries: {str(key): str(value) for key, value in entries.items()})
+    read_all_json = method("ReadAllJson", str)
+    write_json = method("WriteJson")
 
     def close(self):
         self.connection.close()

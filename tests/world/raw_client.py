@@ -1,4 +1,4 @@
-"""A bus client without a library behind it: it sends what no library would send, and sees every message that comes."""
+"""A bus client without a library. It sends what no library would send, and receives every message."""
 
 import os
 import socket
@@ -27,46 +27,32 @@ def padding(length, alignment):
     return b"\0" * (-length % alignment)
 
 
-def pack_string(text):
-    data = text if isinstance(text, bytes) else text.encode()
-    return struct.pack("<I", len(data)) + data + b"\0"
-
-
-def pack_header_field(code, signature, value):
-    if signature == "g":
-        packed = bytes([len(value)]) + value.encode() + b"\0"
-    elif signature == "u":
-        packed = struct.pack("<I", value)
-    else:
-        packed = pack_string(value)
-    return bytes([code, len(signature)]) + signature.encode() + b"\0" + packed
+def pack_value(signature, value):
+    """The bytes of a value of the type s, o, g, u or as. A string may be bytes that are not UTF-8."""
+    if signature == "u":
+        return struct.pack("<I", value)
+    if signature == "as":
+        items = b""
+        for item in value:
+            items += padding(len(items), 4) + pack_value("s", item)
+        return struct.pack("<I", len(items)) + items
+    data = value if isinstance(value, bytes) else value.encode()
+    return (bytes([len(data)]) if signature == "g" else struct.pack("<I", len(data))) + data + b"\0"
 
 
 def pack_body(arguments):
     """Strings, unsigned integers and lists of strings. Returns the signature and the bytes."""
-    signature = ""
-    body = b""
+    signature, body = "", b""
     for argument in arguments:
-        body += padding(len(body), 4)
-        if isinstance(argument, int):
-            signature += "u"
-            body += struct.pack("<I", argument)
-        elif isinstance(argument, list):
-            signature += "as"
-            items = b""
-            for item in argument:
-                items += padding(len(items), 4) + pack_string(item)
-            body += struct.pack("<I", len(items)) + items
-        else:
-            signature += "s"
-            body += pack_string(argument)
+        kind = "u" if isinstance(argument, int) else "as" if isinstance(argument, list) else "s"
+        signature += kind
+        body += padding(len(body), 4) + pack_value(kind, argument)
     return signature, body
 
 
 def pack_call(serial, member, *arguments, interface=INTERFACE, path=OBJECT_PATH, destination=BUS_NAME, flags=0,
               kind=METHOD_CALL, more_fields=()):
-    """The bytes of a method call, or of a message of another kind, with header fields of its own; `interface` may be
-    None."""
+    """The bytes of a method call, or of a message of another kind. `interface` may be None."""
     signature, body = pack_body(arguments)
     fields = [(PATH_FIELD, "o", path), (MEMBER_FIELD, "s", member), (DESTINATION_FIELD, "s", destination)]
     if interface is not None:
@@ -74,8 +60,9 @@ def pack_call(serial, member, *arguments, interface=INTERFACE, path=OBJECT_PATH,
     if signature:
         fields.append((SIGNATURE_FIELD, "g", signature))
     packed = b""
-    for field in [*fields, *more_fields]:
-        packed += padding(len(packed), 8) + pack_header_field(*field)
+    for code, kind_of_field, value in [*fields, *more_fields]:
+        packed += padding(len(packed), 8) + bytes([code]) + pack_value("g", kind_of_field)
+        packed += pack_value(kind_of_field, value)
     fixed = FIXED_HEADER.pack(b"l" + bytes([kind, flags, 1]), len(body), serial, len(packed))
     return fixed + packed + padding(len(packed), 8) + body
 
@@ -106,38 +93,31 @@ class Message:
         return self.fields[ERROR_NAME_FIELD], self.string()
 
     def string(self):
-        """The first argument of a message whose first argument is a string."""
+        """The first argument, which must be a string."""
         assert self.signature.startswith("s"), self
-        return read_string(self.body, 0)[0]
+        return unpack_value("s", self.body, 0)[0]
 
 
-def read_string(data, offset):
-    (length,) = struct.unpack_from("<I", data, offset)
-    start = offset + 4
-    return data[start:start + length].decode(), start + length + 1
+def unpack_value(signature, data, offset):
+    """Returns the value of the type s, o, g or u, and the offset after it."""
+    start = offset + (1 if signature == "g" else 4)
+    number = int.from_bytes(data[offset:start], "little")
+    if signature == "u":
+        return number, start
+    return data[start:start + number].decode(), start + number + 1
 
 
-def read_header_fields(data):
-    fields = {}
-    offset = 0
+def unpack_fields(data):
+    fields, offset = {}, 0
     while offset < len(data):
         offset += -offset % 8
-        code, signature = data[offset], chr(data[offset + 2])
-        offset += 4
-        if signature == "g":
-            length = data[offset]
-            fields[code] = data[offset + 1:offset + 1 + length].decode()
-            offset += length + 2
-        elif signature == "u":
-            (fields[code],) = struct.unpack_from("<I", data, offset)
-            offset += 4
-        else:
-            fields[code], offset = read_string(data, offset)
+        signature, start = unpack_value("g", data, offset + 1)
+        fields[data[offset]], offset = unpack_value(signature, data, start)
     return fields
 
 
 class RawClient:
-    """One connection to the bus, authenticated and greeted."""
+    """An authenticated connection to the bus, with a unique name."""
 
     def __init__(self, bus):
         self.socket = socket.socket(socket.AF_UNIX)
@@ -172,22 +152,22 @@ class RawClient:
         return data
 
     def receive(self):
-        """The next message that is no signal; the bus sends those unasked."""
+        """Returns the next message that is no signal: the bus sends signals at any time."""
         while True:
             message = self.receive_any()
             if message.kind != SIGNAL:
                 return message
 
     def receive_any(self):
-        """The next message, of whatever kind."""
+        """Returns the next message of any kind."""
         fixed = self._take(FIXED_HEADER.size)
         start, body_length, serial, fields_length = FIXED_HEADER.unpack(fixed)
         assert start[0:1] == b"l", "the bus has answered in another byte order"
         fields = self._take(fields_length + -fields_length % 8)[:fields_length]
-        return Message(start[1], serial, read_header_fields(fields), self._take(body_length))
+        return Message(start[1], serial, unpack_fields(fields), self._take(body_length))
 
     def send(self, member, *arguments, descriptors=(), more_fields=(), **options):
-        """Sends a call and returns its serial; nothing is read. `descriptors` go with it."""
+        """Sends a call with file descriptors. Returns its serial number without waiting for the reply."""
         self.serial += 1
         if descriptors:
             more_fields = [*more_fields, (UNIX_FDS_FIELD, "u", len(descriptors))]
@@ -197,7 +177,7 @@ class RawClient:
         return self.serial
 
     def call(self, member, *arguments, **options):
-        """Sends a call and returns the reply, which must be the next message."""
+        """Returns the reply, which must be the next message."""
         serial = self.send(member, *arguments, **options)
         message = self.receive()
         assert message.reply_serial == serial, f"unexpected {message}"
@@ -207,7 +187,7 @@ class RawClient:
         return self.call(member, *arguments, interface=interface, path=BUS_DAEMON_PATH, destination=BUS_DAEMON)
 
     def become_monitor(self):
-        """From now on the client sees every message on the bus, also those that the bus then drops."""
+        """Makes the client receive every message on the bus, also those that the bus drops."""
         reply = self.call_bus("BecomeMonitor", [], 0, interface="org.freedesktop.DBus.Monitoring")
         assert reply.kind == METHOD_RETURN, reply
 
