@@ -20,7 +20,7 @@ class StalledBus:
         self.listener.settimeout(PATIENCE)
         self.listener.bind(path)
         self.listener.listen()
-        self.allowance = math.inf  # the number of bytes that the client may still send, guarded by changed
+        self.allowance = 0  # the number of bytes that the client may still send, guarded by changed
         self.changed = threading.Condition()
         self.ends = [self.listener]
         self.threads = []
@@ -28,8 +28,9 @@ class StalledBus:
     def __enter__(self):
         return self
 
-    def release(self):
-        """Waits for a connection and connects it to the real bus."""
+    def release(self, most=math.inf):
+        """Waits for a connection and connects it to the real bus, until the client has sent `most` bytes."""
+        self.hold(most)
         client, _ = self.listener.accept()
         server = socket.socket(socket.AF_UNIX)
         server.connect(self.target)

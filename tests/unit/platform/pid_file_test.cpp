@@ -179,7 +179,6 @@ TEST(ReadPidFile, ThrowsWhenThereIsNoSuchProcess) {
     std::string pid;
   } rows[] = {
       {"process that has ended", gone + "\n", gone},
-      {"above every process ID", "99999999\n", "99999999"},
       {"empty file", "", "0"},
       {"no number", "ledgd\n", "0"},
       {"zero", "0\n", "0"},
@@ -187,6 +186,13 @@ TEST(ReadPidFile, ThrowsWhenThereIsNoSuchProcess) {
       {"negative", "-1\n", "-1"},
       {"too great for any number", "99999999999999999999999\n", "-1"},
       {"hexadecimal", "0x1\n", "0"},
+      {"below -1", "-5\n", "-5"},
+      {"above every process ID, which are 22 bits", "4194305\n", "4194305"},
+      {"more than 31 bits", "2147483648\n", "-2147483648"},
+      {"all of 32 bits", "4294967295\n", "-1"},
+      {"zero in its lower 32 bits", "4294967296\n", sizeof(long) == 8 ? "0" : "-1"},
+      {"all of 64 bits", "18446744073709551615\n", "-1"},
+      {"100000 digits", std::string(100000, '7'), "-1"},
       {"NUL bytes", std::string(4, '\0'), "0"},
   };
   CapturedStderr captured;
@@ -211,6 +217,14 @@ TEST(ReadPidFile, ThrowsWhenTheProcessHasAnotherName) {
     ExpectErrno(ESRCH, kNoInstance, [&] { ReadPidFile(dir / "pid", "ledgd"); });
     EXPECT_EQ(captured.Take(), "PID file exists but ledgd not running\n");
   }
+}
+
+TEST(ReadPidFile, ThrowsWhenTheLower32BitsNameInit) {
+  const TempDir dir;
+  CapturedStderr captured;
+  WriteTextFile(dir / "pid", "4294967297\n");
+  ExpectErrno(ESRCH, kNoInstance, [&] { ReadPidFile(dir / "pid", "ledgd"); });
+  EXPECT_EQ(captured.Take(), sizeof(long) == 8 ? "PID file exists but ledgd not running\n" : WasNotThere("-1"));
 }
 
 TEST(ReadPidFile, PrintsAnyNameAsItIs) {
