@@ -39,10 +39,6 @@ def stop_bus(world):
     wait_for_state(world.bus.process.pid, "T")
 
 
-def continue_bus(world):
-    world.bus.process.send_signal(signal.SIGCONT)
-
-
 def assert_ends_soon(daemon, number):
     began = time.monotonic()
     daemon.signal(number)
@@ -111,17 +107,12 @@ def test_message_that_does_not_fit_into_memory_ends_the_daemon_with_a_flush(worl
     assert_written(world)
 
 
-def test_signal_ends_the_daemon_while_the_bus_hangs(world, daemon, pending):
-    stop_bus(world)
-    assert_ends_soon(daemon, signal.SIGTERM)
-    assert_written(world)
-
-
-def test_idle_daemon_uses_no_processor_time_while_the_bus_hangs(world, daemon, pending):
+@pytest.mark.usefixtures("pending")
+def test_idle_daemon_uses_no_processor_time_and_ends_on_a_signal_while_the_bus_hangs(world, daemon):
     stop_bus(world)
     assert ticks_in_a_second(daemon) < MAX_TICKS
-    continue_bus(world)
-    assert pending.read("net", "ip") == LONG
+    assert_ends_soon(daemon, signal.SIGTERM)
+    assert_written(world)
 
 
 def ask_for_all(connection, count):
@@ -178,7 +169,7 @@ def test_waiting_replies_all_arrive_when_the_bus_continues(world, daemon, waitin
     replies, calls = waiting_replies
     daemon.signal(signal.SIGCONT)
     wait_for_state(daemon.pid, "S")
-    continue_bus(world)
+    world.bus.process.send_signal(signal.SIGCONT)
     for call in calls:
         call.block()
     assert len(replies) == REPLIES

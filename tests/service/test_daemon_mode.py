@@ -101,11 +101,11 @@ def test_signal_dispositions_do_not_depend_on_what_the_starter_inherits(machine,
     assert daemon.wait_end() == 0
 
 
-@pytest.mark.parametrize("wrapper", [(), ("env", "--ignore-signal=TERM")], ids=["none", "termination ignored"])
-def test_signals_have_no_handlers_while_the_hardware_is_read(machine, wrapper):
+@pytest.mark.parametrize("ignored", [[], ["--ignore-signal=TERM"]], ids=["nothing ignored", "termination ignored"])
+def test_signals_have_no_handlers_while_the_hardware_is_read(machine, ignored):
     machine.lay_over_proc()
     os.mkfifo(machine.path / "proc" / "boardid")
-    starter = machine.launch(wrapper=wrapper)
+    starter = machine.launch(wrapper=("env", "--default-signal", *ignored))
     # Reading the FIFO waits for a writer.
     daemon = machine.unready_service()
     wait_for(daemon.is_detached, "the daemon is detached")

@@ -35,12 +35,12 @@ sys.exit(os.waitstatus_to_exitcode(os.wait()[1]))
 def assert_start_fails(machine, foreground, message, **options):
     """The message is a regular expression."""
     if foreground:
-        status, printed = machine.run("-d", **options).result()
+        status, printed = machine.run("-d", **options)
         assert (status, machine.take_log()) == (0, "")
         assert re.fullmatch(MISSING_HARDWARE + message, printed)
         return
     began = time.monotonic()
-    assert machine.run(**options).result() == (0, DIED_EARLY)
+    assert machine.run(**options) == (0, DIED_EARLY)
     # It notices the end of the child at once.
     assert time.monotonic() - began < START_TIMEOUT
     assert re.fullmatch(message, machine.take_log())
@@ -71,7 +71,7 @@ def test_too_few_descriptors_are_reported(machine, foreground):
         assert_start_fails(machine, foreground, NO_DESCRIPTORS, wrapper=("prlimit", f"--nofile={limit}"))
     machine.pid_file.unlink(missing_ok=True)
     # A stop needs only one.
-    assert machine.run("-k", wrapper=("prlimit", "--nofile=4")).result() == (0, NO_PID_FILE)
+    assert machine.run("-k", wrapper=("prlimit", "--nofile=4")) == (0, NO_PID_FILE)
 
 
 @pytest.mark.parametrize("killed", [False, True], ids=["starter gives up", "starter is killed"])
@@ -97,7 +97,7 @@ def test_daemon_that_is_ready_too_late_serves_and_signals_no_process(machine, ki
 
 def test_daemon_that_fails_after_the_time_limit_reports_it_in_the_kernel_log(machine):
     with StalledBus(machine) as bus:
-        assert machine.run(environment=bus.environment).result() == (0, TOO_SLOW)
+        assert machine.run(environment=bus.environment) == (0, TOO_SLOW)
         daemon = machine.service()
     assert daemon.wait_end() == 0
     assert re.fullmatch(CAUGHT + r"[^\n]+\n", machine.take_log())

@@ -152,14 +152,12 @@ class NamespaceWorld(World):
         return self.commands[-1]
 
     def run(self, *arguments, **options):
-        """Runs the daemon's executable to its end."""
-        command = self.launch(*arguments, **options)
-        command.wait()
-        return command
+        """Runs the daemon's executable to its end. Returns its status and what it has printed."""
+        return self.launch(*arguments, **options).result()
 
     def start(self, *arguments, **options):
         """Starts a service as the system does. The start command must print nothing."""
-        assert self.run(*arguments, **options).result() == (0, "")
+        assert self.run(*arguments, **options) == (0, "")
         return self.service()
 
     def service(self):
@@ -168,7 +166,7 @@ class NamespaceWorld(World):
 
     def stop(self, *arguments, **options):
         """Stops the service as the system does. The command must print nothing."""
-        assert self.run("-k", *arguments, **options).result() == (0, "")
+        assert self.run("-k", *arguments, **options) == (0, "")
 
     def processes(self, name=None):
         """Returns the processes of the namespace, or those with a name: their ID there -> their ID outside."""
