@@ -7,7 +7,7 @@ import signal
 import pytest
 
 from world import observe
-from world.harness import BUS_NAME, INTERFACE, MISSING_HARDWARE, OBJECT_PATH, wait_for
+from world.harness import INTERFACE, MISSING_HARDWARE, OBJECT_PATH, wait_for
 from world.namespace_world import SERVICE_NAME, needs_one_thread
 from world.observe import needs_strace
 from world.stalled_bus import stalled_start
@@ -153,8 +153,7 @@ def test_second_instance_waits_for_the_name_and_takes_it_over(machine):
     assert not machine.registry.exists()
 
     third = machine.start()
-    *_, waiting = client.connection.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                                  "org.freedesktop.DBus", "ListQueuedOwners", "s", (BUS_NAME,))
+    *_, waiting = machine.bus.call("ListQueuedOwners")
     # It answers calls to its unique name.
     assert client.connection.call_blocking(waiting, OBJECT_PATH, INTERFACE, "Read", "ss", ("net", "ip")) == ""
     assert first.owns_the_name()

@@ -7,7 +7,7 @@ import time
 import pytest
 
 from world import observe
-from world.harness import BUS_NAME, is_sanitized, wait_for
+from world.harness import is_sanitized, wait_for
 from world.observe import needs_strace
 
 
@@ -98,9 +98,7 @@ def test_idle_daemon_makes_no_system_call(world, daemon, client):
     client.flush()
     # Another one has never served: it waits for the name.
     daemons = {daemon: world.path / "idle.served", world.start(wait=False): world.path / "idle.fresh"}
-    wait_for(lambda: len(client.connection.call_blocking(
-        "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ListQueuedOwners", "s",
-        (BUS_NAME,))) == 2, "the second daemon waits for the name")
+    wait_for(lambda: len(world.bus.call("ListQueuedOwners")) == 2, "the second daemon waits for the name")
     tracers = [observe.attached_strace(each.pid, log) for each, log in daemons.items()]
 
     def texts():

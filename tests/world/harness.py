@@ -93,17 +93,23 @@ class Bus:
     def __init__(self, directory, lines="", base=OPEN_BUS, wrapper=()):
         self.socket = directory / "bus"
         self.address = f"unix:path={self.socket}"
-        self.configuration = directory / "bus.conf"
-        self.configuration.write_text(BUS_CONFIGURATION.format(base=base, lines=lines))
+        configuration = directory / "bus.conf"
+        configuration.write_text(BUS_CONFIGURATION.format(base=base, lines=lines))
         self.process = subprocess.Popen(
-            [*DIE_WITH_TEST, *wrapper, "dbus-daemon", f"--config-file={self.configuration}",
-             f"--address={self.address}", "--nofork", "--nosyslog", "--nopidfile", "--print-address"],
+            [*DIE_WITH_TEST, *wrapper, "dbus-daemon", f"--config-file={configuration}", f"--address={self.address}",
+             "--nofork", "--nosyslog", "--nopidfile", "--print-address"],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
         # The address is printed when the bus listens.
         assert self.process.stdout.readline(), "dbus-daemon did not start"
 
     def connect(self):
         return dbus.bus.BusConnection(self.address)
+
+    def call(self, member, name=BUS_NAME):
+        """Calls a method of the bus itself that has a name as its argument."""
+        with contextlib.closing(self.connect()) as connection:
+            return connection.call_blocking(dbus.BUS_DAEMON_NAME, dbus.BUS_DAEMON_PATH, dbus.BUS_DAEMON_IFACE, member,
+                                            "s", (name,))
 
     def close(self):
         if self.process.poll() is None:
@@ -165,11 +171,9 @@ class World:
 
     def owner(self):
         """Returns the process ID of the owner of the daemon's name, None if there is no owner."""
-        with contextlib.closing(self.bus.connect()) as connection:
-            if not connection.name_has_owner(BUS_NAME):
-                return None
-            return int(connection.call_blocking("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                                "GetConnectionUnixProcessID", "s", (BUS_NAME,)))
+        if not self.bus.call("NameHasOwner"):
+            return None
+        return int(self.bus.call("GetConnectionUnixProcessID"))
 
     def wait_until_unserved(self):
         """Waits until the bus knows of the end of all daemons."""
