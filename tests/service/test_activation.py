@@ -26,7 +26,7 @@ class ActivatingMachine(NamespaceWorld):
         super().__init__(build.ledgerd)
         program = pathlib.Path(re.search(r"(?m)^Exec=(\S+)", build.activation.read_text())[1])
         folder = next(folder for folder in program.parents if folder.exists())
-        self.lay_over_folder(folder, {str(program.relative_to(folder)): self.binary})
+        self.lay_over_directory(folder, {str(program.relative_to(folder)): self.binary})
         system = self.path / "system"
         for name in ("system-services", "system.d", "etc", "accounts"):
             (system / name).mkdir(parents=True)

@@ -41,7 +41,7 @@ class InitScript:
         self.script = script
         self.daemon = pathlib.Path(re.search(r"(?m)^DAEMON=(.+)$", script.read_text())[1])
         folder = next(folder for folder in self.daemon.parents if folder.exists())
-        machine.lay_over_folder(folder, {str(self.daemon.relative_to(folder)): machine.binary}, writable=True)
+        machine.lay_over_directory(folder, {str(self.daemon.relative_to(folder)): machine.binary}, writable=True)
 
     def __call__(self, action, *wrapper):
         output = self.machine.path / "init-output"

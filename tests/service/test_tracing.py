@@ -59,19 +59,19 @@ def install(machine, build, probes=None):
     # Without this, shared memory belongs to the whole machine.
     machine.layers += "mount -t tmpfs tmpfs /dev/shm\n"
     directory = next(directory for directory in build.installed_probes.parents if directory.exists())
-    machine.lay_over_folder(directory, {str(build.installed_probes.relative_to(directory)): probes or build.probes})
+    machine.lay_over_directory(directory, {str(build.installed_probes.relative_to(directory)): probes or build.probes})
 
 
 def without_probes(machine, build):
     if build.installed_probes.exists():
-        machine.lay_over_folder(build.installed_probes.parent, hide=[build.installed_probes.name])
+        machine.lay_over_directory(build.installed_probes.parent, hide=[build.installed_probes.name])
 
 
 def without_tracer(machine, build):
     install(machine, build)
     cache = subprocess.run(["ldconfig", "-p"], stdout=subprocess.PIPE, text=True, check=True).stdout
     for directory in {pathlib.Path(path).resolve().parent for path in re.findall(r"=> (\S+/liblttng-ust\S+)", cache)}:
-        machine.lay_over_folder(directory, hide=[path.name for path in directory.glob("liblttng-ust*.so*")])
+        machine.lay_over_directory(directory, hide=[path.name for path in directory.glob("liblttng-ust*.so*")])
 
 
 def with_broken_probes(machine, build):

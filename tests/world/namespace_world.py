@@ -117,7 +117,7 @@ class NamespaceWorld(World):
         for name, text in files.items():
             (self.path / directory / name).write_text(text)
 
-    def lay_over_folder(self, folder, add=None, hide=(), writable=False):
+    def lay_over_directory(self, directory, add=None, hide=(), writable=False):
         """Adds files to a directory of the system, relative path -> source, and hides others."""
         layer = pathlib.Path(tempfile.mkdtemp(dir=self.path))
         for name, source in (add or {}).items():
@@ -127,10 +127,10 @@ class NamespaceWorld(World):
             # In a layer of the kernel's overlay file system, this device hides the file of the layers below.
             os.mknod(layer / name, stat.S_IFCHR, os.makedev(0, 0))
         layer.chmod(0o755)
-        options = f"lowerdir={layer}:{folder}"
+        options = f"lowerdir={layer}:{directory}"
         if writable:
             options += "".join(f",{name}={tempfile.mkdtemp(dir=self.path)}" for name in ("upperdir", "workdir"))
-        self.layers += f"mount -t overlay overlay -o {shlex.quote(options)} {shlex.quote(str(folder))}\n"
+        self.layers += f"mount -t overlay overlay -o {shlex.quote(options)} {shlex.quote(str(directory))}\n"
 
     def enter(self):
         if self.namespaces is not None:
