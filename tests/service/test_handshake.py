@@ -1,4 +1,4 @@
-"""The handshake of the start command with the daemon: again and again on a busy machine, with what it inherits, with
+"""The handshake of the start command with the daemon: repeatedly on a busy machine, with what it inherits, with
 signals that mean something else, and in a fixed order of system calls."""
 
 import contextlib
