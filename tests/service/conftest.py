@@ -30,7 +30,7 @@ class Build:
         self.activation = self.directory / "packaging" / "com.tavimesh.Registry.service"
         self.probes = self.directory / "lib" / "platform" / "ledgerd-tracepoint-probes.so"
         self.load_client = self.directory / "tests" / "load" / "ledgerd_load"
-        self.control_service = self.directory / "tests" / "load" / "ledgerd_control_service"
+        self.control_service = self.directory / "tests" / "model" / "ledgerd_echo_service"
         self.failing_malloc = self.directory / "tests" / "service" / "libledgerd_failing_malloc.so"
         self.example = self.directory / "examples" / "hostname"
 
