@@ -7,7 +7,6 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "dbus/registry_errors.h"
 #include "fuzz/support/peer_bus.h"
@@ -17,75 +16,52 @@ namespace {
 
 using test_support::RecordingStore;
 
-constexpr char kBadName[] = "caf\xC3\xA9";
+void FailingFlush(RegistryServer& server, RecordingStore& store, std::function<void()> fault) {
+  store.OnWrite(std::move(fault));
+  server.Write("s", "k", "v");
+  server.Flush();
+}
 
-// Calls the operations directly. Over a bus the replies would be the same even if the operations did not translate
-// their exceptions.
-class RegistryServerOperation : public testing::Test {
-protected:
-  RegistryServer& Server() { return m_server; }
-
-  // Makes further writes to the store throw what `raise` throws.
-  void FailWrites(std::function<void()> raise) {
-    m_server.Write("s", "k", "v");
-    m_store->OnWrite(std::move(raise));
-  }
-
-  void TearDown() override { m_store->OnWrite(nullptr); }
-
-  bool m_is_stopping = false;
-
-  static void ExpectError(const char* name, const std::string& text, const std::function<void()>& operation) {
+// Over a bus the replies would be the same even if the operations did not convert their exceptions.
+TEST(RegistryServer, ConvertsTheExceptionsOfEachOperation) {
+  const std::string bad = "caf\xC3\xA9";
+  const std::string too_long(100, 'v');
+  const auto invalid_name = RegistryError::kInvalidName;
+  const auto store = std::make_shared<RecordingStore>("", 100);
+  const struct {
+    std::function<void(RegistryServer&)> operation;
+    const char* name;
+    const char* text;
+  } rows[] = {
+      {[&](auto& s) { s.Read(bad, "k"); }, invalid_name, "Invalid Name"},
+      {[&](auto& s) { s.Write("s", bad, "v"); }, invalid_name, "Invalid Name"},
+      {[&](auto& s) { s.DeleteKey(bad, "k"); }, invalid_name, "Invalid Name"},
+      {[&](auto& s) { s.DeleteSection(bad); }, invalid_name, "Invalid Name"},
+      {[&](auto& s) { s.KeyExists("s", bad); }, invalid_name, "Invalid Name"},
+      {[&](auto& s) { s.SectionExists(bad); }, invalid_name, "Invalid Name"},
+      {[&](auto& s) { s.KeyList(bad); }, invalid_name, "Invalid Name"},
+      {[&](auto& s) { s.WriteJson(R"({"caf\u00e9":{"k":"v"}})"); }, invalid_name, "Invalid Name"},
+      {[&](auto& s) { s.WriteJson("[]"); }, RegistryError::kInvalidJson, "Invalid Json"},
+      {[&](auto& s) { s.WriteJson(R"({"s":{"k":")" + too_long + R"("}})"); }, RegistryError::kFull, "Full"},
+      {[&](auto& s) { s.Write("s", "k", too_long); }, RegistryError::kFull, "Full"},
+      {[&](auto& s) { s.WriteJson(std::string(100000, ' ') + "{}"); }, RegistryError::kException,
+       "ledgerd is stopping"},
+      {[&](auto& s) { FailingFlush(s, *store, [] { throw std::runtime_error("no medium"); }); },
+       RegistryError::kException, "no medium"},
+      {[&](auto& s) { FailingFlush(s, *store, [] { throw 1; }); }, invalid_name, "Unknown exception"},
+  };
+  RegistryServer server(fuzz::PeerBus::Instance().ServedEnd(), store, [] { return true; });
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << "row " << &row - rows);
     try {
-      operation();
-      ADD_FAILURE() << "nothing thrown, expected " << name;
+      row.operation(server);
+      ADD_FAILURE() << "no exception";
     } catch (const RegistryError& e) {
-      EXPECT_STREQ(e.name(), name);
-      EXPECT_EQ(e.message(), text);
+      EXPECT_STREQ(e.name(), row.name);
+      EXPECT_STREQ(e.message(), row.text);
     }
   }
-
-private:
-  const std::shared_ptr<RecordingStore> m_store = std::make_shared<RecordingStore>("", 100);
-  RegistryServer m_server{fuzz::PeerBus::Instance().ServedEnd(), m_store, [this] { return m_is_stopping; }};
-};
-
-TEST_F(RegistryServerOperation, ThrowsInvalidNameForAnInvalidName) {
-  const std::vector<std::function<void()>> operations = {
-      [&] { Server().Read(kBadName, "k"); },      [&] { Server().Write("s", kBadName, "v"); },
-      [&] { Server().DeleteKey(kBadName, "k"); }, [&] { Server().DeleteSection(kBadName); },
-      [&] { Server().KeyExists("s", kBadName); }, [&] { Server().SectionExists(kBadName); },
-      [&] { Server().KeyList(kBadName); },        [&] { Server().WriteJson(R"({"caf\u00e9":{"k":"v"}})"); },
-  };
-  for (const std::function<void()>& operation : operations) {
-    ExpectError(RegistryError::kInvalidName, "Invalid Name", operation);
-  }
-}
-
-TEST_F(RegistryServerOperation, ThrowsInvalidJsonForJsonOfTheWrongShape) {
-  ExpectError(RegistryError::kInvalidJson, "Invalid Json", [&] { Server().WriteJson("[]"); });
-}
-
-TEST_F(RegistryServerOperation, ThrowsFullForAFullRegistry) {
-  const std::string value(100, 'v');
-  ExpectError(RegistryError::kFull, "Full", [&] { Server().Write("s", "k", value); });
-  ExpectError(RegistryError::kFull, "Full", [&] { Server().WriteJson(R"({"s":{"k":")" + value + R"("}})"); });
-}
-
-TEST_F(RegistryServerOperation, ThrowsTheTextOfAnyOtherException) {
-  FailWrites([] { throw std::runtime_error("no medium"); });
-  ExpectError(RegistryError::kException, "no medium", [&] { Server().Flush(); });
-}
-
-TEST_F(RegistryServerOperation, ThrowsInvalidNameForAValueThatIsNotAStdException) {
-  FailWrites([] { throw 1; });
-  ExpectError(RegistryError::kInvalidName, "Unknown exception", [&] { Server().Flush(); });
-}
-
-TEST_F(RegistryServerOperation, ThrowsWhenAnImportIsStopped) {
-  m_is_stopping = true;
-  ExpectError(RegistryError::kException, "ledgerd is stopping",
-              [&] { Server().WriteJson(std::string(100000, ' ') + "{}"); });
+  store->OnWrite(nullptr);
 }
 
 TEST(RegistryServer, LeavesTheObjectPathFreeWhenTheLoadFails) {
