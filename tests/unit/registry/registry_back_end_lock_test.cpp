@@ -1,12 +1,11 @@
-// What runs at the same time as what: the callbacks run with the registry's lock held, and a flush needs only the
-// store's.
+// Which operations run in parallel. Callbacks run while the lock of the registry is held. A flush takes only the lock
+// of the store.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <functional>
 #include <list>
-#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -19,11 +18,11 @@
 
 namespace {
 
-// An operation in a thread of its own.
+// Runs an operation on another thread.
 class Elsewhere {
 public:
-  explicit Elsewhere(const std::function<void()>& operation)
-      : m_thread([this, operation] {
+  explicit Elsewhere(std::function<void()> operation)
+      : m_thread([this, operation = std::move(operation)] {
           m_id = ::gettid();
           operation();
           m_ended = true;
@@ -36,7 +35,7 @@ public:
     return test_platform::WaitUntil([this] { return m_ended.load(); });
   }
 
-  /// Whether the operation waits for a lock, which is all that it can wait for. False if it has ended.
+  /// Waits until the operation sleeps or has ended. Returns whether it sleeps. It can only wait for a lock.
   bool Waits() const {
     EXPECT_TRUE(test_platform::WaitUntil([this] { return m_ended || (m_id != 0 && test_platform::Sleeps(m_id)); }));
     return !m_ended;
@@ -51,99 +50,56 @@ private:
 struct Operation {
   const char* name;
   std::function<void(RegistryBackEnd&)> run;
+  std::vector<bool> lets_others_wait = {};  // each time that it asks for the capacity
 };
 
-const std::vector<Operation>& LockedOperations() {
-  static const std::vector<Operation> operations = {
-      {"ReadAllJson", [](RegistryBackEnd& r) { r.ReadAllJson(); }},
-      {"WriteJson", [](RegistryBackEnd& r) { r.WriteJson("{}"); }},
-      {"Read", [](RegistryBackEnd& r) { r.Read("s", "k"); }},
-      {"Write", [](RegistryBackEnd& r) { r.Write("s", "k", "w"); }},
-      {"KeyExists", [](RegistryBackEnd& r) { r.KeyExists("s", "k"); }},
-      {"SectionExists", [](RegistryBackEnd& r) { r.SectionExists("s"); }},
-      {"DeleteKey", [](RegistryBackEnd& r) { r.DeleteKey("s", "k"); }},
-      {"DeleteSection", [](RegistryBackEnd& r) { r.DeleteSection("s"); }},
-      {"DeleteAll", [](RegistryBackEnd& r) { r.DeleteAll(); }},
-      {"SectionList", [](RegistryBackEnd& r) { r.SectionList([](const std::string&) {}); }},
-      {"KeyList", [](RegistryBackEnd& r) { r.KeyList("s", [](const std::string&, const std::string&) {}); }},
-      {"KeyList as a copy", [](RegistryBackEnd& r) { r.KeyList("s"); }},
-  };
-  return operations;
-}
+// WriteJson asks for the capacity during its merge and during its save. Deliberately, only the save holds the lock.
+const Operation kOperations[] = {
+    {"ReadAllJson", [](auto& r) { r.ReadAllJson(); }},
+    {"WriteJson", [](auto& r) { r.WriteJson("{}"); }, {false, true}},
+    {"Read", [](auto& r) { r.Read("s", "k"); }},
+    {"Write", [](auto& r) { r.Write("s", "k", "w"); }, {true}},
+    {"KeyExists", [](auto& r) { r.KeyExists("s", "k"); }},
+    {"SectionExists", [](auto& r) { r.SectionExists("s"); }},
+    {"DeleteKey", [](auto& r) { r.DeleteKey("s", "k"); }, {true}},
+    {"DeleteSection", [](auto& r) { r.DeleteSection("s"); }, {true}},
+    {"DeleteAll", [](auto& r) { r.DeleteAll(); }, {true}},
+    {"SectionList", [](auto& r) { r.SectionList([](const std::string&) {}); }},
+    {"KeyList", [](auto& r) { r.KeyList("s", [](const std::string&, const std::string&) {}); }},
+    {"KeyList as a map", [](auto& r) { r.KeyList("s"); }},
+};
 
-TEST(RegistryBackEndLock, HoldsOthersUpWhileASectionCallbackRuns) {
-  for (const Operation& operation : LockedOperations()) {
+TEST(RegistryBackEndLock, LetsOperationsWaitWhileASectionCallbackRuns) {
+  for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.name);
     BackEnd back_end("[s]\nk=v\n");
     std::optional<Elsewhere> elsewhere;
     back_end->SectionList([&](const std::string&) {
       elsewhere.emplace([&] { operation.run(*back_end.registry); });
       EXPECT_TRUE(elsewhere->Waits());
-      // A change must not wait as late as for its save.
-      EXPECT_EQ(back_end->ReadAllJson(), R"({"s":{"k":"v"}})");
+      EXPECT_EQ(back_end->ReadAllJson(), R"({"s":{"k":"v"}})") << "a change waits before it changes anything";
     });
     EXPECT_TRUE(elsewhere->Ends());
   }
 }
 
-// Calls a hook when it is asked for its capacity, as a save does.
-class HookedStore : public test_support::RecordingStore {
-public:
-  using RecordingStore::RecordingStore;
-
-  std::uint32_t Capacity() override {
-    if (m_hook) {
-      m_hook();
-    }
-    return RecordingStore::Capacity();
-  }
-
-  void OnCapacity(std::function<void()> hook) { m_hook = std::move(hook); }
-
-private:
-  std::function<void()> m_hook;
-};
-
-TEST(RegistryBackEndLock, HoldsOthersUpUntilTheSaveHasEnded) {
-  const Operation operations[] = {
-      {"Write", [](RegistryBackEnd& r) { r.Write("s", "k", "w"); }},
-      {"DeleteKey", [](RegistryBackEnd& r) { r.DeleteKey("s", "k"); }},
-      {"DeleteSection", [](RegistryBackEnd& r) { r.DeleteSection("s"); }},
-      {"DeleteAll", [](RegistryBackEnd& r) { r.DeleteAll(); }},
-  };
-  for (const Operation& operation : operations) {
+TEST(RegistryBackEndLock, LetsReadersWaitDuringASaveButNotDuringAMerge) {
+  for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.name);
-    const auto store = std::make_shared<HookedStore>("[s]\nk=v\n");
-    RegistryBackEnd back_end(store);
-    std::optional<Elsewhere> elsewhere;
-    store->OnCapacity([&] {
-      if (!elsewhere) {
-        elsewhere.emplace([&] { back_end.Read("s", "k"); });
-        EXPECT_TRUE(elsewhere->Waits());
-      }
+    BackEnd back_end("[s]\nk=v\n");
+    std::vector<bool> waits;
+    std::list<Elsewhere> elsewhere;
+    back_end.store->OnCapacity([&] {
+      elsewhere.emplace_back([&] { back_end->Read("s", "k"); });
+      waits.push_back(elsewhere.back().Waits());
     });
-    operation.run(back_end);
-    ASSERT_TRUE(elsewhere);
-    EXPECT_TRUE(elsewhere->Ends());
+    operation.run(*back_end.registry);
+    back_end.store->OnCapacity(nullptr);
+    EXPECT_EQ(waits, operation.lets_others_wait);
   }
 }
 
-// Deliberately: only the save after the merge takes the lock.
-TEST(RegistryBackEndLock, LetsOthersReadDuringTheMergeOfAnImport) {
-  const auto store = std::make_shared<HookedStore>("[s]\nk=v\n");
-  RegistryBackEnd back_end(store);
-  std::vector<bool> waited;
-  std::list<Elsewhere> elsewhere;
-  store->OnCapacity([&] {
-    elsewhere.emplace_back([&] { back_end.Read("s", "k"); });
-    waited.push_back(elsewhere.back().Waits());
-  });
-  back_end.WriteJson(R"({"s":{"k":"w"}})");
-  store->OnCapacity(nullptr);
-  EXPECT_EQ(waited, (std::vector<bool>{false, true})) << "the merge and the save ask for the capacity";
-}
-
-TEST(RegistryBackEndLock, HoldsOthersUpWhileAKeyCallbackRuns) {
+TEST(RegistryBackEndLock, LetsReadersWaitWhileAKeyCallbackRuns) {
   BackEnd back_end("[s]\nk=v\n");
   std::optional<Elsewhere> elsewhere;
   back_end->KeyList("s", [&](const std::string&, const std::string&) {
@@ -170,42 +126,39 @@ TEST(RegistryBackEndLock, LetsACallbackUseTheRegistry) {
   back_end->SectionList([&](const std::string& section) {
     back_end->KeyList(section, [&](const std::string& key, const std::string& value) {
       seen += section + "." + key + "=" + value + " " + back_end->ReadAllJson();
+      back_end->Write("s", key, "w");
     });
   });
   EXPECT_EQ(seen, R"(s.k=v {"s":{"k":"v"}})");
-  back_end->KeyList("s", [&](const std::string& key, const std::string&) { back_end->Write("s", key, "w"); });
   EXPECT_EQ(back_end->Read("s", "k"), "w");
 }
 
-TEST(RegistryBackEndLock, HoldsReadersUpNotAtAllAfterACallbackThrew) {
+TEST(RegistryBackEndLock, IsReleasedAfterACallbackThrew) {
   BackEnd back_end("[s]\nk=v\n");
   EXPECT_THROW(back_end->SectionList([](const std::string&) { throw 42; }), int);
-  Elsewhere elsewhere([&] { back_end->Read("s", "k"); });
-  EXPECT_TRUE(elsewhere.Ends());
+  EXPECT_TRUE(Elsewhere([&] { back_end->Read("s", "k"); }).Ends());
 }
 
 TEST(RegistryBackEndLock, LosesNoWriteOfManyThreads) {
   constexpr int kThreads = 4;
   constexpr int kKeys = 40;
   BackEnd back_end;
-  {
-    std::vector<std::thread> writers;
-    for (int t = 0; t < kThreads; ++t) {
-      writers.emplace_back([&, t] {
-        for (int k = 0; k < kKeys; ++k) {
-          back_end->Write("s" + std::to_string(t % 2), std::to_string(t) + "." + std::to_string(k), "v");
-          back_end->ReadAllJson();
-          back_end->Flush();
-        }
-      });
-    }
-    for (std::thread& writer : writers) {
-      writer.join();
-    }
+  std::list<std::thread> writers;
+  for (int t = 0; t < kThreads; ++t) {
+    writers.emplace_back([&, t] {
+      for (int k = 0; k < kKeys; ++k) {
+        back_end->Write("s" + std::to_string(t % 2), std::to_string(t) + "." + std::to_string(k), "v");
+        back_end->ReadAllJson();
+        back_end->Flush();
+      }
+    });
   }
-  EXPECT_EQ(back_end.registry->KeyList("s0").size() + back_end.registry->KeyList("s1").size(),
-            static_cast<std::size_t>(kThreads * kKeys));
-  EXPECT_EQ(ParseRegistry(back_end.FlushedText()).at("s0"), back_end.registry->KeyList("s0"));
+  for (std::thread& writer : writers) {
+    writer.join();
+  }
+  const RegistrySections sections = ParseRegistry(back_end.FlushedText());
+  EXPECT_EQ(sections.at("s0").size() + sections.at("s1").size(), std::size_t{kThreads * kKeys});
+  EXPECT_EQ(sections.at("s0"), back_end.registry->KeyList("s0"));
 }
 
 }  // namespace

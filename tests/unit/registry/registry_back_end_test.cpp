@@ -1,5 +1,6 @@
 #include "registry/registry_back_end.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -14,80 +15,57 @@
 namespace {
 
 using namespace std::string_literals;
-using test_support::RecordingStore;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
 
-std::vector<std::string> Sections(Registry& registry) {
+std::vector<std::string> Sections(BackEnd& back_end) {
   std::vector<std::string> names;
-  registry.SectionList([&](const std::string& name) { names.push_back(name); });
+  back_end->SectionList([&](const std::string& name) { names.push_back(name); });
   return names;
 }
 
-std::vector<std::pair<std::string, std::string>> Keys(Registry& registry, const std::string& section) {
+// Returns the keys as the callback gets them, and expects the same from the other KeyList.
+std::vector<std::pair<std::string, std::string>> Keys(BackEnd& back_end, const std::string& section) {
   std::vector<std::pair<std::string, std::string>> keys;
-  registry.KeyList(section, [&](const std::string& key, const std::string& value) { keys.emplace_back(key, value); });
+  back_end->KeyList(section, [&](const std::string& key, const std::string& value) { keys.emplace_back(key, value); });
+  EXPECT_EQ(back_end.registry->KeyList(section), RegistrySection(keys.begin(), keys.end()));
   return keys;
 }
 
-std::string InvalidNameOf(const std::function<void()>& operation) {
+void ExpectInvalidName(const std::string& name, const std::function<void()>& operation) {
   try {
     operation();
+    ADD_FAILURE() << "no exception";
   } catch (const Registry::InvalidName& e) {
-    EXPECT_EQ(e.what(), "Invalid name: " + e.Name());
-    return e.Name();
+    EXPECT_EQ(e.Name(), name);
   }
-  return "no exception";
 }
 
-class UnreadableStore : public PersistentStore {
-public:
-  explicit UnreadableStore(std::function<void()> fault) : m_fault(std::move(fault)) {}
-  std::string Read() override {
-    m_fault();
-    return std::string();
-  }
-  void Write(const std::string&) override { ADD_FAILURE() << "written"; }
-  std::uint32_t Capacity() override { return 100; }
-
-private:
-  const std::function<void()> m_fault;
-};
-
-TEST(RegistryBackEnd, ReadsTheStoreOnceWhenItIsMade) {
+TEST(RegistryBackEnd, SharesTheStoreAndReadsItOnce) {
   BackEnd back_end("[s]\nk=v\n");
-  EXPECT_EQ(back_end.store->Reads(), 1);
+  EXPECT_EQ(back_end.store.use_count(), 2);
   EXPECT_EQ(back_end->Read("s", "k"), "v");
   back_end->Write("s", "k", "w");
   back_end.registry.reset();
+  EXPECT_EQ(back_end.store.use_count(), 1);
   EXPECT_EQ(back_end.store->Reads(), 1);
 }
 
-TEST(RegistryBackEnd, SharesTheStore) {
-  const auto store = std::make_shared<RecordingStore>();
-  {
-    const RegistryBackEnd registry(store);
-    EXPECT_EQ(store.use_count(), 2);
-  }
+TEST(RegistryBackEnd, PassesOnExceptionsOfTheLoad) {
+  struct UnreadableStore : test_support::RecordingStore {
+    std::string Read() override {
+      fault();
+      return "";
+    }
+    std::function<void()> fault = [] { throw std::out_of_range("unreadable"); };
+  };
+  const auto store = std::make_shared<UnreadableStore>();
+  EXPECT_THROW(RegistryBackEnd registry(store), std::out_of_range);
   EXPECT_EQ(store.use_count(), 1);
-}
-
-TEST(RegistryBackEnd, PassesOnWhatTheLoadThrows) {
-  const auto store = std::make_shared<UnreadableStore>([] { throw std::out_of_range("unreadable"); });
-  try {
-    const RegistryBackEnd registry(store);
-    ADD_FAILURE() << "no exception";
-  } catch (const std::out_of_range& e) {
-    EXPECT_STREQ(e.what(), "unreadable");
-  }
-  EXPECT_EQ(store.use_count(), 1);
-  EXPECT_THROW(RegistryBackEnd(std::make_shared<UnreadableStore>([] { throw 42; })), int);
-}
-
-TEST(RegistryBackEnd, FoldsNamesAndKeepsTheCaseOfValues) {
-  BackEnd back_end;
-  back_end->Write("Net", "IP", "xY");
-  EXPECT_EQ(back_end->Read("net", "ip"), "xY");
-  EXPECT_EQ(back_end->Read("NET", "Ip"), "xY");
-  EXPECT_EQ(back_end.FlushedText(), "[net]\nip=xY\n");
+  store->fault = [] { throw 42; };
+  EXPECT_THROW(RegistryBackEnd registry(store), int);
+  EXPECT_THAT(store->Writes(), IsEmpty());
 }
 
 TEST(RegistryBackEnd, FoldsNamesInEveryOperation) {
@@ -95,36 +73,31 @@ TEST(RegistryBackEnd, FoldsNamesInEveryOperation) {
   EXPECT_EQ(back_end->Read("S", "K"), "v");
   EXPECT_TRUE(back_end->KeyExists("S", "K"));
   EXPECT_TRUE(back_end->SectionExists("S"));
-  EXPECT_EQ(Keys(*back_end.registry, "S").size(), 1U);
-  EXPECT_EQ(back_end.registry->KeyList("S").size(), 1U);
+  EXPECT_THAT(Keys(back_end, "S"), ElementsAre(Pair("k", "v")));
   back_end->DeleteKey("S", "K");
-  EXPECT_FALSE(back_end->KeyExists("s", "k"));
   back_end->DeleteSection("T");
-  EXPECT_FALSE(back_end->SectionExists("t"));
+  back_end->Write("Net", "IP", "xY");
+  EXPECT_EQ(back_end.FlushedText(), "[net]\nip=xY\n[s]\n");
 }
 
-TEST(RegistryBackEnd, FoldsNothingButAsciiCapitals) {
+TEST(RegistryBackEnd, FoldsOnlyTheCapitalsOfAscii) {
   BackEnd back_end;
   back_end->Write("@AZ[`az{", "k", "v");
-  EXPECT_EQ(Sections(*back_end.registry), std::vector<std::string>{"@az[`az{"});
+  EXPECT_THAT(Sections(back_end), ElementsAre("@az[`az{"));
 }
 
 TEST(RegistryBackEnd, AcceptsEveryAsciiByteInNames) {
-  for (int byte = 0; byte < 0x80; ++byte) {
+  BackEnd back_end;
+  for (int byte = 0; byte < 0x100; ++byte) {
     SCOPED_TRACE(byte);
-    BackEnd back_end;
-    const std::string name(1, static_cast<char>(byte));
-    back_end->Write(name, name, name);
-    EXPECT_EQ(back_end->Read(name, name), name);
-    EXPECT_TRUE(back_end->SectionExists(name));
-  }
-}
-
-TEST(RegistryBackEnd, RefusesEveryByteAboveAsciiInNames) {
-  BackEnd back_end("[s]\n");
-  for (int byte = 0x80; byte < 0x100; ++byte) {
     const std::string name = "Aa" + std::string(1, static_cast<char>(byte)) + "Zz";
-    EXPECT_EQ(InvalidNameOf([&] { back_end->Read("s", name); }), name) << byte;
+    if (byte < 0x80) {
+      back_end->Write(name, name, name);
+      EXPECT_EQ(back_end->Read(name, name), name);
+      EXPECT_TRUE(back_end->SectionExists(name));
+    } else {
+      ExpectInvalidName(name, [&] { back_end->Write(name, "k", "v"); });
+    }
   }
 }
 
@@ -137,50 +110,31 @@ TEST(RegistryBackEnd, AcceptsEmptyAndLongNames) {
   EXPECT_EQ(back_end->Read(name, name), "w");
 }
 
-TEST(RegistryBackEnd, RefusesABadSectionNameInEveryOperation) {
-  const std::string bad = "S\xC3\xBC"s;
+TEST(RegistryBackEnd, RefusesAnInvalidNameInEveryOperation) {
+  const std::string bad = "B\x80"s;
   const struct {
     const char* name;
     std::function<void(RegistryBackEnd&)> operation;
   } rows[] = {
-      {"Read", [&](RegistryBackEnd& r) { r.Read(bad, "k"); }},
-      {"Write", [&](RegistryBackEnd& r) { r.Write(bad, "k", "v"); }},
-      {"KeyExists", [&](RegistryBackEnd& r) { r.KeyExists(bad, "k"); }},
-      {"SectionExists", [&](RegistryBackEnd& r) { r.SectionExists(bad); }},
-      {"DeleteKey", [&](RegistryBackEnd& r) { r.DeleteKey(bad, "k"); }},
-      {"DeleteSection", [&](RegistryBackEnd& r) { r.DeleteSection(bad); }},
-      {"KeyList", [&](RegistryBackEnd& r) { r.KeyList(bad, [](const std::string&, const std::string&) {}); }},
-      {"KeyList without a callback", [&](RegistryBackEnd& r) { r.KeyList(bad, Registry::KeyCallback()); }},
-      {"KeyList as a copy", [&](RegistryBackEnd& r) { r.KeyList(bad); }},
+      {"Read, section", [&](auto& r) { r.Read(bad, "k"); }},
+      {"Read, key", [&](auto& r) { r.Read("s", bad); }},
+      {"Write, section", [&](auto& r) { r.Write(bad, "k", "v"); }},
+      {"Write, key", [&](auto& r) { r.Write("s", bad, "v"); }},
+      {"KeyExists, section", [&](auto& r) { r.KeyExists(bad, "k"); }},
+      {"KeyExists, key", [&](auto& r) { r.KeyExists("s", bad); }},
+      {"SectionExists", [&](auto& r) { r.SectionExists(bad); }},
+      {"DeleteKey, section", [&](auto& r) { r.DeleteKey(bad, "k"); }},
+      {"DeleteKey, key", [&](auto& r) { r.DeleteKey("s", bad); }},
+      {"DeleteSection", [&](auto& r) { r.DeleteSection(bad); }},
+      {"KeyList", [&](auto& r) { r.KeyList(bad, [](const std::string&, const std::string&) {}); }},
+      {"KeyList without a callback", [&](auto& r) { r.KeyList(bad, Registry::KeyCallback()); }},
+      {"KeyList as a map", [&](auto& r) { r.KeyList(bad); }},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     BackEnd back_end("[s]\nk=v\n");
-    EXPECT_EQ(InvalidNameOf([&] { row.operation(*back_end.registry); }), bad);
-    EXPECT_EQ(back_end->ReadAllJson(), R"({"s":{"k":"v"}})");
-    back_end->Flush();
-    EXPECT_TRUE(back_end.store->Writes().empty());
-  }
-}
-
-TEST(RegistryBackEnd, RefusesABadKeyNameInAnExistingSection) {
-  const std::string bad = "K\x80"s;
-  const struct {
-    const char* name;
-    std::function<void(Registry&)> operation;
-  } rows[] = {
-      {"Read", [&](Registry& r) { r.Read("s", bad); }},
-      {"Write", [&](Registry& r) { r.Write("s", bad, "v"); }},
-      {"KeyExists", [&](Registry& r) { r.KeyExists("s", bad); }},
-      {"DeleteKey", [&](Registry& r) { r.DeleteKey("s", bad); }},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    BackEnd back_end("[s]\nk=v\n");
-    EXPECT_EQ(InvalidNameOf([&] { row.operation(*back_end.registry); }), bad);
-    EXPECT_EQ(back_end->ReadAllJson(), R"({"s":{"k":"v"}})");
-    back_end->Flush();
-    EXPECT_TRUE(back_end.store->Writes().empty());
+    ExpectInvalidName(bad, [&] { row.operation(*back_end.registry); });
+    back_end.ExpectUnchanged(R"({"s":{"k":"v"}})");
   }
 }
 
@@ -189,16 +143,15 @@ TEST(RegistryBackEnd, DoesNotCheckTheKeyNameOfAMissingSection) {
   EXPECT_EQ(back_end->Read("s", "\x80"), "");
   EXPECT_FALSE(back_end->KeyExists("s", "\x80"));
   EXPECT_NO_THROW(back_end->DeleteKey("s", "\x80"));
-  EXPECT_FALSE(back_end->SectionExists("s"));
+  back_end.ExpectUnchanged("{}");
 }
 
-TEST(RegistryBackEnd, LeavesAnEmptySectionBehindWhenTheKeyOfAWriteIsBad) {
+TEST(RegistryBackEnd, KeepsTheNewSectionOfAWriteWithAnInvalidKey) {
   BackEnd back_end;
   EXPECT_THROW(back_end->Write("New", "\xC3\xA4", "v"), Registry::InvalidName);
-  EXPECT_TRUE(back_end->SectionExists("new"));
-  EXPECT_EQ(back_end.FlushedText(), "") << "not saved yet";
+  back_end.ExpectUnchanged(R"({"new":{}})");  // and saves it with the next change
   back_end->Write("s", "k", "v");
-  EXPECT_EQ(back_end.FlushedText(), "[new]\n[s]\nk=v\n") << "saved with the next change";
+  EXPECT_EQ(back_end.FlushedText(), "[new]\n[s]\nk=v\n");
 }
 
 TEST(RegistryBackEnd, AcceptsAnyBytesInValues) {
@@ -211,89 +164,61 @@ TEST(RegistryBackEnd, AcceptsAnyBytesInValues) {
   EXPECT_EQ(back_end->Read("s", "k"), value);
 }
 
-TEST(RegistryBackEnd, OverwritesAValue) {
-  BackEnd back_end("[s]\nk=v\nl=v\n");
-  back_end->Write("s", "k", "w");
-  EXPECT_EQ(back_end.FlushedText(), "[s]\nk=w\nl=v\n");
-}
-
-TEST(RegistryBackEnd, ReadsNothingFromWhatIsMissing) {
-  BackEnd back_end("[s]\nk=v\n");
+TEST(RegistryBackEnd, ReadsAMissingKeyAndAnEmptyValueAsTheEmptyString) {
+  BackEnd back_end("[s]\nk\n");
+  EXPECT_EQ(back_end->Read("s", "k"), "");
   EXPECT_EQ(back_end->Read("s", "x"), "");
   EXPECT_EQ(back_end->Read("x", "k"), "");
+  EXPECT_TRUE(back_end->KeyExists("s", "k"));
   EXPECT_FALSE(back_end->KeyExists("s", "x"));
   EXPECT_FALSE(back_end->KeyExists("x", "k"));
   EXPECT_FALSE(back_end->SectionExists("x"));
-  EXPECT_EQ(back_end->ReadAllJson(), R"({"s":{"k":"v"}})") << "reading makes nothing";
+  EXPECT_THAT(Keys(back_end, "x"), IsEmpty());
+  back_end.ExpectUnchanged(R"({"s":{"k":""}})");
 }
 
-TEST(RegistryBackEnd, TellsAnEmptyValueFromAMissingKey) {
-  BackEnd back_end;
-  back_end->Write("s", "k", "");
-  EXPECT_TRUE(back_end->KeyExists("s", "k"));
-  EXPECT_EQ(back_end->Read("s", "k"), "");
-  EXPECT_EQ(back_end.FlushedText(), "[s]\nk\n");
+TEST(RegistryBackEnd, SavesTheTextAfterAChange) {
+  const struct {
+    const char* name;
+    std::function<void(Registry&)> change;
+    std::vector<std::string> writes;
+  } rows[] = {
+      {"Write over a value", [](auto& r) { r.Write("s", "k", "w"); }, {"[s]\nk=w\nl=v\n[t]\nk=v\n[u]\n"}},
+      {"Write of an empty value", [](auto& r) { r.Write("s", "k", ""); }, {"[s]\nk\nl=v\n[t]\nk=v\n[u]\n"}},
+      {"Write of the same value", [](auto& r) { r.Write("s", "k", "v"); }, {"[s]\nk=v\nl=v\n[t]\nk=v\n[u]\n"}},
+      {"DeleteKey", [](auto& r) { r.DeleteKey("s", "k"); }, {"[s]\nl=v\n[t]\nk=v\n[u]\n"}},
+      {"DeleteKey of the last key", [](auto& r) { r.DeleteKey("t", "k"); }, {"[s]\nk=v\nl=v\n[t]\n[u]\n"}},
+      {"DeleteKey of a missing key", [](auto& r) { r.DeleteKey("s", "x"); }, {}},
+      {"DeleteKey of a missing section", [](auto& r) { r.DeleteKey("x", "k"); }, {}},
+      {"DeleteSection", [](auto& r) { r.DeleteSection("s"); }, {"[t]\nk=v\n[u]\n"}},
+      {"DeleteSection without keys", [](auto& r) { r.DeleteSection("u"); }, {"[s]\nk=v\nl=v\n[t]\nk=v\n"}},
+      {"DeleteSection of a missing section", [](auto& r) { r.DeleteSection("x"); }, {}},
+      {"DeleteAll", [](auto& r) { r.DeleteAll(); }, {""}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    BackEnd back_end("[s]\nk=v\nl=v\n[t]\nk=v\n[u]\n");
+    row.change(*back_end.registry);
+    back_end->Flush();
+    EXPECT_EQ(back_end.store->Writes(), row.writes);
+  }
 }
 
-TEST(RegistryBackEnd, KeepsTheSectionWhenItsLastKeyGoes) {
-  BackEnd back_end("[s]\nk=v\n");
-  back_end->DeleteKey("s", "k");
-  EXPECT_FALSE(back_end->KeyExists("s", "k"));
-  EXPECT_TRUE(back_end->SectionExists("s"));
-  EXPECT_EQ(back_end.FlushedText(), "[s]\n");
-}
-
-TEST(RegistryBackEnd, DeletesASectionWithItsKeys) {
-  BackEnd back_end("[s]\nk=v\nl=v\n[t]\nk=v\n[u]\n");
-  back_end->DeleteSection("s");
-  back_end->DeleteSection("u");
-  EXPECT_EQ(back_end.FlushedText(), "[t]\nk=v\n");
-}
-
-TEST(RegistryBackEnd, DeletesAll) {
-  BackEnd back_end("[s]\nk=v\n[t]\n");
-  back_end->DeleteAll();
-  EXPECT_EQ(back_end->ReadAllJson(), "{}");
-  EXPECT_EQ(back_end.FlushedText(), "");
-}
-
-TEST(RegistryBackEnd, SavesNothingWhenNothingIsDeleted) {
-  BackEnd back_end("[s]\nk=v\n");
-  back_end->DeleteKey("s", "x");
-  back_end->DeleteKey("x", "k");
-  back_end->DeleteSection("x");
-  back_end->Flush();
-  EXPECT_TRUE(back_end.store->Writes().empty());
-}
-
-TEST(RegistryBackEnd, SavesWhenAllOfNothingIsDeleted) {
+TEST(RegistryBackEnd, SavesWhenDeleteAllDeletesNothing) {
   BackEnd back_end;
   back_end->DeleteAll();
   back_end->Flush();
-  EXPECT_EQ(back_end.store->Writes(), std::vector<std::string>{""});
+  EXPECT_THAT(back_end.store->Writes(), ElementsAre(""));
 }
 
-TEST(RegistryBackEnd, ListsSectionsInByteOrder) {
-  BackEnd back_end("[b]\n[B]\n[ab]\n[]\n[a]\n[\x80]\n[~]\n");
-  EXPECT_EQ(Sections(*back_end.registry), (std::vector<std::string>{"", "B", "a", "ab", "b", "~", "\x80"}));
+TEST(RegistryBackEnd, ListsSectionsAndKeysInByteOrder) {
+  BackEnd back_end("[b]\n[B]\n[ab]\n[]\n[a]\n[\x80]\n[~]\nb=1\nB=2\nab\n=3\na=4\n");
+  EXPECT_THAT(Sections(back_end), ElementsAre("", "B", "a", "ab", "b", "~", "\x80"));
+  EXPECT_THAT(Keys(back_end, "~"),
+              ElementsAre(Pair("", "3"), Pair("B", "2"), Pair("a", "4"), Pair("ab", ""), Pair("b", "1")));
 }
 
-TEST(RegistryBackEnd, ListsKeysInByteOrderWithTheirValues) {
-  BackEnd back_end("[s]\nb=1\nB=2\nab\n=3\na=4\n[t]\nc=5\n");
-  const std::vector<std::pair<std::string, std::string>> keys{
-      {"", "3"}, {"B", "2"}, {"a", "4"}, {"ab", ""}, {"b", "1"}};
-  EXPECT_EQ(Keys(*back_end.registry, "s"), keys);
-  EXPECT_EQ(back_end.registry->KeyList("s"), RegistrySection(keys.begin(), keys.end()));
-}
-
-TEST(RegistryBackEnd, ListsNoKeysOfAMissingSection) {
-  BackEnd back_end("[s]\n");
-  EXPECT_TRUE(Keys(*back_end.registry, "x").empty());
-  EXPECT_TRUE(back_end.registry->KeyList("x").empty());
-  EXPECT_FALSE(back_end->SectionExists("x"));
-}
-
-TEST(RegistryBackEnd, FailsToCallAnEmptyCallbackOnceThereIsSomethingToList) {
+TEST(RegistryBackEnd, CallsAnEmptyCallbackOnlyForAnElement) {
   BackEnd back_end;
   EXPECT_NO_THROW(back_end->SectionList(Registry::SectionCallback()));
   EXPECT_NO_THROW(back_end->KeyList("s", Registry::KeyCallback()));
@@ -301,30 +226,20 @@ TEST(RegistryBackEnd, FailsToCallAnEmptyCallbackOnceThereIsSomethingToList) {
   EXPECT_THROW(back_end->SectionList(Registry::SectionCallback()), boost::bad_function_call);
   EXPECT_THROW(back_end->KeyList("s", Registry::KeyCallback()), boost::bad_function_call);
   back_end->DeleteKey("s", "k");
-  EXPECT_THROW(back_end->SectionList(Registry::SectionCallback()), boost::bad_function_call);
   EXPECT_NO_THROW(back_end->KeyList("s", Registry::KeyCallback()));
 }
 
-TEST(RegistryBackEnd, StopsListingWhenTheCallbackThrows) {
+TEST(RegistryBackEnd, StopsAListWhenTheCallbackThrows) {
   BackEnd back_end("[s]\nk=v\nl=v\n[t]\n");
   int calls = 0;
-  EXPECT_THROW(back_end->SectionList([&](const std::string&) {
-    ++calls;
-    throw std::runtime_error("enough");
-  }),
-               std::runtime_error);
-  EXPECT_THROW(back_end->KeyList("s",
-                                 [&](const std::string&, const std::string&) {
-                                   ++calls;
-                                   throw std::runtime_error("enough");
-                                 }),
-               std::runtime_error);
+  EXPECT_THROW(back_end->SectionList([&](const std::string&) { throw ++calls; }), int);
+  EXPECT_THROW(back_end->KeyList("s", [&](const std::string&, const std::string&) { throw ++calls; }), int);
   EXPECT_EQ(calls, 2);
 }
 
 TEST(RegistryBackEnd, KeepsNamesOfTheFileThatNoCallerCanReach) {
   BackEnd back_end("[Net]\nIP=1\n[net]\nIP=2\n");
-  EXPECT_EQ(back_end->Read("Net", "IP"), "") << "a caller means [net], key ip";
+  EXPECT_EQ(back_end->Read("Net", "IP"), "") << "the caller gets key ip of [net]";
   back_end->Write("Net", "IP", "3");
   EXPECT_EQ(back_end.FlushedText(), "[Net]\nIP=1\n[net]\nIP=2\nip=3\n");
   back_end->DeleteSection("Net");
