@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <boost/algorithm/string.hpp>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -80,34 +81,24 @@ TEST(RegistryBackEnd, FoldsNamesInEveryOperation) {
   EXPECT_EQ(back_end.FlushedText(), "[net]\nip=xY\n[s]\n");
 }
 
-TEST(RegistryBackEnd, FoldsOnlyTheCapitalsOfAscii) {
-  BackEnd back_end;
-  back_end->Write("@AZ[`az{", "k", "v");
-  EXPECT_THAT(Sections(back_end), ElementsAre("@az[`az{"));
-}
-
-TEST(RegistryBackEnd, AcceptsEveryAsciiByteInNames) {
-  BackEnd back_end;
+TEST(RegistryBackEnd, AcceptsNamesOfAsciiAndFoldsTheirCapitals) {
   for (int byte = 0; byte < 0x100; ++byte) {
     SCOPED_TRACE(byte);
+    BackEnd back_end;
     const std::string name = "Aa" + std::string(1, static_cast<char>(byte)) + "Zz";
     if (byte < 0x80) {
       back_end->Write(name, name, name);
       EXPECT_EQ(back_end->Read(name, name), name);
-      EXPECT_TRUE(back_end->SectionExists(name));
+      EXPECT_THAT(Sections(back_end), ElementsAre(boost::to_lower_copy(name)));
     } else {
       ExpectInvalidName(name, [&] { back_end->Write(name, "k", "v"); });
     }
   }
-}
-
-TEST(RegistryBackEnd, AcceptsEmptyAndLongNames) {
-  BackEnd back_end;
-  const std::string name(5000, 'n');
-  back_end->Write("", "", "v");
-  back_end->Write(name, name, "w");
-  EXPECT_EQ(back_end->Read("", ""), "v");
-  EXPECT_EQ(back_end->Read(name, name), "w");
+  for (const std::string& name : {std::string(), std::string(5000, 'n')}) {
+    BackEnd back_end;
+    back_end->Write(name, name, "v");
+    EXPECT_EQ(back_end->Read(name, name), "v");
+  }
 }
 
 TEST(RegistryBackEnd, RefusesAnInvalidNameInEveryOperation) {

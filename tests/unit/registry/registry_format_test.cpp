@@ -10,7 +10,7 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST(SerialiseRegistry, WritesTheTextForm) {
+TEST(RegistryFormat, WritesAndReadsTheTextForm) {
   const struct {
     const char* name;
     RegistrySections sections;
@@ -27,27 +27,29 @@ TEST(SerialiseRegistry, WritesTheTextForm) {
       {"byte order of sections and keys",
        {{"b", {}}, {"B", {}}, {"a", {{"z", "1"}, {"Z", "2"}, {"", "3"}, {"zz", "4"}}}, {"ab", {}}},
        "[B]\n[a]\n=3\nZ=2\nz=1\nzz=4\n[ab]\n[b]\n"},
-      {"bytes of 0x80 and above sort last", {{"\x80", {}}, {"~", {}}}, "[~]\n[\x80]\n"},
+      {"bytes of 0x80 and above are last", {{"\x80", {}}, {"~", {}}}, "[~]\n[\x80]\n"},
       {"escapes of a section name", {{"%[]\r\n=", {}}}, "[%25%5b%5d%0d%0a=]\n"},
       {"escapes of a key name", {{"s", {{"%\r\n=[]", "v"}}}}, "[s]\n%25%0d%0a%3d[]=v\n"},
       {"escapes of a value", {{"s", {{"k", "%\r\n=[]"}}}}, "[s]\nk=%25%0d%0a=[]\n"},
       {"other bytes unchanged", {{"\x01\t\xFF"s, {{"\0\x80"s, "\0\x7F\xC3"s}}}}, "[\x01\t\xFF]\n\0\x80=\0\x7F\xC3\n"s},
-      {"a key that begins with a bracket is not escaped", {{"s", {{"[k", "v"}}}}, "[s]\n[k=v\n"},
+      {"names of any case and bytes", {{"Net\x80", {{"I\xC3", "X"}}}}, "[Net\x80]\nI\xC3=X\n"},
+      {"whitespace", {{" s ", {{"\tk ", " v "}}}}, "[ s ]\n\tk = v \n"},
+      {"no comments", {{"s", {{"#a", "1"}, {";b", ""}}}}, "[s]\n#a=1\n;b\n"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(SerialiseRegistry(row.sections), row.text);
+    EXPECT_EQ(ParseRegistry(row.text), row.sections);
   }
 }
 
-TEST(ParseRegistry, ReadsTheTextForm) {
+TEST(ParseRegistry, ReadsTextsThatTheDaemonDoesNotWrite) {
   const RegistrySections two_keys{{"s", {{"a", "1"}, {"b", "2"}}}};
   const struct {
     const char* name;
     std::string text;
     RegistrySections sections;
   } rows[] = {
-      {"the empty text", "", {}},
       {"LF line ends", "[s]\na=1\nb=2\n", two_keys},
       {"CR LF line ends", "[s]\r\na=1\r\nb=2\r\n", two_keys},
       {"CR line ends", "[s]\ra=1\rb=2\r", two_keys},
@@ -64,25 +66,17 @@ TEST(ParseRegistry, ReadsTheTextForm) {
       {"a header without a closing bracket", "[abc", {{"abc", {}}}},
       {"bytes after the closing bracket", "[a]b", {{"a", {}}}},
       {"the first closing bracket counts", "[a]b]", {{"a", {}}}},
-      {"the empty header", "[]\nk=v", {{"", {{"k", "v"}}}}},
       {"a lone opening bracket", "[\nk=v", {{"", {{"k", "v"}}}}},
       {"a header with brackets inside", "[[a", {{"[a", {}}}},
       {"an escaped header", "[%5ba%5D%25]", {{"[a]%", {}}}},
       {"an escaped bracket that closes nothing", "[a%5db]c", {{"a]b", {}}}},
-      {"a key without an equals sign", "[s]\nkey", {{"s", {{"key", ""}}}}},
       {"a key with nothing after the equals sign", "[s]\nkey=", {{"s", {{"key", ""}}}}},
       {"the first equals sign splits", "[s]\na=b=c", {{"s", {{"a", "b=c"}}}}},
-      {"the empty key name", "[s]\n=v", {{"s", {{"", "v"}}}}},
       {"an equals sign alone", "[s]\n=", {{"s", {{"", ""}}}}},
       {"an escaped equals sign does not split", "[s]\na%3db=c%3Dd", {{"s", {{"a=b", "c=d"}}}}},
       {"hexadecimal digits, wrong ones and too few", "[s]\nk=%41%4a%zz%4", {{"s", {{"k", "AJ\0"s + "4"}}}}},
       {"escapes in a key", "[s]\n%41%4a%zz%4", {{"s", {{"AJ\0"s + "4", ""}}}}},
-      {"escaped line ends do not end the line", "[s]\nk=%0d%0a", {{"s", {{"k", "\r\n"}}}}},
-      {"nothing is trimmed", " [s]\n[ s ]\n\tk = v \n", {{"null", {{" [s]", ""}}}, {" s ", {{"\tk ", " v "}}}}},
-      {"there are no comments", "[s]\n#a=1\n;b", {{"s", {{"#a", "1"}, {";b", ""}}}}},
-      {"names are not folded", "[Net]\nIP=X", {{"Net", {{"IP", "X"}}}}},
-      {"names are not checked", "[\x80]\n\xC3\xA4=\xFF", {{"\x80", {{"\xC3\xA4", "\xFF"}}}}},
-      {"a NUL byte has no meaning", "[a\0b]\nc\0d=e\0f\n"s, {{"a\0b"s, {{"c\0d"s, "e\0f"s}}}}},
+      {"a header after a space", " [s]\n", {{"null", {{" [s]", ""}}}}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -90,15 +84,9 @@ TEST(ParseRegistry, ReadsTheTextForm) {
   }
 }
 
-TEST(RegistryFormat, WritesAKeyWithAndWithoutEqualsSignTheSameWay) {
-  EXPECT_EQ(SerialiseRegistry(ParseRegistry("[s]\nkey=\n")), "[s]\nkey\n");
-  EXPECT_EQ(SerialiseRegistry(ParseRegistry("[s]\nkey\n")), "[s]\nkey\n");
-}
-
 TEST(RegistryFormat, ReadsAKeyThatBeginsWithABracketBackAsAHeader) {
-  const RegistrySections written{{"s", {{"[k]x", "v"}, {"z", "lost to the next section"}}}};
-  const RegistrySections read{{"k", {{"z", "lost to the next section"}}}, {"s", {}}};
-  EXPECT_EQ(ParseRegistry(SerialiseRegistry(written)), read);
+  EXPECT_EQ(SerialiseRegistry({{"s", {{"[k]x", "v"}, {"z", "w"}}}}), "[s]\n[k]x=v\nz=w\n");
+  EXPECT_EQ(ParseRegistry("[s]\n[k]x=v\nz=w\n"), (RegistrySections{{"k", {{"z", "w"}}}, {"s", {}}}));
 }
 
 // Its line is empty, and empty lines are skipped.
