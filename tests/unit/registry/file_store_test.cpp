@@ -30,7 +30,7 @@ protected:
   const std::string m_path = m_dir / "registry";
   const std::string m_temporary = m_dir / "registry~~new";
   const std::shared_ptr<FileStore> m_store = FileStore::Create(m_path, kRegistryCapacity, 0640);
-  test_support::CapturedStderr m_stderr;  // fails the test for any line that it does not take
+  test_support::CapturedStderr m_stderr;  // fails the test for any line that the test does not read
 };
 
 using FileStoreRead = FileStoreTest;
@@ -122,7 +122,7 @@ TEST_F(FileStoreWrite, KeepsTheOldFileIfAFailureOccursAndCanWriteLater) {
 
 TEST_F(FileStoreWrite, CreatesAFileWithTheModeOfTheStore) {
   const mode_t old_mask = ::umask(0);
-  for (const mode_t mask : {0, 027, 0777}) {
+  for (const mode_t mask : {0U, 027U, 0777U}) {
     WriteTextFile(m_path, "old");
     ::umask(mask);
     m_store->Write("new");
