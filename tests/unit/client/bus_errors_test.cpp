@@ -1,82 +1,54 @@
 #include "client/bus_errors.h"
 
-#include <gtest/gtest.h>
-
-#include "client/failure.h"
+#include "tests/unit/client/client_fixture.h"
 
 namespace ledgerctl {
 namespace {
 
-template <typename Throw>
-Failure ReportOf(Throw what) {
-  try {
-    what();
-  } catch (...) {
-    return CurrentFailure();
-  }
-  return Failure(ExitStatus::Success, "");
-}
+using test_client::Fails;
 
-struct Row {
-  const char* error;
-  const char* message;
-  bool timed_out;
-  ExitStatus status;
-  const char* text;
-};
-
-TEST(CallFailure, HasAStatusForEachError) {
+TEST(BusErrors, HaveAStatusAndATextEach) {
+  struct Row {
+    decltype(&ThrowCallFailure) report;
+    std::string error;
+    const char* message;
+    bool timed_out;
+    test_client::Outcome outcome;
+  };
+  const std::string own = "com.tavimesh.Registry.Errors.";
+  const std::string bus = "org.freedesktop.DBus.Error.";
+  const std::string unstarted = "the daemon is not running and cannot be started\n";
+  const std::string no_bus = "the daemon is not running: there is no system bus\n";
   const Row rows[] = {
-      {"com.tavimesh.Registry.Errors.InvalidName", "Invalid Name", false, ExitStatus::InvalidName, "invalid name"},
-      {"com.tavimesh.Registry.Errors.InvalidJson", "Invalid Json", false, ExitStatus::NotADocument,
-       "not a registry document"},
-      {"com.tavimesh.Registry.Errors.Full", "Full", false, ExitStatus::Full,
-       "registry full (16383 bytes); nothing changed"},
-      {"com.tavimesh.Registry.Errors.Exception", "No space left on device (28)", false, ExitStatus::DaemonError,
-       "No space left on device (28)"},
-      {"org.freedesktop.DBus.Error.ServiceUnknown", "x", false, ExitStatus::NotRunning, "the daemon is not running"},
-      {"org.freedesktop.DBus.Error.NameHasNoOwner", "x", false, ExitStatus::NotRunning, "the daemon is not running"},
-      {"org.freedesktop.DBus.Error.Spawn.ExecFailed", "why", false, ExitStatus::NotRunning,
-       "the daemon is not running and cannot be started\nwhy"},
-      {"org.freedesktop.DBus.Error.TimedOut", "slow", true, ExitStatus::NotRunning,
-       "the daemon is not running and cannot be started\nslow"},
-      {"org.freedesktop.systemd1.UnitMasked", "masked", false, ExitStatus::NotRunning,
-       "the daemon is not running and cannot be started\nmasked"},
-      {"org.freedesktop.DBus.Error.AccessDenied", "x", false, ExitStatus::Denied, "permission denied by the bus"},
-      {"org.freedesktop.DBus.Error.NoReply", "x", true, ExitStatus::NoAnswer, "no answer in 7 s"},
-      {"org.freedesktop.DBus.Error.Timeout", "x", true, ExitStatus::NoAnswer, "no answer in 7 s"},
-      {"org.freedesktop.DBus.Error.NoReply", "x", false, ExitStatus::NotRunning,
-       "the daemon is not running any more: it ended before it answered"},
-      {"org.freedesktop.DBus.Error.Disconnected", "x", false, ExitStatus::NotRunning,
-       "the daemon is not running: the bus closed the connection"},
-      {"org.freedesktop.DBus.Error.UnknownMethod", "no Read", false, ExitStatus::DaemonError, "no Read"},
-      {"com.example.Other", "other", true, ExitStatus::DaemonError, "other"},
+      {ThrowCallFailure, own + "InvalidName", "Invalid Name", false, Fails(3, "invalid name")},
+      {ThrowCallFailure, own + "InvalidJson", "Invalid Json", false, Fails(4, "not a registry document")},
+      {ThrowCallFailure, own + "Full", "Full", false, Fails(5, "registry full (16383 bytes); nothing changed")},
+      {ThrowCallFailure, own + "Exception", "No space left (28)", false, Fails(9, "No space left (28)")},
+      {ThrowCallFailure, bus + "ServiceUnknown", "x", false, Fails(6, "the daemon is not running")},
+      {ThrowCallFailure, bus + "NameHasNoOwner", "x", false, Fails(6, "the daemon is not running")},
+      {ThrowCallFailure, bus + "Spawn.ExecFailed", "why", false, Fails(6, unstarted + "why")},
+      {ThrowCallFailure, bus + "TimedOut", "slow", true, Fails(6, unstarted + "slow")},
+      {ThrowCallFailure, "org.freedesktop.systemd1.UnitMasked", "masked", false, Fails(6, unstarted + "masked")},
+      {ThrowCallFailure, bus + "AccessDenied", "x", false, Fails(7, "permission denied by the bus")},
+      {ThrowCallFailure, bus + "NoReply", "x", true, Fails(8, "no answer in 7 s")},
+      {ThrowCallFailure, bus + "Timeout", "x", true, Fails(8, "no answer in 7 s")},
+      {ThrowCallFailure, bus + "NoReply", "x", false,
+       Fails(6, "the daemon is not running any more: it ended before it answered")},
+      {ThrowCallFailure, bus + "Disconnected", "x", false,
+       Fails(6, "the daemon is not running: the bus closed the connection")},
+      {ThrowCallFailure, bus + "UnknownMethod", "no Read", false, Fails(9, "no Read")},
+      {ThrowCallFailure, "com.example.Other", "other", true, Fails(9, "other")},
+      {ThrowConnectFailure, bus + "FileNotFound", "no socket", false, Fails(6, no_bus + "no socket")},
+      {ThrowConnectFailure, bus + "NoServer", "refused", false, Fails(6, no_bus + "refused")},
+      {ThrowConnectFailure, bus + "AccessDenied", "x", false, Fails(7, "permission denied by the bus")},
+      {ThrowConnectFailure, bus + "AuthFailed", "x", false, Fails(7, "permission denied by the bus")},
+      {ThrowConnectFailure, bus + "NoReply", "x", true, Fails(8, "no answer in 7 s")},
+      {ThrowConnectFailure, bus + "NoReply", "x", false,
+       Fails(6, "the daemon is not running: the bus closed the connection")},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.error);
-    const Failure failure = ReportOf([&] { ThrowCallFailure({row.error, row.message}, row.timed_out, "7"); });
-    EXPECT_EQ(failure.Status(), row.status);
-    EXPECT_STREQ(failure.what(), row.text);
-  }
-}
-
-TEST(ConnectFailure, HasAStatusForEachError) {
-  const Row rows[] = {
-      {"org.freedesktop.DBus.Error.FileNotFound", "no socket", false, ExitStatus::NotRunning,
-       "the daemon is not running: there is no system bus\nno socket"},
-      {"org.freedesktop.DBus.Error.NoServer", "refused", false, ExitStatus::NotRunning,
-       "the daemon is not running: there is no system bus\nrefused"},
-      {"org.freedesktop.DBus.Error.AccessDenied", "x", false, ExitStatus::Denied, "permission denied by the bus"},
-      {"org.freedesktop.DBus.Error.AuthFailed", "x", false, ExitStatus::Denied, "permission denied by the bus"},
-      {"org.freedesktop.DBus.Error.NoReply", "x", true, ExitStatus::NoAnswer, "no answer in 7 s"},
-      {"org.freedesktop.DBus.Error.NoReply", "x", false, ExitStatus::NotRunning,
-       "the daemon is not running: the bus closed the connection"},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.error);
-    const Failure failure = ReportOf([&] { ThrowConnectFailure({row.error, row.message}, row.timed_out, "7"); });
-    EXPECT_EQ(failure.Status(), row.status);
-    EXPECT_STREQ(failure.what(), row.text);
+    EXPECT_EQ(test_client::FailureOf([&] { row.report({row.error, row.message}, row.timed_out, "7"); }), row.outcome);
   }
 }
 

@@ -1,4 +1,4 @@
-// The client as a whole, on a registry in this process: what it is given, what it prints, what it calls.
+// Runs command lines of the client on a registry in this process, and records the calls that they make.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,13 +10,18 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "client/failure.h"
 #include "client/program.h"
 #include "tests/unit/registry/back_end_fixture.h"
 
 namespace test_client {
+
+using Words = std::vector<std::string>;
+using Calls = std::vector<std::string>;
 
 /// A file in memory.
 class MemoryFile {
@@ -40,12 +45,51 @@ private:
   int m_fd;
 };
 
-/// While it lives, standard input is a text.
+/// A terminal without echo and with colours, on which `typed` was typed in advance.
+class Terminal {
+public:
+  explicit Terminal(unsigned short columns, const std::string& typed = "") {
+    winsize size{};
+    size.ws_col = columns;
+    EXPECT_EQ(::openpty(&m_master, &m_slave, nullptr, nullptr, &size), 0);
+    termios settings{};
+    ::tcgetattr(m_slave, &settings);
+    settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    settings.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+    ::tcsetattr(m_slave, TCSANOW, &settings);
+    EXPECT_EQ(::write(m_master, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+    ::setenv("TERM", "xterm", 1);
+    ::unsetenv("NO_COLOR");
+  }
+  ~Terminal() {
+    ::close(m_master);
+    ::close(m_slave);
+  }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  int Fd() const { return m_slave; }
+
+  /// Returns what was written to the terminal since the last call.
+  std::string Shown() const {
+    // The kernel passes output on in its own time. So waits for a last byte that no output has.
+    EXPECT_EQ(::write(m_slave, "\x04", 1), 1);
+    std::string shown;
+    for (char c = 0; ::read(m_master, &c, 1) == 1 && c != '\x04';) {
+      shown += c;
+    }
+    return shown;
+  }
+
+private:
+  int m_master = -1;
+  int m_slave = -1;
+};
+
+/// While it exists, standard input is `fd`.
 class StandardInput {
 public:
-  explicit StandardInput(const std::string& text) : m_file(text), m_saved(::dup(STDIN_FILENO)) {
-    ::dup2(m_file.Fd(), STDIN_FILENO);
-  }
+  explicit StandardInput(int fd) : m_saved(::dup(STDIN_FILENO)) { ::dup2(fd, STDIN_FILENO); }
   ~StandardInput() {
     ::dup2(m_saved, STDIN_FILENO);
     ::close(m_saved);
@@ -54,59 +98,18 @@ public:
   StandardInput& operator=(const StandardInput&) = delete;
 
 private:
-  MemoryFile m_file;
   int m_saved;
 };
 
-/// While it lives, standard input is a terminal, with answers that were typed in advance.
-class Answers {
-public:
-  explicit Answers(const std::string& text) : m_saved_input(::dup(STDIN_FILENO)) {
-    EXPECT_EQ(::openpty(&m_master, &m_slave, nullptr, nullptr, nullptr), 0);
-    termios settings{};
-    ::tcgetattr(m_slave, &settings);
-    settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    settings.c_oflag &= ~static_cast<tcflag_t>(OPOST);
-    ::tcsetattr(m_slave, TCSANOW, &settings);
-    EXPECT_EQ(::write(m_master, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    ::dup2(m_slave, STDIN_FILENO);
-  }
-  ~Answers() {
-    ::dup2(m_saved_input, STDIN_FILENO);
-    for (const int fd : {m_saved_input, m_master, m_slave}) {
-      ::close(fd);
-    }
-  }
-  Answers(const Answers&) = delete;
-  Answers& operator=(const Answers&) = delete;
-
-  int Fd() const { return m_slave; }
-
-  /// What was written to the terminal, which passes it on in its own time.
-  std::string Shown() const {
-    EXPECT_EQ(::write(m_slave, "\0", 1), 1);
-    std::string shown;
-    for (char c = 0; ::read(m_master, &c, 1) == 1 && c != '\0';) {
-      shown += c;
-    }
-    return shown;
-  }
-
-private:
-  int m_saved_input;
-  int m_master = -1;
-  int m_slave = -1;
-};
-
-/// Passes calls on to another registry and remembers their names.
+/// Passes calls on to another registry and records their names.
 class RecordingRegistry : public Registry {
 public:
   explicit RecordingRegistry(Registry& target) : m_target(target) {}
 
-  /// The names since the last time.
-  std::vector<std::string> TakeCalls() { return std::exchange(m_calls, {}); }
+  /// Returns the names since the last call of this function.
+  Calls TakeCalls() { return std::exchange(m_calls, {}); }
 
-  /// Called before each call is passed on, with its name; what it throws is the call's answer.
+  /// `hook` is called with the name before each call is passed on. An exception of `hook` is the answer to the call.
   void OnCall(std::function<void(const std::string& name)> hook) { m_hook = std::move(hook); }
 
   std::string ReadAllJson() override { return Record("ReadAllJson").ReadAllJson(); }
@@ -142,36 +145,44 @@ private:
   }
 
   Registry& m_target;
-  std::vector<std::string> m_calls;
+  Calls m_calls;
   std::function<void(const std::string& name)> m_hook;
 };
 
-struct Outcome {
-  int status;
-  std::string output;
-  std::string error;
-};
+/// The exit status, standard output and standard error.
+using Outcome = std::tuple<int, std::string, std::string>;
 
-inline bool operator==(const Outcome& a, const Outcome& b) {
-  return a.status == b.status && a.output == b.output && a.error == b.error;
-}
+/// The outcome of a command that succeeds.
+inline Outcome Prints(const std::string& output) { return {0, output, ""}; }
 
-inline std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
-  return stream << "status " << outcome.status << ", output '" << outcome.output << "', error '" << outcome.error
-                << "'";
+/// The outcome of a command that fails.
+inline Outcome Fails(int status, const std::string& text) { return {status, "", "ledgerctl: " + text + "\n"}; }
+
+/// Returns the outcome of a command that ends with the exception of `call`.
+template <typename Call>
+Outcome FailureOf(Call call) {
+  try {
+    call();
+  } catch (...) {
+    const ledgerctl::Failure failure = ledgerctl::CurrentFailure();
+    return Fails(static_cast<int>(failure.Status()), failure.what());
+  }
+  return Prints("");
 }
 
 /// Runs a command line on any registry.
-inline int RunOn(Registry& registry, const std::vector<std::string>& arguments, int output, int error) {
+inline int RunOn(Registry& registry, const Words& words, int output, int error) {
   const std::shared_ptr<Registry> not_owned(std::shared_ptr<void>(), &registry);
   return ledgerctl::RunProgram(
-      arguments, [&](const ledgerctl::CommandLine&) { return not_owned; }, output, error);
+      words, [&](const ledgerctl::CommandLine&) { return not_owned; }, output, error);
 }
 
-inline Outcome RunOn(Registry& registry, const std::vector<std::string>& arguments) {
+inline Outcome RunOn(Registry& registry, const Words& words, const std::string& input = "") {
+  const MemoryFile input_file(input);
   const MemoryFile output;
   const MemoryFile error;
-  const int status = RunOn(registry, arguments, output.Fd(), error.Fd());
+  const StandardInput standard_input(input_file.Fd());
+  const int status = RunOn(registry, words, output.Fd(), error.Fd());
   return {status, output.Text(), error.Text()};
 }
 
@@ -180,15 +191,10 @@ protected:
   explicit ClientTest(const std::string& text = "", std::uint32_t capacity = 16383)
       : back_end(text, capacity), registry(*back_end.registry) {}
 
-  Outcome Run(const std::vector<std::string>& arguments) { return RunOn(registry, arguments); }
+  Outcome Run(const Words& words, const std::string& input = "") { return RunOn(registry, words, input); }
 
   BackEnd back_end;
   RecordingRegistry registry;
 };
-
-/// What a command prints that does what it is told.
-inline Outcome Prints(const std::string& output) { return {0, output, ""}; }
-
-using Calls = std::vector<std::string>;
 
 }  // namespace test_client

@@ -5,12 +5,10 @@
 #include <linux/posix_acl_xattr.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
 
-#include "client/failure.h"
 #include "lib/platform/posix_helpers.h"
 #include "tests/unit/client/client_fixture.h"
 #include "tests/unit/support/forked_child.h"
@@ -19,30 +17,22 @@
 namespace ledgerctl {
 namespace {
 
+using test_client::Fails;
 using test_support::ReadTextFile;
 using test_support::WriteTextFile;
 
 class Files : public testing::Test {
 protected:
-  /// What is in the directory besides `name`.
-  std::vector<std::string> Others(const std::string& name) const {
-    std::vector<std::string> others;
+  /// Expects that the directory has this one file, with this text.
+  void ExpectOnly(const std::string& name, const std::string& text) const {
     for (const auto& entry : std::filesystem::directory_iterator(directory.Path())) {
-      if (entry.path().filename() != name) {
-        others.push_back(entry.path().filename());
-      }
+      EXPECT_EQ(entry.path().filename(), name);
     }
-    return others;
+    EXPECT_EQ(ReadTextFile(directory / name), text);
   }
 
-  std::string RefusalOf(const std::string& path) {
-    try {
-      ReplaceDocument(path, "new");
-    } catch (const Failure& e) {
-      EXPECT_EQ(e.Status(), ExitStatus::Local);
-      return e.what();
-    }
-    return "accepted";
+  static test_client::Outcome Replace(const std::string& name) {
+    return test_client::FailureOf([&] { ReplaceDocument(name, "new"); });
   }
 
   static struct stat StatusOf(const std::string& path) {
@@ -51,7 +41,12 @@ protected:
     return status;
   }
 
-  /// The list of "u::rw,u:root:rw,g::r,m::rw,o::r".
+  void WriteOld(mode_t mode) {
+    WriteTextFile(file, "old");
+    EXPECT_EQ(::chmod(file.c_str(), mode), 0);
+  }
+
+  /// Sets the access control list "u::rw,u:root:rw,g::r,m::rw,o::r".
   static void SetAccessList(const std::string& path, const char* name) {
     struct {
       posix_acl_xattr_header header;
@@ -62,48 +57,42 @@ protected:
   }
 
   test_support::TempDir directory;
+  const std::string file = directory / "f";
 };
 
 TEST_F(Files, AreReplacedByANewFileOfTheSameMode) {
-  const std::string path = directory / "f";
   for (const mode_t mode : {0600u, 0644u, 0666u, 0400u}) {
     SCOPED_TRACE(mode);
-    WriteTextFile(path, "old");
-    ::chmod(path.c_str(), mode);
-    const ino_t before = StatusOf(path).st_ino;
-    ReplaceDocument(path, "new");
-    EXPECT_EQ(ReadTextFile(path), "new");
-    EXPECT_NE(before, StatusOf(path).st_ino);
-    EXPECT_EQ(StatusOf(path).st_mode & 07777, mode);
-    EXPECT_EQ(Others("f"), std::vector<std::string>());
-    std::filesystem::remove(path);
+    WriteOld(mode);
+    const ino_t before = StatusOf(file).st_ino;
+    ReplaceDocument(file, "new");
+    EXPECT_NE(before, StatusOf(file).st_ino);
+    EXPECT_EQ(StatusOf(file).st_mode & 07777, mode);
+    ExpectOnly("f", "new");
+    std::filesystem::remove(file);
   }
+  ReplaceDocument(file, "new");
+  EXPECT_EQ(StatusOf(file).st_mode & 07777, 0600u) << "a new file is private";
 }
 
-// As an access control list lets more users, or fewer, read the file than its mode says.
+// With an access control list, more or fewer users can read the file than its mode says.
 TEST_F(Files, WithAnAccessControlListBecomePrivate) {
-  WriteTextFile(directory / "f", "old");
-  SetAccessList(directory / "f", "system.posix_acl_access");
-  ASSERT_EQ(StatusOf(directory / "f").st_mode & 0777, 0664u);
-  ReplaceDocument(directory / "f", "new");
-  EXPECT_EQ(StatusOf(directory / "f").st_mode & 0777, 0600u);
+  WriteOld(0644);
+  SetAccessList(file, "system.posix_acl_access");
+  ASSERT_EQ(StatusOf(file).st_mode & 0777, 0664u);
+  ReplaceDocument(file, "new");
+  EXPECT_EQ(StatusOf(file).st_mode & 0777, 0600u);
 }
 
 TEST_F(Files, GetNoAccessControlListOfTheirDirectory) {
-  WriteTextFile(directory / "f", "old");
-  ::chmod((directory / "f").c_str(), 0640);
+  WriteOld(0640);
   SetAccessList(directory.Path(), "system.posix_acl_default");
-  ReplaceDocument(directory / "f", "new");
-  EXPECT_EQ(StatusOf(directory / "f").st_mode & 0777, 0640u);
-  EXPECT_LT(::getxattr((directory / "f").c_str(), "system.posix_acl_access", nullptr, 0), 0);
+  ReplaceDocument(file, "new");
+  EXPECT_EQ(StatusOf(file).st_mode & 0777, 0640u);
+  EXPECT_LT(::getxattr(file.c_str(), "system.posix_acl_access", nullptr, 0), 0);
 }
 
-TEST_F(Files, ThatAreNewArePrivate) {
-  ReplaceDocument(directory / "f", "new");
-  EXPECT_EQ(StatusOf(directory / "f").st_mode & 07777, 0600u);
-}
-
-TEST_F(Files, AreMadeWhereThereAreNone) {
+TEST_F(Files, AreCreatedInTheCurrentDirectory) {
   EXPECT_EQ(test_support::RunInChild([this] {
               std::filesystem::current_path(directory.Path());
               ReplaceDocument("f", "new");
@@ -113,79 +102,72 @@ TEST_F(Files, AreMadeWhereThereAreNone) {
 }
 
 // A process that had the same number was killed.
-TEST_F(Files, AreReplacedWhereAnOldTemporaryFileIsInTheWay) {
-  WriteTextFile(directory / ("f." + std::to_string(::getpid()) + "~"), "left");
-  ReplaceDocument(directory / "f", "new");
-  EXPECT_EQ(ReadTextFile(directory / "f"), "new");
-  EXPECT_EQ(Others("f"), std::vector<std::string>());
+TEST_F(Files, AreReplacedIfAnOldTemporaryFileHasTheNameOfTheNewOne) {
+  WriteTextFile(file + "." + std::to_string(::getpid()) + "~", "left");
+  ReplaceDocument(file, "new");
+  ExpectOnly("f", "new");
 }
 
-TEST_F(Files, AreReplacedWhereALinkLeads) {
-  WriteTextFile(directory / "f", "old");
+TEST_F(Files, AreReplacedThroughALink) {
+  WriteOld(0600);
   ASSERT_EQ(::symlink("f", (directory / "link").c_str()), 0);
   ReplaceDocument(directory / "link", "new");
   EXPECT_TRUE(std::filesystem::is_symlink(directory / "link"));
-  EXPECT_EQ(ReadTextFile(directory / "f"), "new");
+  EXPECT_EQ(ReadTextFile(file), "new");
 }
 
-TEST_F(Files, AreNotMadeWhereALinkLeadsNowhere) {
-  ASSERT_EQ(::symlink("none", (directory / "link").c_str()), 0);
-  EXPECT_EQ(RefusalOf(directory / "link"), directory / "link" + ": No such file or directory");
-  EXPECT_EQ(Others("link"), std::vector<std::string>());
+TEST_F(Files, AreNotCreatedThroughALink) {
+  ASSERT_EQ(::symlink("none", file.c_str()), 0);
+  EXPECT_EQ(Replace(file), Fails(10, file + ": No such file or directory"));
+  EXPECT_TRUE(std::filesystem::is_symlink(file));
+  EXPECT_FALSE(std::filesystem::exists(directory / "none"));
 }
 
 // /dev/stdout is such a link. The path that the kernel prints for it is not the file's, and may be another file's.
 TEST_F(Files, WithoutANameAreNotReplaced) {
-  WriteTextFile(directory / "f", "old");
-  const bramble::FileDescriptor file = bramble::Open(directory / "f", O_RDWR);
-  std::filesystem::remove(directory / "f");
-  const std::string link = "/proc/self/fd/" + std::to_string(file.Get());
-  EXPECT_EQ(RefusalOf(link), link + ": No such file or directory");
-  WriteTextFile(directory / "f (deleted)", "another");
-  EXPECT_EQ(RefusalOf(link), link + ": another program has replaced it meanwhile");
-  EXPECT_EQ(ReadTextFile(directory / "f (deleted)"), "another");
-  EXPECT_EQ(Others("f (deleted)"), std::vector<std::string>());
+  WriteOld(0600);
+  const bramble::FileDescriptor descriptor = bramble::Open(file, O_RDWR);
+  std::filesystem::remove(file);
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor.Get());
+  EXPECT_EQ(Replace(link), Fails(10, link + ": No such file or directory"));
+  WriteTextFile(file + " (deleted)", "another");
+  EXPECT_EQ(Replace(link), Fails(10, link + ": another program has replaced it meanwhile"));
+  ExpectOnly("f (deleted)", "another");
 }
 
-TEST_F(Files, ThatAreNoneAreWrittenTo) {
-  const std::string fifo = directory / "fifo";
-  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  const bramble::FileDescriptor reader = bramble::Open(fifo, O_RDONLY | O_NONBLOCK);
-  ReplaceDocument(fifo, "new");
+TEST_F(Files, AreWrittenToIfTheyAreFifos) {
+  ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+  const bramble::FileDescriptor reader = bramble::Open(file, O_RDONLY | O_NONBLOCK);
+  ReplaceDocument(file, "new");
   char buffer[8];
   EXPECT_EQ(::read(reader.Get(), buffer, sizeof buffer), 3);
-  EXPECT_TRUE(std::filesystem::is_fifo(fifo));
-  EXPECT_EQ(RefusalOf(directory.Path()), directory.Path() + ": Is a directory");
+  EXPECT_TRUE(std::filesystem::is_fifo(file));
 }
 
-TEST_F(Files, StayAsTheyAreWhenTheNewOneCannotBeWritten) {
-  WriteTextFile(directory / "f", "old");
+TEST_F(Files, StayUnchangedIfTheNewFileCannotBeWritten) {
+  WriteOld(0600);
   const std::string refusal = test_support::RunInChild([this] {
     ::signal(SIGXFSZ, SIG_IGN);
     test_support::LimitResource(RLIMIT_FSIZE, 1);
-    return RefusalOf(directory / "f");
+    return std::get<2>(Replace(file));
   });
   EXPECT_NE(refusal.find(": File too large"), std::string::npos) << refusal;
-  EXPECT_EQ(ReadTextFile(directory / "f"), "old");
-  EXPECT_EQ(Others("f"), std::vector<std::string>());
+  ExpectOnly("f", "old");
 }
 
 TEST_F(Files, AreReadFromStandardInput) {
   const std::string text = std::string(200000, 'x') + std::string("\0\n", 2);
-  const test_client::StandardInput input(text);
+  const test_client::MemoryFile memory(text);
+  const test_client::StandardInput input(memory.Fd());
   EXPECT_EQ(ReadDocument("-"), text);
   EXPECT_EQ(ShownSource("-"), "standard input");
   EXPECT_EQ(ShownSource("a b"), "'a b'");
 }
 
-TEST_F(Files, ThatCannotBeReadAreNamed) {
-  try {
-    ReadDocument(directory.Path());
-    ADD_FAILURE() << "nothing thrown";
-  } catch (const Failure& e) {
-    EXPECT_EQ(e.Status(), ExitStatus::Local);
-    EXPECT_EQ(e.what(), directory.Path() + ": Is a directory");
-  }
+TEST_F(Files, AreNoDirectories) {
+  const std::string path = directory.Path();
+  EXPECT_EQ(Replace(path), Fails(10, path + ": Is a directory"));
+  EXPECT_EQ(test_client::FailureOf([&] { ReadDocument(path); }), Fails(10, path + ": Is a directory"));
 }
 
 }  // namespace

@@ -1,50 +1,40 @@
 #include "client/merge_warnings.h"
 
-#include <gtest/gtest.h>
-
-#include "client/failure.h"
 #include "tests/unit/client/client_fixture.h"
 
 namespace ledgerctl {
 namespace {
 
-TEST(SpellingWarnings, NameWhatFoldsTogether) {
-  const std::vector<std::string> expected = {
-      "several spellings of key 'k' in section 's'; the last one in byte order wins",
-      "several spellings of section 'u'; they are one section",
-  };
-  EXPECT_EQ(SpellingWarnings(ParseMerge(R"({"s":{"K":"1","k":"2","l":"3"},"U":{},"u":null})", "x")), expected);
+using Lines = std::vector<std::string>;
+
+TEST(SpellingWarnings, HaveEachGroupOfNamesThatFoldToTheSame) {
+  EXPECT_EQ(SpellingWarnings(ParseMerge(R"({"s":{"K":"1","k":"2","l":"3"},"U":{},"u":null})", "x")),
+            (Lines{"several spellings of key 'k' in section 's'; the last one in byte order wins",
+                   "several spellings of section 'u'; they are one section"}));
 }
 
-TEST(RefuseLosses, NamesWhatARestartLoses) {
-  const std::string losses[] = {
-      "lost at a restart: key '' in section 's' (without name and value)",
-      "lost at a restart: key '[x' in section 's' (begins with \"[\")",
-      "lost at a restart: key $'m\\x00' in section 's' (and everything after it: a NUL byte)",
-      "lost at a restart: key 'n' in section 's' (and everything after it: a NUL byte)",
-      "lost at a restart: section $'t\\x00' (and everything after it: a NUL byte)",
-  };
-  std::string refusal;
+TEST(RefuseLosses, ReportsWhatARestartLoses) {
+  std::string refusal = "ledgerctl: ";
   std::string warnings;
-  for (const std::string& loss : losses) {
-    refusal += loss + "\n";
-    warnings += "ledgerctl: warning: " + loss + "\n";
+  for (const std::string loss :
+       {"key '' in section 's' (without name and value)", "key '[x' in section 's' (begins with \"[\")",
+        "key $'m\\x00' in section 's' (and everything after it: a NUL byte)",
+        "key 'n' in section 's' (and everything after it: a NUL byte)",
+        "section $'t\\x00' (and everything after it: a NUL byte)"}) {
+    refusal += "lost at a restart: " + loss + "\n";
+    warnings += "ledgerctl: warning: lost at a restart: " + loss + "\n";
   }
-  refusal += "Nothing changed. Use --force to accept the loss.";
+  refusal += "Nothing changed. Use --force to accept the loss.\n";
 
-  const Merge merge = ParseMerge(
-      R"({"a":null,"s":{"[x":"1","m\u0000":"","n":"a\u0000b","":"","ok":"[","gone":null},"t\u0000":{}})", "x");
+  const char* const document =
+      R"({"a":null,"s":{"[x":"1","m\u0000":"","n":"a\u0000b","":"","ok":"[","gone":null},"t\u0000":{}})";
   const test_client::MemoryFile file;
-  const Messages messages(file.Fd(), false);
-  try {
-    RefuseLosses(merge, false, ExitStatus::NotADocument, messages);
-    ADD_FAILURE() << "nothing thrown";
-  } catch (const Failure& e) {
-    EXPECT_EQ(e.Status(), ExitStatus::NotADocument);
-    EXPECT_EQ(e.what(), refusal);
-  }
+  const auto refuse_losses = [&](bool force) {
+    RefuseLosses(ParseMerge(document, "x"), force, ExitStatus::NotADocument, Messages(file.Fd(), false));
+  };
+  EXPECT_EQ(test_client::FailureOf([&] { refuse_losses(false); }), test_client::Outcome(4, "", refusal));
   EXPECT_EQ(file.Text(), "");
-  RefuseLosses(merge, true, ExitStatus::NotADocument, messages);
+  refuse_losses(true);
   EXPECT_EQ(file.Text(), warnings);
 }
 
@@ -56,15 +46,11 @@ TEST(RefuseLosses, AcceptsWhatTheFileKeeps) {
   EXPECT_EQ(file.Text(), "");
 }
 
-TEST(DropUnreachable, TakesNamesOfAFileThatWasEditedByHand) {
+TEST(DropUnreachable, RemovesNamesOfAFileThatWasEditedByHand) {
   RegistrySections sections = {{"Net", {{"k", "v"}}}, {"net", {{"IP", "1"}, {"ip", "2"}}}};
-  const auto dropped = DropUnreachable(sections);
+  EXPECT_EQ(DropUnreachable(sections), (Lines{"out of reach, not lower-case ASCII: section 'Net'",
+                                              "out of reach, not lower-case ASCII: key 'IP' in section 'net'"}));
   EXPECT_EQ(sections, (RegistrySections{{"net", {{"ip", "2"}}}}));
-  const std::vector<std::string> expected = {
-      "out of reach, not lower-case ASCII: section 'Net'",
-      "out of reach, not lower-case ASCII: key 'IP' in section 'net'",
-  };
-  EXPECT_EQ(dropped, expected);
 }
 
 }  // namespace

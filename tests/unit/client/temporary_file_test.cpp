@@ -21,8 +21,8 @@ TEST(TemporaryFile, LeavesIgnoredSignalsIgnored) {
             "lives");
 }
 
-// A signal that comes later neither removes a file nor speaks of one.
-TEST(TemporaryFile, IsForgottenWhenItIsGoneOrKept) {
+// A later signal neither removes a file nor reports one.
+TEST(TemporaryFile, IsForgottenAfterItIsRemovedOrKept) {
   const test_support::CapturedStderr nothing;
   TemporaryFile::Private().HoldWork();
   SettleTemporaryFile();

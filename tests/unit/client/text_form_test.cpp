@@ -1,35 +1,32 @@
 #include "client/text_form.h"
 
-#include <gtest/gtest.h>
-
-#include <random>
-
-#include "client/failure.h"
 #include "client/quote_word.h"
+#include "tests/unit/client/client_fixture.h"
 
 namespace ledgerctl {
 namespace {
 
-TEST(QuoteWord, QuotesWhatAShellWouldTake) {
+TEST(QuoteWord, QuotesForAShellAndEscapesForATerminal) {
   struct Row {
     const char* name;
     std::string text;
     std::string word;
+    bool is_utf8 = true;
   };
   const Row rows[] = {
       {"plain", "player-7", "player-7"},
       {"all plain characters", "aZ09_@%+:,./-", "aZ09_@%+:,./-"},
       {"empty", "", "''"},
-      {"blank", "a b", "'a b'"},
+      {"space", "a b", "'a b'"},
       {"equals", "a=b", "'a=b'"},
       {"comment", "#a", "'#a'"},
       {"header", "[a]", "'[a]'"},
       {"single quote", "it's", "'it'\\''s'"},
       {"dollar and backquote", "$a`b`", "'$a`b`'"},
       {"backslash", "a\\b", "'a\\b'"},
-      {"line feed", "a\nb", "$'a\\nb'"},
+      {"newline", "a\nb", "$'a\\nb'"},
       {"carriage return and tab", "\r\t", "$'\\r\\t'"},
-      {"quote and backslash beside a line feed", "'\\\n", "$'\\'\\\\\\n'"},
+      {"quote, backslash and newline", "'\\\n", "$'\\'\\\\\\n'"},
       {"escape sequence", "\033[31m", "$'\\x1b[31m'"},
       {"NUL", std::string("\0", 1), "$'\\x00'"},
       {"delete", "\x7f", "$'\\x7f'"},
@@ -37,14 +34,25 @@ TEST(QuoteWord, QuotesWhatAShellWouldTake) {
       {"three bytes", "\xe2\x82\xac", "'\xe2\x82\xac'"},
       {"four bytes", "\xf0\x9f\x98\x80", "'\xf0\x9f\x98\x80'"},
       {"control character of two bytes", "\xc2\x85", "$'\\xc2\\x85'"},
-      {"turns the direction", "\xe2\x80\xae", "$'\\xe2\\x80\\xae'"},
-      {"lone continuation", "a\x80", "$'a\\x80'"},
-      {"character behind a byte that is none", "\xff\xc3\xb6", "$'\\xff\xc3\xb6'"},
+      {"change of the direction", "\xe2\x80\xae", "$'\\xe2\\x80\\xae'"},
+      {"continuation alone", "a\x80", "$'a\\x80'", false},
+      {"byte that is not UTF-8 before a character", "\xff\xc3\xb6", "$'\\xff\xc3\xb6'", false},
+      {"continuations alone", "\xbf\xbf", "$'\\xbf\\xbf'", false},
+      {"cut character", "\xe2\x82", "$'\\xe2\\x82'", false},
+      {"character that another one cuts", "\xe2\x82\xc3", "$'\\xe2\\x82\\xc3'", false},
+      {"two bytes for one", "\xc1\xbf", "$'\\xc1\\xbf'", false},
+      {"three bytes for two", "\xe0\x9f\xbf", "$'\\xe0\\x9f\\xbf'", false},
+      {"four bytes for three", "\xf0\x8f\xbf\xbf", "$'\\xf0\\x8f\\xbf\\xbf'", false},
+      {"first surrogate", "\xed\xa0\x80", "$'\\xed\\xa0\\x80'", false},
+      {"last surrogate", "\xed\xbf\xbf", "$'\\xed\\xbf\\xbf'", false},
+      {"beyond the last character", "\xf4\x90\x80\x80", "$'\\xf4\\x90\\x80\\x80'", false},
+      {"lead of five bytes", "\xf8\x90\x80\x80", "$'\\xf8\\x90\\x80\\x80'", false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(QuoteWord(row.text), row.word);
-    if (IsUtf8(row.text)) {
+    EXPECT_EQ(IsUtf8(row.text), row.is_utf8);
+    if (row.is_utf8) {
       EXPECT_EQ(ParseText("[s]\nk=" + row.word + "\n")["s"]["k"], row.text);
     }
   }
@@ -65,43 +73,18 @@ TEST(QuoteWord, EscapesWhatHarmsATerminal) {
   }
 }
 
-TEST(QuoteWord, EscapesWhatIsNotUtf8) {
-  struct Row {
-    const char* name;
-    const char* text;
-    const char* word;
-  };
-  const Row rows[] = {
-      {"continuations alone", "\xbf\xbf", "$'\\xbf\\xbf'"},
-      {"cut character", "\xe2\x82", "$'\\xe2\\x82'"},
-      {"character that another one cuts", "\xe2\x82\xc3", "$'\\xe2\\x82\\xc3'"},
-      {"two bytes for one", "\xc1\xbf", "$'\\xc1\\xbf'"},
-      {"three bytes for two", "\xe0\x9f\xbf", "$'\\xe0\\x9f\\xbf'"},
-      {"four bytes for three", "\xf0\x8f\xbf\xbf", "$'\\xf0\\x8f\\xbf\\xbf'"},
-      {"first surrogate", "\xed\xa0\x80", "$'\\xed\\xa0\\x80'"},
-      {"last surrogate", "\xed\xbf\xbf", "$'\\xed\\xbf\\xbf'"},
-      {"beyond the last character", "\xf4\x90\x80\x80", "$'\\xf4\\x90\\x80\\x80'"},
-      {"lead of five bytes", "\xf8\x90\x80\x80", "$'\\xf8\\x90\\x80\\x80'"},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(QuoteWord(row.text), row.word);
-    EXPECT_FALSE(IsUtf8(row.text));
-  }
-}
-
 TEST(ShownKey, QuotesNamesAlways) {
   EXPECT_EQ(ShownKey("a", "b\n"), "key $'b\\n' in section 'a'");
   EXPECT_EQ(ShownSection(""), "section ''");
 }
 
-TEST(TextForm, IsPrintedAsItIsDocumented) {
+TEST(TextForm, HasASectionAndItsKeysOnLines) {
   EXPECT_EQ(PrintText({}), "");
   EXPECT_EQ(PrintText({{"", {{"", "x"}}}, {"empty", {}}, {"net", {{"[k", ""}, {"ip", "10.0.0.1"}}}}),
             "['']\n''=x\n\n[empty]\n\n[net]\n'[k'=\nip=10.0.0.1\n");
 }
 
-TEST(TextForm, IsReadAsPeopleWriteIt) {
+TEST(TextForm, IsReadWithSpacesCommentsAndQuotes) {
   struct Row {
     const char* name;
     const char* text;
@@ -109,12 +92,12 @@ TEST(TextForm, IsReadAsPeopleWriteIt) {
   };
   const Row rows[] = {
       {"nothing", "", {}},
-      {"comments and blank lines", "# a\n\n  \t\n  # b\n[s]\n", {{"s", {}}}},
-      {"no line feed at the end", "[s]\nk=v", {{"s", {{"k", "v"}}}}},
+      {"comments and empty lines", "# a\n\n  \t\n  # b\n[s]\n", {{"s", {}}}},
+      {"no newline at the end", "[s]\nk=v", {{"s", {{"k", "v"}}}}},
       {"CR LF", "[s]\r\nk=v\r\n", {{"s", {{"k", "v"}}}}},
-      {"blanks around", " [ s ] \n k = v \n", {{"s", {{"k", "v"}}}}},
-      {"blanks within", "[a b]\nc d=e  f\n", {{"a b", {{"c d", "e  f"}}}}},
-      {"quoted blanks", "[s]\nk=' v '\n", {{"s", {{"k", " v "}}}}},
+      {"spaces around", " [ s ] \n k = v \n", {{"s", {{"k", "v"}}}}},
+      {"spaces within", "[a b]\nc d=e  f\n", {{"a b", {{"c d", "e  f"}}}}},
+      {"quoted spaces", "[s]\nk=' v '\n", {{"s", {{"k", " v "}}}}},
       {"quotes of both kinds", "[s]\nk=a'b\"'\"c'\\$\\\"\\`\\n\"\n", {{"s", {{"k", "ab\"c'$\"`\\n"}}}}},
       {"escapes", "[s]\nk=$'\\xC3\\xb6\\\"'\n", {{"s", {{"k", "\xc3\xb6\""}}}}},
       {"backslash at the end of a line", "[s]\nk=a\\\nl=b\n", {{"s", {{"k", "a\\"}, {"l", "b"}}}}},
@@ -123,7 +106,7 @@ TEST(TextForm, IsReadAsPeopleWriteIt) {
       {"no equals", "[s]\nk\n", {{"s", {{"k", ""}}}}},
       {"empty value", "[s]\nk=\n", {{"s", {{"k", ""}}}}},
       {"number sign in a value", "[s]\nk=a # b\n", {{"s", {{"k", "a # b"}}}}},
-      {"line feed within quotes", "[s]\nk='a\nb'\nl=c\n", {{"s", {{"k", "a\nb"}, {"l", "c"}}}}},
+      {"newline within quotes", "[s]\nk='a\nb'\nl=c\n", {{"s", {{"k", "a\nb"}, {"l", "c"}}}}},
       {"names are folded", "[Net]\nIP=A\n", {{"net", {{"ip", "A"}}}}},
       {"section in two pieces", "[s]\na=1\n[t]\n[S]\nb=2\n", {{"s", {{"a", "1"}, {"b", "2"}}}, {"t", {}}}},
   };
@@ -133,7 +116,7 @@ TEST(TextForm, IsReadAsPeopleWriteIt) {
   }
 }
 
-TEST(TextForm, NamesTheLineThatIsWrong) {
+TEST(TextForm, ReportsTheLineOfAMistake) {
   struct Row {
     const char* name;
     const char* text;
@@ -156,41 +139,12 @@ TEST(TextForm, NamesTheLineThatIsWrong) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    for (const std::string source : {"", "standard input"}) {
-      try {
-        ParseText(row.text, {source, std::nullopt});
-        ADD_FAILURE() << "nothing thrown";
-      } catch (const Failure& e) {
-        EXPECT_EQ(e.Status(),
-                  *row.text == '[' && row.text[1] == 'g' ? ExitStatus::InvalidName : ExitStatus::NotADocument);
-        EXPECT_EQ(e.what(), (source.empty() ? "" : source + ": ") + row.reason);
-      }
-    }
-  }
-}
-
-// Any registry whose names callers can reach is read back from what is printed of it.
-TEST(TextForm, ReadsBackWhatItPrints) {
-  std::mt19937 random(20240811);
-  const std::string alphabet("a b'\"\\$#=[]\n\r\t\0\x1b`~%{}\x7f", 23);
-  const auto text = [&](const std::string& characters) {
-    std::string result;
-    for (std::size_t i = random() % 6; i > 0; --i) {
-      result += characters[random() % characters.size()];
-    }
-    return result;
-  };
-  for (int round = 0; round < 2000; ++round) {
-    RegistrySections sections;
-    for (std::size_t s = random() % 4; s > 0; --s) {
-      RegistrySection& keys = sections[text(alphabet)];
-      for (std::size_t k = random() % 4; k > 0; --k) {
-        const std::string value = text(alphabet + "\xc3\xb6");
-        keys[text(alphabet)] = IsUtf8(value) ? value : "";
-      }
-    }
-    const std::string printed = PrintText(sections);
-    ASSERT_EQ(ParseText(printed), sections) << "round " << round << " of the seed above: " << printed;
+    const int status = std::string(row.reason).find("invalid name") == std::string::npos ? 4 : 3;
+    EXPECT_EQ(test_client::FailureOf([&] { ParseText(row.text); }), test_client::Fails(status, row.reason));
+    EXPECT_EQ(test_client::FailureOf([&] {
+                ParseText(row.text, {"x", std::nullopt});
+              }),
+              test_client::Fails(status, std::string("x: ") + row.reason));
   }
 }
 
