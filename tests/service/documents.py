@@ -10,14 +10,14 @@ PROMPT = "$ "
 
 @dataclass
 class Step:
-    """A command and the lines that it is said to print."""
+    """A command and the output that the document has for it."""
     line: int
     command: str
     output: str = ""
 
 
 def blocks(path):
-    """The literal blocks of a document: the number of the line before each, and its lines without indentation."""
+    """Yields for each literal block the number of the line before it, and its lines without indentation."""
     text = path.read_text()
     fenced = r"(?m)^```\w*\n((?:.*\n)*?)```$"
     indented = r"(?m)^\n((?: {4}.*\n|\n(?= {4}))+)"
@@ -30,12 +30,12 @@ def blocks(path):
 
 
 def unescape(path, line):
-    """scdoc takes backslashes for its own, also in literal blocks."""
+    """scdoc interprets backslashes in literal blocks too."""
     return re.sub(r"\\(.)", r"\1", line) if path.suffix == ".scd" else line
 
 
 def transcripts(path):
-    """The blocks that begin with a prompt: what was typed, as lists of steps."""
+    """Yields a list of steps for each block that begins with a prompt."""
     for before, lines in blocks(path):
         if not lines[0].startswith(PROMPT):
             continue
@@ -51,6 +51,6 @@ def transcripts(path):
 
 
 def documents():
-    """Those with a transcript, by their names in the tree."""
+    """Returns the documents with a transcript, by their paths in the tree."""
     paths = [*SOURCES.glob("*.md"), *SOURCES.glob("docs/**/*.md"), *SOURCES.glob("docs/**/*.scd")]
     return {str(path.relative_to(SOURCES)): path for path in sorted(paths) if any(transcripts(path))}

@@ -1,4 +1,4 @@
-"""The commands that README and the other documents show, run as they stand: each must print what stands below it."""
+"""Runs the commands of README and the other documents unchanged. Each must print the lines that follow it there."""
 
 import os
 import subprocess
@@ -9,20 +9,20 @@ from documents import SOURCES, documents, transcripts
 
 DOCUMENTS = documents()
 
-# What this does is in the test's own hands.
+# The test starts the daemon instead of this script.
 RUN = "scripts/run"
 
 
 @pytest.fixture
 def type_in(machine, build, tmp_path):
-    """Runs a command in the world of the daemon; returns what the terminal shows. A failure would show too."""
+    """Runs a command in the world of the daemon. Returns what it prints on the terminal, errors too."""
     path = f"{machine.binary.parent}:{build.ledgerctl.parent}:{os.environ['PATH']}"
     output = tmp_path / "output"
     (tmp_path / "examples").symlink_to(SOURCES / "examples")
 
     def run(command):
         with open(output, "wb") as terminal:
-            # Entering the world changes to the root directory.
+            # The current directory of the world is the root directory.
             program = machine.spawn("env", f"--chdir={tmp_path}", "bash", "-c", command, stdout=terminal,
                                     stderr=subprocess.STDOUT, environment={"PATH": path, "TERM": "dumb"})
         program.wait()
@@ -42,9 +42,8 @@ def test_commands_print_what_the_document_says(machine, type_in, name):
             started = True
             if step.command.split()[0] == RUN:
                 assert (SOURCES / RUN).exists()
-                continue
-            where = f"{name}:{step.line}"
-            assert (where, type_in(step.command)) == (where, step.output)
+            else:
+                assert type_in(step.command) == step.output, f"{name}:{step.line}"
 
 
 def test_main_documents_show_commands():

@@ -1,4 +1,4 @@
-"""The examples: a client in three languages, and the scripts that look after devices."""
+"""The examples: a client in three languages, and the scripts for the operation of devices."""
 
 import json
 import os
@@ -27,14 +27,9 @@ def run(build, world):
     return run
 
 
-@pytest.fixture(params=["cpp", "py", "sh"])
-def language(request):
-    return request.param
-
-
-@pytest.fixture
-def example(build, language, run):
-    program = build.example if language == "cpp" else EXAMPLES / f"hostname.{language}"
+@pytest.fixture(params=MISSING)
+def example(request, build, run):
+    program = build.example if request.param == "cpp" else EXAMPLES / f"hostname.{request.param}"
     return lambda *arguments: run(program, *arguments)
 
 
@@ -43,24 +38,18 @@ def test_examples_are_short():
     assert len(lines) == 3 and max(lines.values()) <= 40
 
 
-@pytest.mark.parametrize("name", ["player-8", "", "two  blanks", "  leading", "Jürgens Küche", "a=b", "-x"])
-def test_name_is_written_and_read_back(client, example, name):
-    assert example(name) == (0, f"{name}\n", "")
-    assert client.read("network", "hostname") == name
-
-
-def test_name_has_a_default(client, example):
-    assert example() == (0, "player-7\n", "")
-
-
-def test_full_registry_is_told_and_keeps_the_old_name(client, example):
+def test_name_is_written_and_read_back(client, example):
+    assert example() == (0, "player-7\n", ""), "the default"
+    for name in ("player-8", "", "two  spaces", "  leading", "Jürgens Küche", "a=b", "-x"):
+        assert example(name) == (0, f"{name}\n", "")
+        assert client.read("network", "hostname") == name
     client.write("network", "hostname", "old")
     assert example("x" * CAPACITY) == (1, "", "The registry is full; nothing has changed.\n")
     assert client.read("network", "hostname") == "old"
 
 
-def test_other_error_is_told_as_it_comes(example, language):
-    assert example("player-8") == (1, "", MISSING[language])
+def test_other_errors_are_printed_unchanged(request, example):
+    assert example("player-8") == (1, "", MISSING[request.node.callspec.params["example"]])
 
 
 def snapshots(directory):
@@ -69,7 +58,7 @@ def snapshots(directory):
 
 @pytest.fixture
 def old_snapshots(tmp_path):
-    """A directory with three of them."""
+    """A directory with three snapshots."""
     for year in (2021, 2022, 2023):
         (tmp_path / f"settings-{year}0101T000000Z.json").write_text("{}")
     return tmp_path
@@ -118,7 +107,7 @@ def test_metrics_have_the_names_of_all_sections(client, run, tmp_path):
     assert [path.name for path in tmp_path.iterdir()] == ["ledgerd.prom"]
 
 
-def test_metrics_of_a_daemon_that_does_not_run_are_the_old_ones(run, tmp_path):
+def test_metrics_stay_unchanged_if_the_daemon_does_not_run(run, tmp_path):
     (tmp_path / "ledgerd.prom").write_text("old")
     assert run(EXAMPLES / "metrics.py", tmp_path / "ledgerd.prom") == (6, "", MISSING["sh"])
     assert (tmp_path / "ledgerd.prom").read_text() == "old"

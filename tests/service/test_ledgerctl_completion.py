@@ -1,4 +1,4 @@
-"""Completion in the real shells: what is offered for a command line, with names that a shell would take apart."""
+"""Completion in the real shells: the offers for a command line, with names that a shell would split."""
 
 import os
 import pathlib
@@ -14,75 +14,54 @@ from world.harness import PATIENCE
 
 VERBS = {"get", "set", "exists", "list", "show", "unset", "clear", "flush", "dump", "load", "edit", "diff", "watch",
          "usage", "help"}
-REGISTRY = """{"network":{"hostname":"p","ip":"1"},"a b":{"c d":"v"},"null":{},"x:y=z":{"k=1":"v","k:2":"v"},
+REGISTRY = b"""{"network":{"hostname":"p","ip":"1"},"a b":{"c d":"v"},"null":{},"x:y=z":{"k=1":"v","k:2":"v"},
                "it's":{"$k":"v"}}"""
 
-# Each line ends where the cursor is; the offers are as the shell would understand them. These need no daemon.
-LINES_WITHOUT_NAMES = [
-    ("ledgerctl ", VERBS),
-    ("ledgerctl -q l", {"list", "load"}),
-    ("ledgerctl help us", {"usage"}),
-    ("ledgerctl load --mi", {"--missing-only"}),
-    ("ledgerctl flush --s", {"--sync"}),
-    ("ledgerctl --", {"--quiet", "--help", "--timeout", "--null", "--json", "--version"}),
-    ("ledgerctl set --f", {"--flush", "--force"}),
-    ("ledgerctl usage --f", {"--fail-above"}),
-    ("ledgerctl load --text --f", {"--force"}),
-    ("ledgerctl watch --ex", {"--exec"}),
-    ("ledgerctl load sett", {"settings.json"}),
-    ("ledgerctl dump -- ", {"settings.json"}),
-    # What is not offered: options after "--" and after the section of set, and values.
-    ("ledgerctl get -- -", set()),
-    ("ledgerctl set network -", set()),
-    ("ledgerctl set network ip ", set()),
-    ("ledgerctl usage --fail-above ", set()),
-    # Names, without a daemon.
-    ("ledgerctl get ", set()),
-    ("ledgerctl get network ", set()),
-]
-LINES = [
-    ("ledgerctl get ", {"network", "a b", "null", "x:y=z", "it's"}),
-    ("ledgerctl --timeout 3 -q show n", {"network", "null"}),
-    ("ledgerctl get network ", {"hostname", "ip"}),
-    ("ledgerctl get --default x NETWORK h", {"hostname"}),
-    ("ledgerctl get a\\ b ", {"c d"}),
-    ("ledgerctl set 'a b' c", {"c d"}),
-    ("ledgerctl set network -x -y h", {"hostname"}),
-    ("ledgerctl set --force -- n", {"network", "null"}),
-    ("ledgerctl get \"it's\" ", {"$k"}),
-    ("ledgerctl watch x:y=z ", {"k=1", "k:2"}),
-    ("ledgerctl unset -r nu", {"null"}),
-]
-@pytest.fixture(scope="module")
-def directory(build):
-    return build.completion
+# The cursor is at the end of each line. The offers are as the shell would understand them. These need no daemon.
+LINES_WITHOUT_DAEMON = {
+    "ledgerctl ": VERBS,
+    "ledgerctl -q l": {"list", "load"},
+    "ledgerctl help us": {"usage"},
+    "ledgerctl load --mi": {"--missing-only"},
+    "ledgerctl flush --s": {"--sync"},
+    "ledgerctl --": {"--quiet", "--help", "--timeout", "--null", "--json", "--version"},
+    "ledgerctl set --f": {"--flush", "--force"},
+    "ledgerctl usage --f": {"--fail-above"},
+    "ledgerctl load --text --f": {"--force"},
+    "ledgerctl watch --ex": {"--exec"},
+    "ledgerctl load sett": {"settings.json"},
+    "ledgerctl dump -- ": {"settings.json"},
+    # Nothing is offered for values, for options after "--", and for options after the section of set.
+    "ledgerctl get -- -": set(),
+    "ledgerctl set network -": set(),
+    "ledgerctl set network ip ": set(),
+    "ledgerctl usage --fail-above ": set(),
+    # Names.
+    "ledgerctl get ": set(),
+    "ledgerctl get network ": set(),
+}
+LINES = {
+    "ledgerctl get ": {"network", "a b", "null", "x:y=z", "it's"},
+    "ledgerctl --timeout 3 -q show n": {"network", "null"},
+    "ledgerctl get network ": {"hostname", "ip"},
+    "ledgerctl get --default x NETWORK h": {"hostname"},
+    "ledgerctl get a\\ b ": {"c d"},
+    "ledgerctl set 'a b' c": {"c d"},
+    "ledgerctl set network -x -y h": {"hostname"},
+    "ledgerctl set --force -- n": {"network", "null"},
+    "ledgerctl get \"it's\" ": {"$k"},
+    "ledgerctl watch x:y=z ": {"k=1", "k:2"},
+    "ledgerctl unset -r nu": {"null"},
+}
+# Readline replaces only what follows the last ":" or "=", so bash must offer the rest.
+LINES_OF_BASH = {"ledgerctl get x:": {"y=z"}, "ledgerctl get x:y=": {"z"}, "ledgerctl get x:y=z k=": {"1"}}
 
 
-@pytest.fixture
-def environment_without_daemon(ledgerctl):
-    (ledgerctl.folder / "settings.json").touch()
-    path = f"{pathlib.Path(ledgerctl.binary).resolve().parent}:{os.environ['PATH']}"
-    return {**ledgerctl.environment, "PATH": path, "HOME": str(ledgerctl.folder), "LC_ALL": "C.UTF-8"}
-
-
-@pytest.fixture
-def environment(environment_without_daemon, client):
-    client.write_json(REGISTRY)
-    client.write("null", "k", "")
-    client.delete_key("null", "k")
-    return environment_without_daemon
-
-
-# Of readline: quotes hold a word together, and the characters of COMP_WORDBREAKS stand alone.
+# In readline, quotes hold a word together, and the characters of COMP_WORDBREAKS are words of their own.
 BASH_WORD = r'''(?:\\.|'[^']*'?|"[^"]*"?|[^\s=:'"\\])+|[=:]+'''
 
 
-def words_of(line):
-    words = re.findall(BASH_WORD, line)
-    return [*words, ""] if line.endswith(" ") else words
-
-
-# Calls the function that is registered for the command and prints what it offers.
+# Calls the function that is registered for the command, and prints the offers.
 BASH_SCRIPT = r"""
 . /usr/share/bash-completion/bash_completion
 . "$1"
@@ -93,7 +72,7 @@ COMP_WORDS=("$@")
 COMP_CWORD=$(($# - 1))
 COMP_TYPE=9
 _ledgerctl ledgerctl "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD-1]}"
-# As the shell will understand what it inserts: one word each.
+# Each offer is one word for the shell.
 for offer in "${COMPREPLY[@]}"; do
   eval "set -- $offer"
   printf '%s\0' "$*"
@@ -101,29 +80,31 @@ done
 """
 
 
-def offers_of_bash(environment, directory, line, words):
-    command = ["bash", "--norc", "-c", BASH_SCRIPT, "bash", str(directory / "ledgerctl.bash"), line, *words]
+def output_of(environment, *command):
     result = subprocess.run(command, env=environment, cwd=environment["HOME"], stdin=subprocess.DEVNULL,
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE, check=True)
     assert result.stderr == b""
-    return set(filter(None, result.stdout.decode().split("\0")))
+    return result.stdout.decode()
 
 
-def offers_of_fish(environment, directory, line, _words):
-    script = f"source {directory}/ledgerctl.fish; complete -C {fish_quoted(line)}"
-    result = subprocess.run(["fish", "--no-config", "-c", script], env=environment, cwd=environment["HOME"],
-                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=PATIENCE,
-                            check=True)
-    assert result.stderr == b""
-    # The offer and its description.
-    return {offer.split("\t")[0] for offer in result.stdout.decode().splitlines()}
+def offers_of_bash(environment, directory, line):
+    words = re.findall(BASH_WORD, line)
+    if line[-1] in " :=":
+        words.append("")
+    output = output_of(environment, "bash", "--norc", "-c", BASH_SCRIPT, "bash", directory / "ledgerctl.bash", line,
+                       *words)
+    return set(filter(None, output.split("\0")))
 
 
-def fish_quoted(text):
-    return "'" + text.replace("\\", "\\\\").replace("'", "\\'") + "'"
+def offers_of_fish(environment, directory, line):
+    quoted = line.replace("\\", "\\\\").replace("'", "\\'")
+    output = output_of(environment, "fish", "--no-config", "-c",
+                       f"source {directory}/ledgerctl.fish; complete -C '{quoted}'")
+    # Each line has an offer and its description.
+    return {offer.split("\t")[0] for offer in output.splitlines()}
 
 
-# Completes a line as if it had been typed and prints what is offered: compadd is the one way to offer something.
+# Completes a line as if it was typed, and prints the arguments of compadd, which makes all offers.
 ZSH_SCRIPT = r"""
 fpath=($COMPLETION_DIRECTORY $fpath)
 autoload -Uz compinit
@@ -148,12 +129,12 @@ zle -N zle-line-init
 """
 
 
-def offers_of_zsh(environment, directory, line, _words):
-    """It completes only at a terminal."""
+def offers_of_zsh(environment, directory, line):
+    """zsh completes only on a terminal."""
     reader, writer = os.pipe()
     master, slave = pty.openpty()
     pathlib.Path(environment["HOME"], ".zshrc").write_text(ZSH_SCRIPT)
-    # None of the machine's own settings.
+    # Without the machine's own settings.
     process = subprocess.Popen(["zsh", "-d", "-i"], env={
         **environment, "ZDOTDIR": environment["HOME"], "COMPLETION_DIRECTORY": str(directory), "LINE_TO_COMPLETE": line,
         "OFFERS": str(writer)}, cwd=environment["HOME"], stdin=slave, stdout=slave, stderr=slave, pass_fds=[writer],
@@ -171,7 +152,7 @@ def offers_of_zsh(environment, directory, line, _words):
 
 
 def read_some(reader, terminal):
-    """The next bytes of the reader; what appears on the terminal is thrown away."""
+    """Returns the next bytes of the reader. Drops the output on the terminal."""
     while True:
         ready, _, _ = select.select([reader, terminal], [], [], PATIENCE)
         assert ready, "the shell did not answer"
@@ -183,29 +164,16 @@ def read_some(reader, terminal):
             return os.read(reader, 65536)
 
 
-def needs(shell):
-    return pytest.mark.skipif(shutil.which(shell) is None, reason=f"{shell} is missing")
-
-
-shells = pytest.mark.parametrize("offers_of", [
-    pytest.param(function, id=shell, marks=needs(shell))
-    for shell, function in (("bash", offers_of_bash), ("fish", offers_of_fish), ("zsh", offers_of_zsh))])
-
-
-@shells
-@pytest.mark.parametrize("line, offers", LINES, ids=[line for line, _ in LINES])
-def test_names(environment, directory, offers_of, line, offers):
-    assert offers_of(environment, directory, line, words_of(line)) == offers
-
-
-@shells
-@pytest.mark.parametrize("line, offers", LINES_WITHOUT_NAMES, ids=[line for line, _ in LINES_WITHOUT_NAMES])
-def test_no_daemon_is_no_trouble(environment_without_daemon, directory, offers_of, line, offers):
-    assert offers_of(environment_without_daemon, directory, line, words_of(line)) == offers
-
-
-@pytest.mark.parametrize("line, offer", [("ledgerctl get x:", "y=z"), ("ledgerctl get x:y=", "z"),
-                                         ("ledgerctl get x:y=z k=", "1")])
-def test_bash_completes_after_what_breaks_its_words(environment, directory, line, offer):
-    """Readline replaces only what follows the last ":" or "="."""
-    assert offers_of_bash(environment, directory, line, [*words_of(line), ""]) == {offer}
+@pytest.mark.parametrize("offers_of, lines", [
+    pytest.param(offers_of, lines, id=shell, marks=pytest.mark.skipif(not shutil.which(shell), reason=f"no {shell}"))
+    for shell, offers_of, lines in (("bash", offers_of_bash, {**LINES, **LINES_OF_BASH}),
+                                    ("fish", offers_of_fish, LINES), ("zsh", offers_of_zsh, LINES))])
+def test_offers(build, ledgerctl, world, offers_of, lines):
+    directory = build.completion
+    (ledgerctl.directory / "settings.json").touch()
+    path = f"{pathlib.Path(ledgerctl.binary).resolve().parent}:{os.environ['PATH']}"
+    environment = {**ledgerctl.environment, "PATH": path, "HOME": str(ledgerctl.directory), "LC_ALL": "C.UTF-8"}
+    assert {line: offers_of(environment, directory, line) for line in LINES_WITHOUT_DAEMON} == LINES_WITHOUT_DAEMON
+    world.start()
+    ledgerctl.output("load", input=REGISTRY)
+    assert {line: offers_of(environment, directory, line) for line in lines} == lines

@@ -1,4 +1,4 @@
-"""The client beside other processes: the user's editor, signals at any moment, and the files that it leaves."""
+"""The client and other processes: the user's editor, signals at any moment, and the files that the client leaves."""
 
 import os
 import pty
@@ -10,72 +10,75 @@ import pytest
 
 from world import observe
 from world.harness import PATIENCE, wait_for
-from world.ledgerctl import LOCAL, NO_ANSWER
+from world.ledgerctl import LOCAL, NO_ANSWER, failure, traced
 from world.namespace_world import NOBODY, as_user, needs_root
 from world.observe import needs_strace
 from world.stalled_bus import StalledBus
 
-# Waits in the user's editor until it is told to go on.
-WAITING_EDITOR = "f() { echo $$ > '%s'; read line < '%s'; sed -i s/=v/=w/ \"$1\"; }; f"
+CHANGES = b"- [s] k=v\n+ [s] k=w\n"
+
+
+def signals(*numbers):
+    return pytest.mark.parametrize("number", numbers, ids=lambda number: number.name)
 
 
 class Editor:
-    def __init__(self, world):
+    """An editor that waits for `go_on`, then changes the value "v" to "w"."""
+
+    def __init__(self, ledgerctl, world):
+        self.ledgerctl = ledgerctl
         self.started = world.path / "editor.pid"
         self.gate = world.path / "gate"
         os.mkfifo(self.gate)
-        self.environment = {"EDITOR": WAITING_EDITOR % (self.started, self.gate)}
+        self.command = f"f() {{ echo $$ > '{self.started}'; read line < '{self.gate}'; sed -i s/=v/=w/ \"$1\"; }}; f"
+
+    def start(self, **options):
+        """Starts an edit and waits until the editor runs."""
+        process = self.start_edit(**options)
+        self.wait_started()
+        return process
+
+    def start_edit(self, *arguments, environment=(), **options):
+        return self.ledgerctl.start(*arguments, "edit", environment={"EDITOR": self.command, **dict(environment)},
+                                    **options)
 
     def wait_started(self):
         wait_for(lambda: self.started.exists() and self.started.read_text().endswith("\n"), "the editor runs")
         return int(self.started.read_text())
 
     def go_on(self):
-        with open(self.gate, "w", encoding="ascii") as gate:
-            gate.write("\n")
+        self.gate.write_text("\n")
 
 
 @pytest.fixture
-def editor(world):
-    return Editor(world)
-
-
-def test_edit_merges_beside_the_changes_of_others(ledgerctl, client, editor):
+def editor(ledgerctl, world, client):
     client.write("s", "k", "v")
-    process = ledgerctl.start("edit", environment=editor.environment)
-    editor.wait_started()
+    return Editor(ledgerctl, world)
+
+
+@pytest.mark.parametrize("number", [None, signal.SIGINT, signal.SIGQUIT])
+def test_edit_keeps_the_changes_of_others_and_leaves_ctrl_c_to_the_editor(ledgerctl, client, editor, number):
+    process = editor.start()
     client.write("s", "other", "x")
+    if number is not None:
+        process.send_signal(number)
     editor.go_on()
-    assert process.communicate(timeout=PATIENCE) == (b"- [s] k=v\n+ [s] k=w\n", b"")
+    assert process.communicate(timeout=PATIENCE) == (CHANGES, b"")
+    assert process.returncode == 0
     assert client.key_list("s") == {"k": "w", "other": "x"}
     assert ledgerctl.left_files() == []
 
 
-def test_edit_refuses_to_overwrite_the_change_of_another(ledgerctl, client, editor):
-    client.write("s", "k", "v")
-    process = ledgerctl.start("edit", environment=editor.environment)
-    editor.wait_started()
-    client.write("s", "k", "x")
-    editor.go_on()
-    output, error = process.communicate(timeout=PATIENCE)
-    assert process.returncode == LOCAL
-    # What the user wrote is not lost.
-    text, note = kept_text(ledgerctl)
-    assert error == b"ledgerctl: key 'k' in section 's' has changed meanwhile; nothing changed\n" + note
-    assert client.read("s", "k") == "x"
-    assert text.endswith("[s]\nk=w\n")
-
-
 def kept_text(ledgerctl):
-    """What an edit has left, and what it says of that."""
+    """The text that an edit has left, and the message about it."""
     (kept,) = ledgerctl.left_files()
-    path = ledgerctl.folder / kept
+    path = ledgerctl.directory / kept
     return path.read_text(), b"Your text is kept in %s\n" % os.fsencode(path)
 
 
 @pytest.mark.parametrize("answer, status", [(b"q\n", LOCAL), (b"\x04", LOCAL), (b"\x03", -signal.SIGINT)],
                          ids=["quit", "end of input", "Ctrl-C"])
-def test_edit_on_a_terminal_asks_after_a_mistake(ledgerctl, client, answer, status):
+def test_edit_asks_on_a_terminal_after_a_mistake(ledgerctl, client, answer, status):
     client.write("s", "k", "v")
     terminal, end = pty.openpty()
     process = ledgerctl.start("edit", environment={"EDITOR": "sed -i s/=v/=\\'/"}, wrapper=("setsid", "--ctty"),
@@ -100,11 +103,9 @@ def read_until(terminal, last):
     return text
 
 
-@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT], ids=["SIGTERM", "SIGINT"])
-def test_edit_that_is_ended_behind_the_editor_keeps_the_text(ledgerctl, daemon, client, editor, number):
-    client.write("s", "k", "v")
-    process = ledgerctl.start("edit", environment=editor.environment)
-    editor.wait_started()
+@signals(signal.SIGTERM, signal.SIGINT)
+def test_edit_that_is_ended_after_the_editor_keeps_the_text(ledgerctl, daemon, editor, number):
+    process = editor.start()
     daemon.signal(signal.SIGSTOP)
     editor.go_on()
     assert process.stdout.readline() == b"- [s] k=v\n"
@@ -117,17 +118,14 @@ def test_edit_that_is_ended_behind_the_editor_keeps_the_text(ledgerctl, daemon, 
     assert error == note
 
 
-def test_edit_that_the_bus_does_not_take_keeps_the_text(ledgerctl, world, client):
-    """libdbus waits without a bound until such a call is out."""
-    client.write("s", "k", "v")
-    editor = Editor(world)
-    lengthen = "head -c 8388608 /dev/zero | tr '\\0' y >> $1"
-    longer = {"EDITOR": editor.environment["EDITOR"].replace("; }", f"; {lengthen}; }}")}
+def test_edit_that_the_bus_does_not_accept_keeps_the_text(ledgerctl, world, editor):
+    """libdbus waits without a bound until such a call is sent."""
+    editor.command = editor.command.replace("; }", "; head -c 8388608 /dev/zero | tr '\\0' y >> $1; }")
     with StalledBus(world) as bus:
-        process = ledgerctl.start("--timeout", "1", "edit", environment={**longer, **bus.environment})
+        process = editor.start_edit("--timeout", "1", environment=bus.environment)
         bus.release()
         editor.wait_started()
-        # The look for changes of others comes through.
+        # The next read of the registry passes.
         bus.hold(most=1)
         editor.go_on()
         _, error = process.communicate(timeout=PATIENCE)
@@ -137,29 +135,25 @@ def test_edit_that_the_bus_does_not_take_keeps_the_text(ledgerctl, world, client
     assert error == b"ledgerctl: no answer in 1 s\n" + note
 
 
-@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP], ids=["SIGTERM", "SIGHUP"])
+@signals(signal.SIGTERM, signal.SIGHUP)
 def test_edit_that_is_ended_leaves_no_file(ledgerctl, client, editor, number):
-    client.write("s", "k", "v")
-    process = ledgerctl.start("edit", environment=editor.environment)
-    shell = editor.wait_started()
+    process = editor.start()
     assert len(ledgerctl.left_files()) == 1
     process.send_signal(number)
     assert process.wait(PATIENCE) == -number
     assert ledgerctl.left_files() == []
-    # The editor goes its own way.
-    os.kill(shell, signal.SIGKILL)
+    # The editor lives on.
+    os.kill(editor.wait_started(), signal.SIGKILL)
     assert process.communicate(timeout=PATIENCE) == (b"", b"")
     assert client.read("s", "k") == "v"
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGQUIT], ids=["SIGINT", "SIGQUIT"])
-def test_interrupted_edit_leaves_no_file(ledgerctl, client, editor, number):
-    """The terminal sends its signal to the editor too."""
-    client.write("s", "k", "v")
-    waiting = {"EDITOR": f"f() {{ echo $$ > '{editor.started}'; exec cat '{editor.gate}'; }}; f"}
-    process = ledgerctl.start("edit", environment=waiting, start_new_session=True)
-    shell = editor.wait_started()
-    wait_for(lambda: observe.status(shell)["Name"] == "cat", "the editor waits")
+@signals(signal.SIGINT, signal.SIGQUIT)
+def test_edit_whose_editor_ends_by_ctrl_c_leaves_no_file(ledgerctl, client, editor, number):
+    """The terminal sends its signal to both."""
+    editor.command = f"f() {{ echo $$ > '{editor.started}'; exec cat '{editor.gate}'; }}; f"
+    process = editor.start(start_new_session=True)
+    wait_for(lambda: observe.status(editor.wait_started())["Name"] == "cat", "the editor waits")
     os.killpg(process.pid, number)
     assert process.communicate(timeout=PATIENCE) == (b"", b"")
     assert process.returncode == -number
@@ -167,94 +161,62 @@ def test_interrupted_edit_leaves_no_file(ledgerctl, client, editor, number):
     assert client.read("s", "k") == "v"
 
 
-def test_editor_that_is_killed_leaves_no_file(ledgerctl, client, editor):
-    process = ledgerctl.start("edit", environment={"EDITOR": "kill -KILL $$;"})
-    assert process.communicate(timeout=PATIENCE) == (b"", b"ledgerctl: the editor failed; nothing changed\n")
-    assert process.returncode == LOCAL
-    assert ledgerctl.left_files() == []
-
-
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGQUIT], ids=["SIGINT", "SIGQUIT"])
-def test_editor_may_use_ctrl_c_for_itself(ledgerctl, client, editor, number):
-    client.write("s", "k", "v")
-    process = ledgerctl.start("edit", environment=editor.environment)
-    editor.wait_started()
-    process.send_signal(number)
-    editor.go_on()
-    assert process.communicate(timeout=PATIENCE) == (b"- [s] k=v\n+ [s] k=w\n", b"")
-    assert process.returncode == 0
+# EINVAL is the answer of file systems that have no directories to sync.
+@needs_strace
+@pytest.mark.parametrize("fault, status, message, left", [
+    ("fsync:signal=SIGINT:when=1", -signal.SIGINT, None, "old"),
+    ("fsync:signal=SIGTERM:when=1", -signal.SIGTERM, None, "old"),
+    ("fsync:error=EIO:when=1", LOCAL, ".*: Input/output error", "old"),
+    ("rename:error=EXDEV:when=1", LOCAL, ".*: Invalid cross-device link", "old"),
+    ("fsync:error=EIO:when=2", LOCAL, ".*/tmp/: Input/output error", "{}\n"),
+    ("fsync:error=EINVAL:when=2", 0, None, "{}\n"),
+])
+def test_dump_that_fails_or_is_ended_leaves_the_old_file_or_the_new_one(ledgerctl, daemon, fault, status, message, left):
+    file = ledgerctl.directory / "file"
+    file.write_text("old")
+    result = ledgerctl.run("dump", str(file), wrapper=traced("-e", f"inject={fault}"))
+    assert result[:2] == (status, b"")
+    if message:
+        assert re.fullmatch(f"ledgerctl: {message}\n", result[2].decode()), result[2]
+    elif status == 0:
+        assert result[2] == b""
+    assert (ledgerctl.left_files(), file.read_text()) == (["file"], left)
 
 
 @needs_strace
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM], ids=["SIGINT", "SIGTERM"])
-def test_dump_that_is_ended_leaves_the_old_file(ledgerctl, world, client, number):
-    """It is ended when the new file is written and not yet in its place."""
-    folder = world.path / "dumps"
-    folder.mkdir()
-    (folder / "file").write_text("old")
-    client.write("s", "k", "v")
-    name = signal.Signals(number).name
-    status, output, _ = ledgerctl.run("dump", str(folder / "file"), wrapper=(
-        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject=fsync:signal={name}:when=1"))
-    assert (status, output) == (-number, b"")
-    assert [path.name for path in folder.iterdir()] == ["file"]
-    assert (folder / "file").read_text() == "old"
-
-
-@needs_strace
-@pytest.mark.parametrize("call, error, text", [("fsync", "EIO", b"Input/output error"),
-                                               ("rename", "EXDEV", b"Invalid cross-device link")])
-def test_dump_that_fails_leaves_the_old_file(ledgerctl, world, client, call, error, text):
-    folder = world.path / "dumps"
-    folder.mkdir()
-    (folder / "file").write_text("old")
-    client.write("s", "k", "v")
-    status, output, message = ledgerctl.run("dump", str(folder / "file"), wrapper=(
-        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject={call}:error={error}:when=1"))
-    assert (status, output) == (LOCAL, b"")
-    assert message.startswith(b"ledgerctl: ") and message.endswith(b": " + text + b"\n"), message
-    assert [path.name for path in folder.iterdir()] == ["file"]
-    assert (folder / "file").read_text() == "old"
-
-
-@needs_strace
-@pytest.mark.parametrize("error, status, text", [("EIO", LOCAL, "ledgerctl: {}/: Input/output error\n"),
-                                                 ("EINVAL", 0, "")])
-def test_dump_into_a_directory_that_cannot_be_synced(ledgerctl, client, error, status, text):
-    """EINVAL is the answer of file systems that have nothing to sync there."""
-    file = ledgerctl.folder / "file"
-    assert ledgerctl.run("dump", str(file), wrapper=(
-        *observe.without_leak_check(), "strace", "-o", os.devnull, "-e", f"inject=fsync:error={error}:when=2"
-    )) == (status, b"", text.format(ledgerctl.folder).encode())
-    assert file.read_text() == "{}\n"
-
-
-@needs_strace
-def test_dumped_file_is_synced_before_it_is_renamed(ledgerctl, world, client):
-    file = world.path / "dump.json"
+def test_dumped_file_is_synced_before_it_is_renamed(ledgerctl, world, daemon):
     log = world.path / "calls"
-    ledgerctl.output("dump", str(file), wrapper=(
-        *observe.without_leak_check(), "strace", "-y", "-o", str(log), "-e", "trace=fsync,rename"))
-    calls = [line.split("(")[0] for line in log.read_text().splitlines() if re.match("fsync|rename", line)]
-    assert calls == ["fsync", "rename", "fsync"], log.read_text()
+    ledgerctl.output("dump", str(world.path / "file"), wrapper=traced("-e", "trace=fsync,rename", log=log))
+    assert re.findall(r"^(fsync|rename)\(", log.read_text(), re.M) == ["fsync", "rename", "fsync"], log.read_text()
 
 
+# The directory's mode; the old file's owner, group and mode; the group and the mode afterwards, or the error.
 @needs_root
-@pytest.mark.parametrize("caller, group, mode, kept_group, kept_mode", [
-    (0, 54322, 0o640, 54322, 0o640),
-    (NOBODY, NOBODY, 0o640, NOBODY, 0o640),
-    (NOBODY, 54322, 0o664, NOBODY, 0o644),
-    (NOBODY, 54322, 0o640, NOBODY, 0o600),
-    (NOBODY, 54322, 0o604, NOBODY, 0o600),
+@pytest.mark.parametrize("caller, directory_mode, owner, group, mode, expected", [
+    (0, 0o777, NOBODY, 54322, 0o640, (54322, 0o640)),
+    (NOBODY, 0o777, NOBODY, NOBODY, 0o640, (NOBODY, 0o640)),
+    (NOBODY, 0o777, NOBODY, 54322, 0o664, (NOBODY, 0o644)),
+    (NOBODY, 0o777, NOBODY, 54322, 0o640, (NOBODY, 0o600)),
+    (NOBODY, 0o777, NOBODY, 54322, 0o604, (NOBODY, 0o600)),
+    (NOBODY, 0o777, 0, 0, 0o644, b"its owner cannot be kept: Operation not permitted"),
+    (0, 0o1777, NOBODY, NOBODY, 0o644, b"belongs to another user, in a directory that everybody can write to"),
 ], ids=str)
-def test_dump_keeps_the_access_to_the_old_file(ledgerctl, client, open_directory, caller, group, mode, kept_group,
-                                               kept_mode):
+def test_dump_keeps_the_access_to_the_old_file_or_refuses(ledgerctl, daemon, open_directory, caller, directory_mode,
+                                                          owner, group, mode, expected):
     """A user cannot give a file to a group of others."""
+    open_directory.chmod(directory_mode)
     file = open_directory / "file"
     file.write_text("old")
-    os.chown(file, NOBODY, group)
+    os.chown(file, owner, group)
     file.chmod(mode)
-    ledgerctl.output("dump", str(file), wrapper=as_user(caller))
-    assert file.read_text() == "{}\n"
+    result = ledgerctl.run("dump", str(file), wrapper=as_user(caller))
+    if isinstance(expected, bytes):
+        assert result == failure(LOCAL, bytes(file) + b": " + expected)
+        expected = group, mode
+        assert file.read_text() == "old"
+    else:
+        assert result == (0, b"", b"")
+        assert file.read_text() == "{}\n"
     status = file.stat()
-    assert (status.st_uid, status.st_gid, status.st_mode & 0o7777) == (NOBODY, kept_group, kept_mode)
+    assert (status.st_uid, (status.st_gid, status.st_mode & 0o7777)) == (owner, expected)
+    assert list(open_directory.iterdir()) == [file]

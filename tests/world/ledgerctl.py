@@ -5,6 +5,7 @@ import os
 import subprocess
 import threading
 
+from world import observe
 from world.harness import BUS_NAME, DIE_WITH_TEST, ENTER_WORLD, PATIENCE
 from world.raw_client import ERROR, ERROR_NAME_FIELD, METHOD_CALL, METHOD_RETURN, REPLY_SERIAL_FIELD, RawClient, pack_call
 
@@ -12,34 +13,34 @@ from world.raw_client import ERROR, ERROR_NAME_FIELD, METHOD_CALL, METHOD_RETURN
 MISSING, USAGE, INVALID_NAME, NO_DOCUMENT, FULL, NOT_RUNNING, DENIED, NO_ANSWER, DAEMON_ERROR, LOCAL = range(1, 11)
 
 
-FULL_TEXT = b"registry full (16383 bytes); nothing changed"
-
-
 def failure(status, text):
-    """What a command that fails returns and prints."""
+    """The status and the output of a command that fails."""
     return status, b"", b"ledgerctl: " + text + b"\n"
 
 
+def traced(*options, log=os.devnull):
+    """A wrapper that traces the client with strace."""
+    return (*observe.without_leak_check(), "strace", "-y", "-o", str(log), *options)
+
+
 class Ledgerctl:
-    """`environment` is added to the test's own; `folder` is where the client makes its temporary files."""
+    """`environment` is added to the test's own; `directory` is where the client makes its temporary files."""
 
     def __init__(self, binary, world):
         self.binary = binary
         self.world = world
-        self.folder = world.path / "tmp"
-        self.folder.mkdir()
-        self.environment = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=world.bus.address, TMPDIR=str(self.folder),
+        self.directory = world.path / "tmp"
+        self.directory.mkdir()
+        self.environment = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=world.bus.address, TMPDIR=str(self.directory),
                                 TERM="xterm")
         for name in ("VISUAL", "EDITOR", "NO_COLOR"):
             self.environment.pop(name, None)
 
     def start(self, *arguments, wrapper=(), environment=(), **options):
-        """Starts it; texts are bytes, as a name or value may be any."""
-        options.setdefault("stdin", subprocess.DEVNULL)
-        options.setdefault("stdout", subprocess.PIPE)
-        options.setdefault("stderr", subprocess.PIPE)
+        """Starts it. Texts are bytes, because names and values need not be UTF-8."""
+        streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
         return subprocess.Popen([*DIE_WITH_TEST, *wrapper, str(self.binary), *arguments],
-                                env={**self.environment, **dict(environment)}, **options)
+                                env={**self.environment, **dict(environment)}, **{**streams, **options})
 
     def run(self, *arguments, input=None, **options):
         """Returns the status, standard output and standard error."""
@@ -50,7 +51,7 @@ class Ledgerctl:
         return process.returncode, output, error
 
     def output(self, *arguments, **options):
-        """What a command prints that does what it is told, and says nothing else."""
+        """Returns the output of a command that succeeds and prints no message."""
         status, output, error = self.run(*arguments, **options)
         assert (status, error) == (0, b""), (arguments, status, output, error)
         return output
@@ -63,37 +64,43 @@ class Ledgerctl:
         return (*unshare, "--", "sh", "-c", ENTER_WORLD, "enter-world", str(self.world.path))
 
     def left_files(self):
-        return sorted(path.name for path in self.folder.iterdir())
+        return sorted(path.name for path in self.directory.iterdir())
 
 
 @contextlib.contextmanager
 def fake_daemon(bus, answer):
-    """Something else under the daemon's name. `answer` gets each call and returns a list of arguments, or an error's
-    name and message as a tuple."""
+    """Another service that has the daemon's name. `answer` gets each call and returns a list of arguments, or None for a
+    service that ends without an answer, or an error's name and message as a tuple."""
     service = RawClient(bus)
     assert service.call_bus("RequestName", BUS_NAME, 0).kind == METHOD_RETURN
+
+    def reply(call, result):
+        fields = [(REPLY_SERIAL_FIELD, "u", call.serial)]
+        arguments, kind = result, METHOD_RETURN
+        if isinstance(result, tuple):
+            fields.append((ERROR_NAME_FIELD, "s", result[0]))
+            arguments, kind = [result[1]], ERROR
+        service.serial += 1
+        service.socket.sendall(pack_call(service.serial, "Reply", *arguments, interface=None, path="/",
+                                         destination=call.sender, kind=kind, more_fields=fields))
 
     def serve():
         with contextlib.suppress(OSError):
             while True:
                 call = service.receive()
-                if call.kind != METHOD_CALL:
-                    continue
-                result = answer(call)
-                fields = [(REPLY_SERIAL_FIELD, "u", call.serial)]
-                arguments, kind = result, METHOD_RETURN
-                if isinstance(result, tuple):
-                    fields.append((ERROR_NAME_FIELD, "s", result[0]))
-                    arguments, kind = [result[1]], ERROR
-                service.serial += 1
-                service.socket.sendall(pack_call(service.serial, "Reply", *arguments, interface=None, path="/",
-                                                 destination=call.sender, kind=kind, more_fields=fields))
+                if call.kind == METHOD_CALL:
+                    result = answer(call)
+                    if result is None:
+                        break
+                    reply(call, result)
+            service.socket.shutdown(2)
 
     thread = threading.Thread(target=serve, daemon=True)
     thread.start()
     try:
         yield
     finally:
-        service.socket.shutdown(2)
+        with contextlib.suppress(OSError):
+            service.socket.shutdown(2)
         thread.join()
         service.close()
