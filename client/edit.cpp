@@ -1,10 +1,12 @@
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 #include "client/difference.h"
-#include "client/editor.h"
 #include "client/failure.h"
 #include "client/files.h"
 #include "client/merge_warnings.h"
@@ -12,6 +14,7 @@
 #include "client/quote_word.h"
 #include "client/registry_merge.h"
 #include "client/registry_snapshot.h"
+#include "client/shell_command.h"
 #include "client/temporary_file.h"
 #include "client/text_form.h"
 #include "client/verbs.h"
@@ -33,7 +36,7 @@ public:
   using Failure::Failure;
 };
 
-// What the user works on: the whole registry or one section of it, without what no caller can change.
+// Returns the whole registry or the section of the command, without names that no caller can reach.
 RegistrySections ReadEditable(const CommandLine& command, Context& context) {
   RegistrySections sections = ReadRegistry(context.registry);
   for (const std::string& line : DropUnreachable(sections)) {
@@ -49,9 +52,32 @@ RegistrySections ReadEditable(const CommandLine& command, Context& context) {
   return {*found};
 }
 
+// A command with its options, for a shell to split.
+std::string EditorCommand() {
+  for (const char* variable : {"VISUAL", "EDITOR"}) {
+    const char* const command = std::getenv(variable);
+    if (command != nullptr && *command != '\0') {
+      return command;
+    }
+  }
+  return "vi";
+}
+
+// Waits for the end of the editor. Throws Failure (Local) if it cannot be run or does not end with status 0.
+void RunEditor(const std::string& path) {
+  const int status = RunInForeground(EditorCommand() + " \"$1\"", path);
+  if (WIFSIGNALED(status) && (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGQUIT)) {
+    // It was meant for this program too.
+    ::raise(WTERMSIG(status));
+  }
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    throw Failure(ExitStatus::Local, "the editor failed; nothing changed");
+  }
+}
+
 std::string ReadEdited(const CommandLine& command, const RegistrySections& seen, const std::string& path) {
   std::string text = ReadDocument(path);
-  // An editor that fails to write can leave this, and a user who changed his mind.
+  // An editor that fails to write can leave an empty text, and so can a user who wants no change.
   if (IsEmptyText(text) && !seen.empty()) {
     throw EmptyText(ExitStatus::Local,
                     "the text is empty; nothing changed\n" +
@@ -61,16 +87,16 @@ std::string ReadEdited(const CommandLine& command, const RegistrySections& seen,
   return text;
 }
 
-// Whether what the user changes is still as the user saw it.
+// Throws Failure (Local) if another client has changed what the user changes.
 void CheckUnchanged(const RegistrySections& seen, Registry& registry, const Merge& merge) {
   RegistrySections now = ReadRegistry(registry);
   DropUnreachable(now);
   for (const Difference& difference : FindDifferences(seen, now)) {
     const auto section = merge.find(difference.section);
-    const bool section_goes = section != merge.end() && !section->second;
+    const bool section_is_deleted = section != merge.end() && !section->second;
     const bool key_changes =
         section != merge.end() && section->second && difference.key && section->second->count(*difference.key) != 0;
-    if (section_goes || key_changes) {
+    if (section_is_deleted || key_changes) {
       throw Failure(ExitStatus::Local, (difference.key ? ShownKey(difference.section, *difference.key)
                                                        : ShownSection(difference.section)) +
                                            " has changed meanwhile; nothing changed");
@@ -100,7 +126,7 @@ bool CanBeCorrected(ExitStatus status) {
   return status == ExitStatus::InvalidName || status == ExitStatus::Full || status == ExitStatus::Local;
 }
 
-// The end of the input means no.
+// The end of the input means "quit".
 bool WantsToEditAgain(const Messages& messages) {
   std::array<char, 80> answer{};
   do {
@@ -119,7 +145,7 @@ bool ApplyOrAsk(const CommandLine& command, const RegistrySections& seen, const 
     return true;
   } catch (...) {
     const Failure failure = CurrentFailure();
-    // The text is no document that was to be loaded.
+    // Status 4 is for documents of `load`.
     const ExitStatus status = failure.Status() == ExitStatus::NotADocument ? ExitStatus::Local : failure.Status();
     if (!CanBeCorrected(status) || ::isatty(STDIN_FILENO) != 1 || !context.messages.IsTerminal()) {
       throw Failure(status, failure.what());

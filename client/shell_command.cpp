@@ -4,9 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <csignal>
+#include <vector>
 
 #include "client/ending_signals.h"
 #include "client/failure.h"
@@ -20,19 +20,16 @@ volatile pid_t g_group = 0;
 void PassOn(int signal) {
   if (g_group != 0) {
     ::kill(-g_group, signal);
-    // One that is stopped would end only when it goes on.
+    // A stopped process would end only when it goes on.
     ::kill(-g_group, SIGCONT);
   }
 }
 
 class SpawnAttributes {
 public:
-  SpawnAttributes(const sigset_t& mask, int input) {
+  SpawnAttributes() {
     ::posix_spawnattr_init(&m_attributes);
-    ::posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
-    ::posix_spawnattr_setsigmask(&m_attributes, &mask);
     ::posix_spawn_file_actions_init(&m_actions);
-    ::posix_spawn_file_actions_adddup2(&m_actions, input, STDIN_FILENO);
   }
   ~SpawnAttributes() {
     ::posix_spawn_file_actions_destroy(&m_actions);
@@ -40,6 +37,23 @@ public:
   }
   SpawnAttributes(const SpawnAttributes&) = delete;
   SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+
+  /// The child gets a process group, a signal mask and a standard input of its own.
+  void SetGroup(const sigset_t& mask, int input) {
+    ::posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+    ::posix_spawnattr_setsigmask(&m_attributes, &mask);
+    ::posix_spawn_file_actions_adddup2(&m_actions, input, STDIN_FILENO);
+  }
+
+  /// The signals of the terminal have their default actions in the child.
+  void SetDefaultTerminalSignals() {
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGINT);
+    sigaddset(&defaults, SIGQUIT);
+    ::posix_spawnattr_setsigdefault(&m_attributes, &defaults);
+    ::posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGDEF);
+  }
 
   const posix_spawnattr_t* Attributes() const { return &m_attributes; }
   const posix_spawn_file_actions_t* Actions() const { return &m_actions; }
@@ -49,19 +63,44 @@ private:
   posix_spawn_file_actions_t m_actions{};
 };
 
-void Start(const std::string& command, int input) {
-  const BlockedSignals blocked;
-  const SpawnAttributes how(blocked.Before(), input);
-  std::string shell = "sh";
-  std::string option = "-c";
-  std::string script = command;
-  const std::array<char*, 4> arguments = {shell.data(), option.data(), script.data(), nullptr};
+// `words` are the arguments of the shell, with its name.
+pid_t StartShell(std::vector<std::string> words, const SpawnAttributes& how) {
+  std::vector<char*> arguments;
+  for (std::string& word : words) {
+    arguments.push_back(word.data());
+  }
+  arguments.push_back(nullptr);
   pid_t child = 0;
   if (const int error = ::posix_spawn(&child, "/bin/sh", how.Actions(), how.Attributes(), arguments.data(), environ)) {
     throw LocalFailure("/bin/sh", error);
   }
-  g_group = child;
+  return child;
 }
+
+// Not interrupted: the program's handlers end the program.
+int WaitFor(pid_t child) {
+  int status = 0;
+  if (::waitpid(child, &status, 0) < 0) {
+    throw LocalFailure("waitpid", errno);
+  }
+  return status;
+}
+
+// The terminal sends its signals to the command and to this program alike.
+class IgnoreTerminalSignals {
+public:
+  IgnoreTerminalSignals() : m_interrupt(::signal(SIGINT, SIG_IGN)), m_quit(::signal(SIGQUIT, SIG_IGN)) {}
+  ~IgnoreTerminalSignals() {
+    ::signal(SIGINT, m_interrupt);
+    ::signal(SIGQUIT, m_quit);
+  }
+  IgnoreTerminalSignals(const IgnoreTerminalSignals&) = delete;
+  IgnoreTerminalSignals& operator=(const IgnoreTerminalSignals&) = delete;
+
+private:
+  sighandler_t m_interrupt;
+  sighandler_t m_quit;
+};
 
 }  // namespace
 
@@ -69,17 +108,28 @@ int RunShellCommand(const std::string& command, int input) {
   CatchEndingSignals(PassOn);
   // If it is ignored, the kernel keeps no status to wait for.
   ::signal(SIGCHLD, SIG_DFL);
-  Start(command, input);
+  {
+    const BlockedSignals blocked;
+    SpawnAttributes how;
+    how.SetGroup(blocked.Before(), input);
+    g_group = StartShell({"sh", "-c", command}, how);
+  }
   const pid_t child = g_group;
   siginfo_t info{};
   // Another process can get the group's number as soon as the child is reaped, so the group is forgotten before.
   const bool has_ended = ::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) == 0;
   g_group = 0;
-  int status = 0;
-  if (!has_ended || ::waitpid(child, &status, 0) < 0) {
-    throw LocalFailure("waitpid", errno);
+  if (!has_ended) {
+    throw LocalFailure("waitid", errno);
   }
-  return status;
+  return WaitFor(child);
+}
+
+int RunInForeground(const std::string& command, const std::string& argument) {
+  const IgnoreTerminalSignals ignore;
+  SpawnAttributes how;
+  how.SetDefaultTerminalSignals();
+  return WaitFor(StartShell({"sh", "-c", command, "sh", argument}, how));
 }
 
 }  // namespace ledgerctl
