@@ -10,7 +10,6 @@
 #include "client/failure.h"
 #include "client/files.h"
 #include "client/merge_warnings.h"
-#include "client/name_rules.h"
 #include "client/quote_word.h"
 #include "client/registry_merge.h"
 #include "client/registry_snapshot.h"
@@ -19,6 +18,7 @@
 #include "client/text_form.h"
 #include "client/verbs.h"
 #include "client/written_change.h"
+#include "registry/name_rules.h"
 
 namespace ledgerctl {
 namespace {

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <map>
 
-#include "client/name_rules.h"
 #include "client/quote_word.h"
+#include "registry/name_rules.h"
 
 namespace ledgerctl {
 namespace {

@@ -4,9 +4,9 @@
 
 #include "client/failure.h"
 #include "client/json_text.h"
-#include "client/name_rules.h"
 #include "client/quote_word.h"
 #include "registry/json_document.h"
+#include "registry/name_rules.h"
 
 namespace ledgerctl {
 namespace {

@@ -3,9 +3,9 @@
 #include <cstddef>
 
 #include "client/failure.h"
-#include "client/name_rules.h"
 #include "client/quote_word.h"
 #include "lib/platform/hex_text.h"
+#include "registry/name_rules.h"
 #include "registry/registry.h"
 
 namespace ledgerctl {

@@ -6,9 +6,9 @@
 #include <system_error>
 #include <utility>
 
-#include "client/name_rules.h"
 #include "client/quote_word.h"
 #include "client/verb_table.h"
+#include "registry/name_rules.h"
 
 namespace ledgerctl {
 namespace {

@@ -7,11 +7,11 @@
 #include "client/files.h"
 #include "client/json_text.h"
 #include "client/merge_warnings.h"
-#include "client/name_rules.h"
 #include "client/quote_word.h"
 #include "client/verbs.h"
 #include "client/written_change.h"
 #include "lib/platform/posix_helpers.h"
+#include "registry/name_rules.h"
 
 namespace ledgerctl {
 namespace {
@@ -19,6 +19,7 @@ namespace {
 // Where the daemon keeps its file.
 constexpr char kStoreDirectory[] = "/var/lib/plinthware";
 
+// Before any call: the daemon answers a bad key in a new section with an error and keeps that section.
 void CheckNames(const CommandLine& command) {
   for (const auto& name : {command.section, command.key}) {
     if (name) {

@@ -2,11 +2,11 @@
 #include <algorithm>
 
 #include "client/json_text.h"
-#include "client/name_rules.h"
 #include "client/quote_word.h"
 #include "client/registry_snapshot.h"
 #include "client/text_form.h"
 #include "client/verbs.h"
+#include "registry/name_rules.h"
 
 namespace ledgerctl {
 namespace {

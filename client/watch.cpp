@@ -7,11 +7,11 @@
 #include <csignal>
 
 #include "client/difference.h"
-#include "client/name_rules.h"
 #include "client/registry_snapshot.h"
 #include "client/shell_command.h"
 #include "client/verbs.h"
 #include "lib/platform/posix_helpers.h"
+#include "registry/name_rules.h"
 
 namespace ledgerctl {
 namespace {

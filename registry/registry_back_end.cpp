@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "lib/platform/lazy_persistent_store.h"
+#include "registry/name_rules.h"
 
 namespace {
 
@@ -25,11 +26,11 @@ RegistryBackEnd::~RegistryBackEnd() = default;
 std::string RegistryBackEnd::Read(const std::string& section, const std::string& key) {
   const Guard guard(m_lock);
   const RegistrySections& sections = Sections();
-  const auto found = sections.find(NormaliseName(section));
+  const auto found = sections.find(FoldName(section));
   if (found == sections.end()) {
     return std::string();
   }
-  const auto value = found->second.find(NormaliseName(key));
+  const auto value = found->second.find(FoldName(key));
   return value == found->second.end() ? std::string() : value->second;
 }
 
@@ -37,9 +38,9 @@ void RegistryBackEnd::Write(const std::string& section, const std::string& key, 
   const Guard guard(m_lock);
   try {
     // The section is created before the key is checked; see the quirk in Registry::Write.
-    const std::string folded_section = NormaliseName(section);
+    const std::string folded_section = FoldName(section);
     Table().AddSection(folded_section);
-    Table().SetKey(folded_section, NormaliseName(key), value);
+    Table().SetKey(folded_section, FoldName(key), value);
   } catch (const InvalidName&) {
     throw;
   } catch (...) {
@@ -52,26 +53,26 @@ void RegistryBackEnd::Write(const std::string& section, const std::string& key, 
 bool RegistryBackEnd::KeyExists(const std::string& section, const std::string& key) {
   const Guard guard(m_lock);
   const RegistrySections& sections = Sections();
-  const auto found = sections.find(NormaliseName(section));
-  return found != sections.end() && found->second.count(NormaliseName(key)) != 0;
+  const auto found = sections.find(FoldName(section));
+  return found != sections.end() && found->second.count(FoldName(key)) != 0;
 }
 
 bool RegistryBackEnd::SectionExists(const std::string& section) {
   const Guard guard(m_lock);
-  return Sections().count(NormaliseName(section)) != 0;
+  return Sections().count(FoldName(section)) != 0;
 }
 
 void RegistryBackEnd::DeleteKey(const std::string& section, const std::string& key) {
   const Guard guard(m_lock);
-  const std::string folded_section = NormaliseName(section);
-  if (Sections().count(folded_section) != 0 && Table().EraseKey(folded_section, NormaliseName(key))) {
+  const std::string folded_section = FoldName(section);
+  if (Sections().count(folded_section) != 0 && Table().EraseKey(folded_section, FoldName(key))) {
     Save();
   }
 }
 
 void RegistryBackEnd::DeleteSection(const std::string& section) {
   const Guard guard(m_lock);
-  if (Table().EraseSection(NormaliseName(section))) {
+  if (Table().EraseSection(FoldName(section))) {
     Save();
   }
 }
@@ -92,7 +93,7 @@ void RegistryBackEnd::SectionList(const SectionCallback& callback) {
 void RegistryBackEnd::KeyList(const std::string& section, const KeyCallback& callback) {
   const Guard guard(m_lock);
   const RegistrySections& sections = Sections();
-  const auto found = sections.find(NormaliseName(section));
+  const auto found = sections.find(FoldName(section));
   if (found == sections.end()) {
     return;
   }
@@ -104,25 +105,11 @@ void RegistryBackEnd::KeyList(const std::string& section, const KeyCallback& cal
 RegistrySection RegistryBackEnd::KeyList(const std::string& section) {
   const Guard guard(m_lock);
   const RegistrySections& sections = Sections();
-  const auto found = sections.find(NormaliseName(section));
+  const auto found = sections.find(FoldName(section));
   return found == sections.end() ? RegistrySection() : found->second;
 }
 
 void RegistryBackEnd::Flush() { m_store->Flush(); }
-
-// Independent of the locale: only ASCII letters are folded.
-std::string RegistryBackEnd::NormaliseName(const std::string& name) {
-  std::string folded = name;
-  for (char& byte : folded) {
-    if (static_cast<unsigned char>(byte) >= 0x80) {
-      throw InvalidName(name);
-    }
-    if (byte >= 'A' && byte <= 'Z') {
-      byte = static_cast<char>(byte - 'A' + 'a');
-    }
-  }
-  return folded;
-}
 
 RegistryTable& RegistryBackEnd::Table() {
   if (m_must_reload) {

@@ -56,7 +56,6 @@ public:
   void Flush() override;
 
 private:
-  static std::string NormaliseName(const std::string& name);
   static void ValidateJson(const JsonDocument& document, StopCheck& stop);
 
   // Returns the table for an operation. If a failed change has not been undone yet, undoes it first; throws

@@ -10,6 +10,7 @@
 #include "lib/platform/lazy_persistent_store.h"
 #include "registry/json_document.h"
 #include "registry/json_printer.h"
+#include "registry/name_rules.h"
 #include "registry/registry_back_end.h"
 
 namespace {
@@ -144,7 +145,7 @@ void RegistryBackEnd::ValidateJson(const JsonDocument& document, StopCheck& stop
   }
   const JsonMember* const bad = IsBad(*first) ? first : FirstBadKey(document, *first, stop);
   BRAMBLE_ASSERT(bad != nullptr);
-  NormaliseName(std::string(document.NameOf(*bad)));
+  FoldName(std::string(document.NameOf(*bad)));
   throw InvalidJson(document.ValueOf(*bad, stop));
 }
 
@@ -166,7 +167,7 @@ void RegistryBackEnd::MergeJson(const JsonDocument& document, StopCheck& stop) {
 std::size_t RegistryBackEnd::MergeJsonSections(const JsonDocument& document, JsonDocument::Range variants,
                                                std::size_t room, StopCheck& stop) {
   RegistryTable& table = Table();
-  const std::string name = NormaliseName(std::string(document.NameOf(*variants.begin())));
+  const std::string name = FoldName(std::string(document.NameOf(*variants.begin())));
   bool sets_key = false;
   for (const JsonMember& section : variants) {
     stop.Step();
@@ -197,7 +198,7 @@ std::size_t RegistryBackEnd::MergeJsonSections(const JsonDocument& document, Jso
     return size;
   }
   ForEachLastKey(document, variants, stop, [&](const JsonMember& key) {
-    const std::string key_name = NormaliseName(std::string(document.NameOf(key)));
+    const std::string key_name = FoldName(std::string(document.NameOf(key)));
     if (SetsKey(key)) {
       take(key_name.size() + JsonDocument::SizeOf(key) + std::strlen("\n"));
       table.SetKey(name, key_name, document.ValueOf(key, stop));

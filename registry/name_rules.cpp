@@ -1,10 +1,9 @@
-#include "client/name_rules.h"
+#include "registry/name_rules.h"
 
 #include <algorithm>
 
 #include "registry/registry.h"
 
-namespace ledgerctl {
 namespace {
 
 bool IsAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
@@ -19,17 +18,20 @@ void CheckName(const std::string& name) {
   }
 }
 
+// Independent of the locale. One pass, because every call folds its names.
 std::string FoldName(const std::string& name) {
-  CheckName(name);
   std::string folded = name;
-  // Not tolower, which asks the locale.
-  std::transform(folded.begin(), folded.end(), folded.begin(),
-                 [](char c) { return IsUpper(c) ? static_cast<char>(c - 'A' + 'a') : c; });
+  for (char& c : folded) {
+    if (!IsAscii(c)) {
+      throw Registry::InvalidName(name);
+    }
+    if (IsUpper(c)) {
+      c = static_cast<char>(c - 'A' + 'a');
+    }
+  }
   return folded;
 }
 
 bool IsReachable(std::string_view name) {
   return std::all_of(name.begin(), name.end(), [](char c) { return IsAscii(c) && !IsUpper(c); });
 }
-
-}  // namespace ledgerctl
