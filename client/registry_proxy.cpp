@@ -9,6 +9,7 @@
 #include "client/bus_errors.h"
 #include "client/failure.h"
 #include "client/time_limit.h"
+#include "dbus/limits.h"
 
 namespace ledgerctl {
 namespace {
@@ -17,16 +18,13 @@ constexpr char kBusName[] = "com.tavimesh.Registry";
 constexpr char kObjectPath[] = "/com/tavimesh/Registry";
 constexpr char kInterface[] = "com.tavimesh.Registry";
 
-// The longest message that a bus takes, less room for the header: it would close the connection.
-constexpr std::size_t kLongestArgument = 32 * 1024 * 1024 - 64 * 1024;
-
-// After this time libdbus gives up to wait for the bus's first answer.
+// After this time libdbus stops waiting for the first answer of the bus.
 constexpr std::chrono::milliseconds kLongestGreeting(25000);
 
-// libdbus gives up first, where it can.
+// libdbus reports the end of the time limit first if it can.
 constexpr std::chrono::milliseconds kGrace(500);
 
-/// Whether a call has taken as long as it may.
+/// Reports whether a call has used up its time limit.
 class Stopwatch {
 public:
   explicit Stopwatch(std::chrono::milliseconds limit) : m_end(Clock::now() + limit - kTolerance) {}
@@ -36,7 +34,7 @@ public:
 private:
   using Clock = std::chrono::steady_clock;
 
-  // libdbus keeps time in a coarser way than the clock.
+  // The time of libdbus is coarser than the clock.
   static constexpr std::chrono::milliseconds kTolerance{20};
 
   const Clock::time_point m_end;
@@ -78,8 +76,8 @@ void Append(DBusMessageIter& writer, const std::string& text) {
     throw Failure(ExitStatus::Usage,
                   std::string("D-Bus cannot carry the value: it ") + (has_nul ? "holds a NUL byte" : "is not UTF-8"));
   }
-  if (text.size() > kLongestArgument) {
-    // Whatever it is, it does not fit.
+  if (text.size() > kLongestArguments) {
+    // The registry is smaller, so the daemon would refuse it for the same reason.
     throw Registry::Full();
   }
   if (!dbus_message_iter_append_basic(&writer, DBUS_TYPE_STRING, &characters)) {
@@ -89,8 +87,8 @@ void Append(DBusMessageIter& writer, const std::string& text) {
 
 }  // namespace
 
-// The connection, made for the first call. This is plain libdbus: loading and linking the C++ binding costs a
-// short-lived program more than all that it does, and of the binding only a blocking call would be used.
+// The connection, made for the first call. This is libdbus itself: loading and linking the C++ binding costs a
+// short-lived program more than the rest of its run, which needs only blocking calls.
 class RegistryProxy::Bus {
 public:
   Bus(std::chrono::milliseconds timeout, std::string shown_timeout)
@@ -143,8 +141,8 @@ private:
 
 namespace {
 
-/// Takes the values of a reply, or of a container in it, one after the other. A reply of another type than the
-/// interface has comes from something else that has the daemon's name.
+/// Reads the values of a reply, or of a container in it, one after the other. A reply of another type is from another
+/// service that has the daemon's name.
 class Reader {
 public:
   explicit Reader(const Message& reply) { dbus_message_iter_init(reply.get(), &m_iterator); }

@@ -5,12 +5,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "dbus/limits.h"
 #include "dbus/registry_errors.h"
 
 namespace {
-
-// The default limit of a system bus for a message, less room for the header.
-constexpr std::size_t kLongestReply = 32 * 1024 * 1024 - 64 * 1024;
 
 // The length field, terminator and padding of a string, with its share of the padding of a dictionary entry.
 constexpr std::size_t kOverheadPerString = 16;
@@ -41,7 +39,7 @@ const char* ReplyCheck::Defect(const std::string& text) {
     return "is not UTF-8";
   }
   m_size += text.size() + kOverheadPerString;
-  return m_size > kLongestReply ? "makes the reply too long" : nullptr;
+  return m_size > kLongestArguments ? "makes the reply too long" : nullptr;
 }
 
 void ReplyCheck::ThrowCannotCarry(const std::string& meaning, const char* defect) {

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <string>
 
-/// Checks the strings of one reply, before they are appended to it. Use one object per reply. The longest reply is 32
-/// MiB less 64 KiB.
+/// Checks the strings of one reply, before they are appended to it. Use one object per reply. The longest reply has
+/// kLongestArguments.
 class ReplyCheck {
 public:
   /// Throws RegistryError (Exception) if a D-Bus message cannot contain `text`. The message names the string: the check
