@@ -25,6 +25,11 @@ Failure NotRunning(const std::string& detail) {
 
 Failure Disconnected() { return NotRunning(": the bus closed the connection"); }
 
+// An error need not have a message.
+Failure DaemonError(const BusError& error) {
+  return Failure(ExitStatus::DaemonError, error.message.empty() ? error.name : error.message);
+}
+
 Failure Denied() { return Failure(ExitStatus::Denied, "permission denied by the bus"); }
 
 }  // namespace
@@ -35,7 +40,7 @@ void ThrowConnectFailure(const BusError& error, bool timed_out, const std::strin
     throw Denied();
   }
   if (name == "NoReply" || name == "Timeout") {
-    // libdbus says the same when the bus closes the connection instead of an answer.
+    // libdbus reports the same if the bus closes the connection without an answer.
     throw timed_out ? Failure(ExitStatus::NoAnswer, NoAnswerText(shown_timeout)) : Disconnected();
   }
   throw NotRunning(": there is no system bus\n" + error.message);
@@ -54,13 +59,13 @@ void ThrowCallFailure(const BusError& error, bool timed_out, const std::string& 
     if (name == "Full") {
       throw Registry::Full();
     }
-    throw Failure(ExitStatus::DaemonError, error.message);
+    throw DaemonError(error);
   }
   const std::string_view name = StandardError(full_name);
   if (name == "ServiceUnknown" || name == "NameHasNoOwner") {
     throw NotRunning("");
   }
-  // What the bus and systemd answer when they were to start it. The bus's own time-out is no time-out of this call.
+  // The answers of the bus and of systemd if they cannot start it. The time-out of the bus is no time-out of this call.
   if (StartsWith(name, "Spawn.") || name == "TimedOut" || StartsWith(full_name, "org.freedesktop.systemd1.")) {
     throw NotRunning(" and cannot be started\n" + error.message);
   }
@@ -68,14 +73,14 @@ void ThrowCallFailure(const BusError& error, bool timed_out, const std::string& 
     throw Denied();
   }
   if (name == "NoReply" || name == "Timeout") {
-    // The bus says the same when the daemon goes while it is being asked.
+    // The bus reports the same if the daemon ends before it answers.
     throw timed_out ? Failure(ExitStatus::NoAnswer, NoAnswerText(shown_timeout))
                     : NotRunning(" any more: it ended before it answered");
   }
   if (name == "Disconnected") {
     throw Disconnected();
   }
-  throw Failure(ExitStatus::DaemonError, error.message);
+  throw DaemonError(error);
 }
 
 }  // namespace ledgerctl

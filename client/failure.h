@@ -1,4 +1,4 @@
-// How the program ends: one status for each thing that a script may want to tell apart.
+// How the program ends: one exit status for each case that scripts distinguish.
 #pragma once
 
 #include <stdexcept>
@@ -20,7 +20,7 @@ enum class ExitStatus {
   Local = 10,  // a file, standard output, the editor
 };
 
-/// What ends a command early. The text goes to standard error behind "ledgerctl: "; an empty one prints nothing.
+/// Ends a command early. The program prints "ledgerctl: " and the text, which is never empty, on standard error.
 class Failure : public std::runtime_error {
 public:
   Failure(ExitStatus status, const std::string& text) : std::runtime_error(text), m_status(status) {}

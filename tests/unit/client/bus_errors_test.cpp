@@ -38,6 +38,7 @@ TEST(BusErrors, HaveAStatusAndATextEach) {
        Fails(6, "the daemon is not running: the bus closed the connection")},
       {ThrowCallFailure, bus + "UnknownMethod", "no Read", false, Fails(9, "no Read")},
       {ThrowCallFailure, "com.example.Other", "other", true, Fails(9, "other")},
+      {ThrowCallFailure, own + "Exception", "", false, Fails(9, own + "Exception")},
       {ThrowConnectFailure, bus + "FileNotFound", "no socket", false, Fails(6, no_bus + "no socket")},
       {ThrowConnectFailure, bus + "NoServer", "refused", false, Fails(6, no_bus + "refused")},
       {ThrowConnectFailure, bus + "AccessDenied", "x", false, Fails(7, "permission denied by the bus")},
