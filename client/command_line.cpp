@@ -91,10 +91,10 @@ void ParseWith(CLI::App& app, const std::string& verb, const std::vector<std::st
 
 void CheckForm(const VerbEntry& entry, const CommandLine& command) {
   if (command.nul && !entry.takes_nul) {
-    throw UsageFailure(entry.name, "-0 goes with get and list only");
+    throw UsageFailure(entry.name, "only get and list have -0");
   }
   if (command.json && !entry.takes_json) {
-    throw UsageFailure(entry.name, "--json goes with get, exists, list, show, usage and watch only");
+    throw UsageFailure(entry.name, "only get, exists, list, show, usage and watch have --json");
   }
   if (command.nul && command.json) {
     throw UsageFailure(entry.name, "-0 and --json exclude each other");

@@ -1,4 +1,5 @@
-// What differs between two states of the registry, and how it is shown: one line for each thing that goes or comes.
+// The differences between two states of the registry, and how they are printed: one line for each removed or added
+// value.
 #pragma once
 
 #include <optional>
@@ -12,7 +13,7 @@ namespace ledgerctl {
 
 struct Difference {
   std::string section;
-  /// None for a section without keys that comes or goes.
+  /// None for a section without keys that is added or removed.
   std::optional<std::string> key;
   std::optional<std::string> before;
   std::optional<std::string> after;
@@ -21,8 +22,8 @@ struct Difference {
 /// In ascending order of the names.
 std::vector<Difference> FindDifferences(const RegistrySections& before, const RegistrySections& after);
 
-/// "- [section] key=value" for what goes and "+ [section] key=value" for what comes; red and green where the output has
-/// colours.
+/// Prints "- [section] key=value" for a removed value and "+ [section] key=value" for an added value, in red and green
+/// if the output has colours.
 void PrintDifferences(const std::vector<Difference>& differences, Output& output);
 
 /// One line for each: an object with "section", "key", "before" and "after". What does not exist is null. A section

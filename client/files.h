@@ -8,7 +8,7 @@ namespace ledgerctl {
 /// All bytes of the file, or of standard input for "-". Throws Failure (Local).
 std::string ReadDocument(const std::string& path);
 
-/// How messages name it: the path, or "standard input".
+/// Returns its name in messages: the path, or "standard input".
 std::string ShownSource(const std::string& path);
 
 /// Replaces the file in one step, also across a power cut: a reader sees the old text or the new one. A new file is

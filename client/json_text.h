@@ -7,7 +7,7 @@
 
 namespace ledgerctl {
 
-/// A JSON string. A byte that is not UTF-8 becomes U+FFFD: no such byte comes from the bus.
+/// Returns a JSON string. A byte that is not UTF-8 becomes U+FFFD. The bus delivers no such byte.
 std::string QuoteJson(const std::string& text);
 
 /// Prints the registry with an object for each section, indented by two spaces for each level, with a final newline.

@@ -1,4 +1,4 @@
-// What a user should know of a merge or of the registry before relying on it.
+// Warnings about a merge or about the registry.
 #pragma once
 
 #include <string>

@@ -100,7 +100,7 @@ void Messages::Question(const std::string& text) const { WriteAll(m_fd, text + "
 bool Messages::IsTerminal() const { return ::isatty(m_fd) == 1; }
 
 void Messages::Line(const std::string& text) const {
-  // Nowhere to tell of a failure.
+  // There is no place to report a failure to.
   WriteAll(m_fd, text + "\n");
 }
 

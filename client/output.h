@@ -9,7 +9,7 @@ namespace ledgerctl {
 
 enum class Colour { None, Bold, Red, Green, Blue };
 
-/// Collects what is written and passes it on in large pieces: a slow terminal is waited for once, not once a line.
+/// Collects the output and writes it in large pieces: it waits for a slow terminal once, not once for each line.
 class Output {
 public:
   /// `fd` stays the caller's. Colours are used if it is a terminal that knows them and NO_COLOR is unset or empty.
@@ -21,12 +21,12 @@ public:
   /// As Write; without colours if the output has none.
   void WriteColoured(Colour colour, std::string_view text);
 
-  /// Passes on what is left. To be called before the program reports success.
+  /// Writes the rest. Must be called before the program reports success.
   void Flush();
 
   bool IsTerminal() const { return m_is_terminal; }
 
-  /// 80 unless it is a terminal that says otherwise.
+  /// Returns the width of the terminal. It is 80 if it is unknown.
   std::size_t Columns() const;
 
 private:
@@ -53,7 +53,7 @@ public:
   /// "text " without a newline, for an answer on the same line.
   void Question(const std::string& text) const;
 
-  /// Whether somebody can read a question.
+  /// Returns whether somebody can read a question.
   bool IsTerminal() const;
 
 private:

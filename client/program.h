@@ -1,4 +1,4 @@
-// The whole program but for the process around it: from the words of the command line to the exit status.
+// The whole program without its process: from the words of the command line to the exit status.
 #pragma once
 
 #include <functional>
@@ -11,7 +11,7 @@
 
 namespace ledgerctl {
 
-/// Makes what the verbs work on.
+/// Makes the registry for the verbs.
 using RegistryFactory = std::function<std::shared_ptr<Registry>(const CommandLine& command)>;
 
 /// Runs one command line, `arguments` without the program's name, and returns the exit status. Prints errors on the

@@ -1,4 +1,4 @@
-// Names and values as messages and people's text show them.
+// Names and values in messages and in the text form.
 #pragma once
 
 #include <string>

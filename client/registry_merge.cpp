@@ -12,7 +12,7 @@ namespace ledgerctl {
 namespace {
 
 // An empty object makes no section. One that sets a key and then deletes it does; in the order of the names as written
-// the upper-case one comes first.
+// the upper-case one is first.
 constexpr char kPassingKeySet[] = "LEDGERCTL EMPTY SECTION";
 constexpr char kPassingKeyDeleted[] = "ledgerctl empty section";
 

@@ -1,4 +1,4 @@
-// What one WriteJson call changes: a document that a user wrote, or one that was made from a wanted change.
+// The changes of one WriteJson call: a document of a user, or one that was made from a wanted change.
 #pragma once
 
 #include <map>

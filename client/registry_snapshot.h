@@ -1,4 +1,4 @@
-// The registry's contents, read by as few calls as there can be.
+// Reads the registry by the minimum of calls.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ namespace ledgerctl {
 /// The whole registry, by one call.
 RegistrySections ReadRegistry(Registry& registry);
 
-/// A section by one call; by two if it is empty, to tell that from missing. Throws Failure (Missing).
+/// A section by one call, or by two if it is empty, because it can also be missing. Throws Failure (Missing).
 RegistrySection ReadSection(Registry& registry, const std::string& section);
 
 /// Throws Registry::Full if the registry could not hold them.

@@ -20,7 +20,7 @@ volatile pid_t g_group = 0;
 void PassOn(int signal) {
   if (g_group != 0) {
     ::kill(-g_group, signal);
-    // A stopped process would end only when it goes on.
+    // A stopped process ends only after it is continued.
     ::kill(-g_group, SIGCONT);
   }
 }

@@ -19,7 +19,7 @@ void PrintText(const RegistrySections& sections, const std::function<void(TextPa
 /// The same in one piece.
 std::string PrintText(const RegistrySections& sections);
 
-/// What a reader asks of the text besides its form.
+/// The rules of a reader in addition to those of the form.
 struct TextRules {
   std::string source;                       // how an error names the text; may be empty
   std::optional<std::string> only_section;  // the only section that the text may have, folded

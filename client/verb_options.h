@@ -18,7 +18,7 @@ Failure UsageFailure(const std::string& verb, const std::string& reason);
 /// The options that may precede and follow a verb. `command` must outlive the parsing of `app`.
 void DeclareCommonOptions(CLI::App& app, CommandLine& command);
 
-// Each declares what one verb or a group of them takes besides. `command` must outlive the parsing of `app`.
+// Each declares the other arguments of one verb or of a group of verbs. `command` must outlive the parsing of `app`.
 void DeclareNothing(CLI::App& app, CommandLine& command);
 void DeclareGet(CLI::App& app, CommandLine& command);
 void DeclareSet(CLI::App& app, CommandLine& command);

@@ -1,4 +1,4 @@
-// The one table of verbs: what each is called, takes, prints as its help and does.
+// The one table of verbs: the name, the arguments, the help and the function of each.
 #pragma once
 
 #include <array>

@@ -1,4 +1,4 @@
-// What each verb does.
+// The functions of the verbs.
 #pragma once
 
 #include "client/command_line.h"
@@ -8,7 +8,7 @@
 
 namespace ledgerctl {
 
-/// What a verb works with; all of it outlives the verb.
+/// The environment of a verb. All of it outlives the verb.
 struct Context {
   Registry& registry;
   Output& output;

@@ -192,11 +192,11 @@ TEST(CommandLine, AcceptsFormsOfOutputOnlyForTheirVerbs) {
     const std::string verb = words.front();
     words.insert(words.begin() + 1, "-0");
     EXPECT_EQ(RefusalOf(words),
-              with_nul.count(verb) != 0 ? kAccepted : Refusal(verb, "-0 goes with get and list only"));
+              with_nul.count(verb) != 0 ? kAccepted : Refusal(verb, "only get and list have -0"));
     words[1] = "--json";
     EXPECT_EQ(RefusalOf(words), with_json.count(verb) != 0
                                     ? kAccepted
-                                    : Refusal(verb, "--json goes with get, exists, list, show, usage and watch only"));
+                                    : Refusal(verb, "only get, exists, list, show, usage and watch have --json"));
   }
 }
 
