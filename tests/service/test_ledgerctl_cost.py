@@ -13,7 +13,7 @@ DBUS_SEND = ("dbus-send", "--system", "--print-reply", f"--dest={BUS_NAME}", OBJ
 
 
 def instructions(command, environment):
-    """Returns the number of instructions, nearly all of them at start. It does not depend on the load of the machine."""
+    """Returns the number of instructions, nearly all at start. It does not depend on the load of the machine."""
     result = subprocess.run(["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", *command],
                             env=environment, stdin=subprocess.DEVNULL, capture_output=True, check=True)
     assert b"player-7" in result.stdout

@@ -171,7 +171,7 @@ def test_edit_whose_editor_ends_by_ctrl_c_leaves_no_file(ledgerctl, client, edit
     ("fsync:error=EIO:when=2", LOCAL, ".*/tmp/: Input/output error", "{}\n"),
     ("fsync:error=EINVAL:when=2", 0, None, "{}\n"),
 ])
-def test_dump_that_fails_or_is_ended_leaves_the_old_file_or_the_new_one(ledgerctl, daemon, fault, status, message, left):
+def test_dump_that_fails_or_is_ended_leaves_one_whole_file(ledgerctl, daemon, fault, status, message, left):
     file = ledgerctl.directory / "file"
     file.write_text("old")
     result = ledgerctl.run("dump", str(file), wrapper=traced("-e", f"inject={fault}"))

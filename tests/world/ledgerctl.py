@@ -7,7 +7,8 @@ import threading
 
 from world import observe
 from world.harness import BUS_NAME, DIE_WITH_TEST, ENTER_WORLD, PATIENCE
-from world.raw_client import ERROR, ERROR_NAME_FIELD, METHOD_CALL, METHOD_RETURN, REPLY_SERIAL_FIELD, RawClient, pack_call
+from world.raw_client import (ERROR, ERROR_NAME_FIELD, METHOD_CALL, METHOD_RETURN, REPLY_SERIAL_FIELD, RawClient,
+                              pack_call)
 
 # Exit statuses.
 MISSING, USAGE, INVALID_NAME, NO_DOCUMENT, FULL, NOT_RUNNING, DENIED, NO_ANSWER, DAEMON_ERROR, LOCAL = range(1, 11)
@@ -69,8 +70,8 @@ class Ledgerctl:
 
 @contextlib.contextmanager
 def fake_daemon(bus, answer):
-    """Another service that has the daemon's name. `answer` gets each call and returns a list of arguments, or None for a
-    service that ends without an answer, or an error's name and message as a tuple."""
+    """Another service that has the daemon's name. `answer` gets each call and returns a list of arguments, or an error's
+    name and message as a tuple, or None to end the service without an answer."""
     service = RawClient(bus)
     assert service.call_bus("RequestName", BUS_NAME, 0).kind == METHOD_RETURN
 

@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -22,6 +24,12 @@ namespace test_client {
 
 using Words = std::vector<std::string>;
 using Calls = std::vector<std::string>;
+
+/// Splits a command line at its spaces.
+inline Words Split(const std::string& line) {
+  std::istringstream words(line);
+  return {std::istream_iterator<std::string>(words), {}};
+}
 
 /// A file in memory.
 class MemoryFile {

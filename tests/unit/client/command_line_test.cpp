@@ -1,7 +1,6 @@
 #include "client/command_line.h"
 
 #include <set>
-#include <sstream>
 
 #include "client/help.h"
 #include "client/quote_word.h"
@@ -12,6 +11,7 @@ namespace ledgerctl {
 namespace {
 
 using test_client::Outcome;
+using test_client::Split;
 using test_client::Words;
 
 Outcome RefusalOf(const Words& words) {
@@ -27,10 +27,9 @@ Outcome Refusal(const std::string& verb, const std::string& text) {
 const Outcome kAccepted = test_client::Prints("");
 
 TEST(CommandLine, HasOptionsBeforeAndAfterTheVerb) {
-  for (const Words& words : {Words{"-q", "--json", "--timeout", "2.5", "get", "s", "k"},
-                             Words{"get", "-q", "s", "--json", "k", "--timeout", "2.5"},
-                             Words{"--timeout=2.5", "get", "s", "k", "--quiet", "--json"}}) {
-    const CommandLine command = ParseCommandLine(words);
+  for (const char* line :
+       {"-q --json --timeout 2.5 get s k", "get -q s --json k --timeout 2.5", "--timeout=2.5 get s k --quiet --json"}) {
+    const CommandLine command = ParseCommandLine(Split(line));
     EXPECT_STREQ(command.verb->name, "get");
     EXPECT_TRUE(command.quiet);
     EXPECT_TRUE(command.json);
@@ -46,7 +45,7 @@ TEST(CommandLine, HasOptionsBeforeAndAfterTheVerb) {
 TEST(CommandLine, ReadsWordsAfterDashesAndAfterTheSectionOfSetLiterally) {
   for (const char* text : {"get",   "help", "",     "a=b",  "a.b/c", "[a,b]", "{}",     "%%",      "a b",
                            "\"q\"", "'q'",  "-",    "-5",   "--",    "-h",    "--json", "--flush", "@x",
-                           "#",     "a\nb", "true", "-0.5", "-q5",   "-q",    "--help", "-hello",  "\xff"}) {
+                           "#",     "a\nb", "true", "-0.5", "-q5",   "-q",    "--help", "-hello"}) {
     SCOPED_TRACE(text);
     const CommandLine command = ParseCommandLine({"set", "--flush", "s", "k", text});
     EXPECT_STREQ(command.verb->name, "set");
@@ -55,31 +54,26 @@ TEST(CommandLine, ReadsWordsAfterDashesAndAfterTheSectionOfSetLiterally) {
     EXPECT_FALSE(command.json);
     EXPECT_FALSE(command.after_dashes);
     EXPECT_EQ(command.pairs, (RegistrySection{{"k", text}}));
-    const CommandLine literal = ParseCommandLine({"set", "--", text, "k=1", text});
+    const CommandLine literal = ParseCommandLine({"set", "--", text, text, text});
     EXPECT_EQ(literal.section, text);
-    EXPECT_EQ(literal.pairs, (RegistrySection{{"k=1", text}}));
+    EXPECT_EQ(literal.pairs, (RegistrySection{{text, text}}));
     EXPECT_TRUE(literal.after_dashes);
     EXPECT_EQ(ParseCommandLine({"get", "--", text, text}).key, text);
   }
-  EXPECT_EQ(ParseCommandLine({"set", "s", "-h", "1", "--", "2", "B", "-q"}).pairs,
-            (RegistrySection{{"-h", "1"}, {"--", "2"}, {"b", "-q"}}));
+  EXPECT_EQ(ParseCommandLine({"set", "s", "-h", "1", "--", "2", "B", "\xff"}).pairs,
+            (RegistrySection{{"-h", "1"}, {"--", "2"}, {"b", "\xff"}}));
 }
 
 TEST(CommandLine, DistinguishesAnEmptyArgumentFromNone) {
   EXPECT_EQ(ParseCommandLine({"list"}).section, std::nullopt);
   EXPECT_EQ(ParseCommandLine({"list", ""}).section, "");
   EXPECT_EQ(ParseCommandLine({"get", "--default=", "s", "k"}).key, "k");
-  struct Row {
-    Words words;
-    std::optional<std::string> value;
-  };
-  const Row rows[] = {{{}, std::nullopt},          {{"--default", ""}, ""},     {{"--default="}, ""},
-                      {{"--default", "-x"}, "-x"}, {{"--default", "--"}, "--"}, {{"--default=--json"}, "--json"}};
-  for (const Row& row : rows) {
-    Words words = {"get", "s", "k"};
-    words.insert(words.end(), row.words.begin(), row.words.end());
-    EXPECT_EQ(ParseCommandLine(words).default_value, row.value);
+  EXPECT_EQ(ParseCommandLine({"get", "s", "k"}).default_value, std::nullopt);
+  EXPECT_EQ(ParseCommandLine({"get", "s", "k", "--default="}).default_value, "");
+  for (const char* value : {"", "-x", "--"}) {
+    EXPECT_EQ(ParseCommandLine({"get", "s", "k", "--default", value}).default_value, value);
   }
+  EXPECT_EQ(ParseCommandLine({"get", "s", "k", "--default=--json"}).default_value, "--json");
 }
 
 TEST(CommandLine, ReadsTheLastOfARepeatedOption) {
@@ -106,16 +100,16 @@ TEST(CommandLine, KnowsTheOptionsOfEachVerb) {
 }
 
 TEST(CommandLine, ShowsTheHelpThatIsAskedFor) {
-  struct Row {
-    Words words;
-    std::optional<std::string> topic;
-  };
-  const Row rows[] = {{{"help", "get"}, "get"}, {{"get", "--help"}, "get"}, {{"get", "s", "-h"}, "get"},
-                      {{"set", "-h"}, "set"},   {{"help"}, std::nullopt},   {{"--help"}, std::nullopt},
-                      {{"-h"}, std::nullopt}};
-  for (const Row& row : rows) {
-    EXPECT_STREQ(ParseCommandLine(row.words).verb->name, "help");
-    EXPECT_EQ(ParseCommandLine(row.words).topic, row.topic);
+  for (const auto& [line, topic] : {std::pair("help get", "get"),
+                                    {"get --help", "get"},
+                                    {"get s -h", "get"},
+                                    {"set -h", "set"},
+                                    {"help", ""},
+                                    {"--help", ""},
+                                    {"-h", ""}}) {
+    const CommandLine command = ParseCommandLine(Split(line));
+    EXPECT_STREQ(command.verb->name, "help");
+    EXPECT_EQ(command.topic, *topic == '\0' ? std::nullopt : std::optional<std::string>(topic));
   }
 }
 
@@ -174,25 +168,12 @@ TEST(CommandLine, RefusesWordsThatOnlyResembleAnOption) {
 TEST(CommandLine, AcceptsFormsOfOutputOnlyForTheirVerbs) {
   const std::set<std::string> with_nul = {"get", "list"};
   const std::set<std::string> with_json = {"get", "exists", "list", "show", "watch", "usage"};
-  for (Words words : {Words{"get", "s", "k"},
-                      {"set", "s", "k", "v"},
-                      {"exists", "s"},
-                      {"list"},
-                      {"show"},
-                      {"unset", "s", "k"},
-                      {"clear", "--yes"},
-                      {"flush"},
-                      {"dump"},
-                      {"load"},
-                      {"edit"},
-                      {"diff", "f"},
-                      {"watch"},
-                      {"usage"},
-                      {"help"}}) {
+  for (const char* line : {"get s k", "set s k v", "exists s", "list", "show", "unset s k", "clear --yes", "flush",
+                           "dump", "load", "edit", "diff f", "watch", "usage", "help"}) {
+    Words words = Split(line);
     const std::string verb = words.front();
     words.insert(words.begin() + 1, "-0");
-    EXPECT_EQ(RefusalOf(words),
-              with_nul.count(verb) != 0 ? kAccepted : Refusal(verb, "only get and list have -0"));
+    EXPECT_EQ(RefusalOf(words), with_nul.count(verb) != 0 ? kAccepted : Refusal(verb, "only get and list have -0"));
     words[1] = "--json";
     EXPECT_EQ(RefusalOf(words), with_json.count(verb) != 0
                                     ? kAccepted

@@ -3,8 +3,6 @@
 
 #include <fcntl.h>
 
-#include <algorithm>
-
 #include "lib/platform/posix_helpers.h"
 #include "tests/unit/client/client_fixture.h"
 #include "tests/unit/support/temp_dir.h"
@@ -21,28 +19,12 @@ TEST_F(Program, EndsWithTheFirstFailureOfACall) {
   for (const auto status : {ExitStatus::InvalidName, ExitStatus::NotADocument, ExitStatus::NotRunning,
                             ExitStatus::Denied, ExitStatus::NoAnswer, ExitStatus::DaemonError}) {
     registry.OnCall([&](const std::string&) { throw Failure(status, "reason"); });
-    for (const Words& words : {Words{"get", "s", "k"},
-                               {"set", "s", "k", "v"},
-                               {"set", "s", "k", "v", "l", "w"},
-                               {"exists", "s", "k"},
-                               {"exists", "s"},
-                               {"list"},
-                               {"list", "s"},
-                               {"show"},
-                               {"show", "s"},
-                               {"unset", "s", "k"},
-                               {"unset", "-r", "s"},
-                               {"clear", "--yes"},
-                               {"flush"},
-                               {"dump"},
-                               {"load", "-"},
-                               {"load", "--replace"},
-                               {"edit"},
-                               {"diff", "-"},
-                               {"watch"},
-                               {"usage"}}) {
-      SCOPED_TRACE(words.front());
-      EXPECT_EQ(Run(words, "{}"), Fails(static_cast<int>(status), "reason"));
+    for (const char* line :
+         {"get s k", "set s k v",      "set s k v l w", "exists s k", "exists s",    "list",  "list s",
+          "show",    "show s",         "unset s k",     "unset -r s", "clear --yes", "flush", "dump",
+          "load -",  "load --replace", "edit",          "diff -",     "watch",       "usage"}) {
+      SCOPED_TRACE(line);
+      EXPECT_EQ(Run(Split(line), "{}"), Fails(static_cast<int>(status), "reason"));
     }
   }
 }
@@ -57,10 +39,9 @@ TEST_F(Program, ReportsAChangeThatTheDaemonCouldNotWrite) {
   const test_support::TempDir directory;
   ::setenv("TMPDIR", directory.Path().c_str(), 1);
   ::setenv("EDITOR", "sed -i s/=v/=w/", 1);
-  for (const Words& words :
-       {Words{"load"}, {"set", "--flush", "s", "k", "w"}, {"set", "s", "k", "w", "l", "w"}, {"edit"}}) {
+  for (const std::string line : {"load", "set --flush s k w", "set s k w l w", "edit"}) {
     for (const bool is_changed : {true, false}) {
-      SCOPED_TRACE(words.front());
+      SCOPED_TRACE(line);
       back_end->WriteJson(R"({"s":{"k":"v","l":"w"}})");
       registry.OnCall([&, is_changed](const std::string& call) {
         if (call == "Flush" || call == "WriteJson") {
@@ -68,9 +49,9 @@ TEST_F(Program, ReportsAChangeThatTheDaemonCouldNotWrite) {
           throw Failure(ExitStatus::DaemonError, "reason");
         }
       });
-      const auto [status, output, error] = Run(words, R"({"s":{"k":"w"}})");
+      const auto [status, output, error] = Run(Split(line), R"({"s":{"k":"w"}})");
       EXPECT_EQ(status, 9);
-      const bool is_reported = is_changed || std::count(words.begin(), words.end(), "--flush") != 0;
+      const bool is_reported = is_changed || line.find("--flush") != std::string::npos;
       EXPECT_EQ(error.find(is_reported ? "ledgerctl: changed, but not written: reason\n" : "ledgerctl: reason\n"), 0u)
           << error;
     }
@@ -81,10 +62,9 @@ TEST_F(Program, ReportsAChangeThatTheDaemonCouldNotWrite) {
 TEST_F(Program, ReportsAFullDisk) {
   back_end->Write("s", "k", "v");
   const bramble::FileDescriptor full = bramble::Open("/dev/full", O_WRONLY);
-  for (const Words& words :
-       {Words{"get", "s", "k"}, {"list"}, {"show"}, {"dump"}, {"usage"}, {"help"}, {"--version"}}) {
+  for (const char* line : {"get s k", "list", "show", "dump", "usage", "help", "--version"}) {
     const MemoryFile error;
-    EXPECT_EQ(RunOn(registry, words, full.Get(), error.Fd()), 10);
+    EXPECT_EQ(RunOn(registry, Split(line), full.Get(), error.Fd()), 10);
     EXPECT_EQ(error.Text(), "ledgerctl: standard output: No space left on device\n");
   }
 }
