@@ -70,8 +70,8 @@ class Ledgerctl:
 
 @contextlib.contextmanager
 def fake_daemon(bus, answer):
-    """Another service that has the daemon's name. `answer` gets each call and returns a list of arguments, or an error's
-    name and message as a tuple, or None to end the service without an answer."""
+    """Another service that has the daemon's name. `answer` gets each call and returns a list of arguments, or a tuple
+    of an error's name and message, or None to end the service without an answer."""
     service = RawClient(bus)
     assert service.call_bus("RequestName", BUS_NAME, 0).kind == METHOD_RETURN
 

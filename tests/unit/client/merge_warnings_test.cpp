@@ -41,7 +41,8 @@ TEST(RefuseLosses, ReportsWhatARestartLoses) {
 TEST(RefuseLosses, AcceptsWhatTheFileKeeps) {
   const test_client::MemoryFile file;
   const char* const document =
-      R"({"s":{"k":"[","a[":"","[gone":null,"":"x","n\u0000":null,"[U":"set first","[u":null},"e":{},"[t":{"a":"\n"}})";
+      R"({"s":{"k":"[","a[":"","[gone":null,"":"x","n\u0000":null,"[U":"set first","[u":null},"e":{})"
+      R"(,"[t":{"a=b":"\n"}})";
   RefuseLosses(ParseMerge(document, "x"), false, ExitStatus::NotADocument, Messages(file.Fd(), false));
   EXPECT_EQ(file.Text(), "");
 }
