@@ -1,6 +1,5 @@
 #include "lib/platform/condition_variable.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <boost/thread/recursive_mutex.hpp>
@@ -8,73 +7,49 @@
 #include <limits>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 #include "lib/platform/monotonic_time.h"
-#include "tests/unit/platform/bounded_wait.h"
-#include "tests/unit/platform/threads.h"
+#include "tests/unit/platform/platform_test.h"
 
-using bramble::AddMicroseconds;
-using bramble::get_monotonic_time;
-using bramble::IsBefore;
+using namespace test_platform;
 
 namespace {
 
-// For no reason at times; but a wait that does not wait gives many.
+// Spurious wake-ups are rare. A wait that does not sleep causes many.
 constexpr int kMostWakings = 10;
-
-struct StandardLock {
-  using Mutex = std::mutex;
-  using Lock = std::unique_lock<std::mutex>;
-};
-
-struct RecursiveLock {
-  using Mutex = boost::recursive_mutex;
-  using Lock = boost::unique_lock<boost::recursive_mutex>;
-};
-
-template <typename Mutex>
-bool IsFreeForOthers(Mutex& mutex) {
-  bool is_free = false;
-  std::thread([&] {
-    is_free = mutex.try_lock();
-    if (is_free) {
-      mutex.unlock();
-    }
-  }).join();
-  return is_free;
-}
 
 }  // namespace
 
-template <typename Kind>
+template <typename LockType>
 class ConditionVariable : public testing::Test {
 protected:
-  using Lock = typename Kind::Lock;
+  using Lock = LockType;
 
-  typename Kind::Mutex m_mutex;
-  bramble::condition_variable_any m_condition;
+  void Notify() {
+    const Lock lock(m_mutex);
+    m_flag = true;
+    m_condition.notify_all();
+  }
+
+  void ExpectHeld(const Lock& lock) {
+    EXPECT_TRUE(lock.owns_lock());
+    bool is_free = false;
+    std::thread([&] {
+      is_free = m_mutex.try_lock();
+      if (is_free) {
+        m_mutex.unlock();
+      }
+    }).join();
+    EXPECT_FALSE(is_free);
+  }
+
+  typename Lock::mutex_type m_mutex;
+  condition_variable_any m_condition;
   bool m_flag = false;
 };
 
-using LockKinds = testing::Types<StandardLock, RecursiveLock>;
-TYPED_TEST_SUITE(ConditionVariable, LockKinds, );
-
-TYPED_TEST(ConditionVariable, WaitsUntilItIsNotified) {
-  typename TestFixture::Lock lock(this->m_mutex);
-  std::thread notifier([this] {
-    // Gets the lock only because the wait releases it.
-    const typename TestFixture::Lock notifier_lock(this->m_mutex);
-    this->m_flag = true;
-    this->m_condition.notify_all();
-  });
-  while (!this->m_flag) {
-    this->m_condition.wait(lock);
-  }
-  EXPECT_TRUE(lock.owns_lock());
-  EXPECT_FALSE(IsFreeForOthers(this->m_mutex));
-  notifier.join();
-}
+using Locks = testing::Types<std::unique_lock<std::mutex>, boost::unique_lock<boost::recursive_mutex>>;
+TYPED_TEST_SUITE(ConditionVariable, Locks, );
 
 TYPED_TEST(ConditionVariable, WakesEveryWaiter) {
   int waiting = 0;
@@ -87,76 +62,58 @@ TYPED_TEST(ConditionVariable, WakesEveryWaiter) {
       while (!this->m_flag) {
         this->m_condition.wait(lock);
       }
+      this->ExpectHeld(lock);
       ++woken;
     });
   }
-  EXPECT_TRUE(test_platform::WaitUntil([&] {
+  EXPECT_TRUE(WaitUntil([&] {
+    // Gets the lock only because a wait releases it.
     const typename TestFixture::Lock lock(this->m_mutex);
     return waiting == 3;
   }));
-  {
-    const typename TestFixture::Lock lock(this->m_mutex);
-    this->m_flag = true;
-    this->m_condition.notify_all();
-  }
+  this->Notify();
   for (std::thread& waiter : waiters) {
     waiter.join();
   }
   EXPECT_EQ(woken, 3);
 }
 
-TYPED_TEST(ConditionVariable, WaitsForADeadlineThatNeverComesUntilItIsNotified) {
-  const timespec deadline = AddMicroseconds(get_monotonic_time(), std::numeric_limits<std::uint64_t>::max());
-  typename TestFixture::Lock lock(this->m_mutex);
-  std::thread notifier([this, waiting = ::gettid()] {
-    EXPECT_TRUE(test_platform::WaitUntil([waiting] { return test_platform::Sleeps(waiting); }));
-    const typename TestFixture::Lock notifier_lock(this->m_mutex);
-    this->m_flag = true;
-    this->m_condition.notify_all();
-  });
-  int wakings = 0;
-  while (!this->m_flag) {
-    this->m_condition.wait_until(lock, deadline);
-    ++wakings;
+TYPED_TEST(ConditionVariable, SleepsUntilItIsNotifiedBeforeTheDeadline) {
+  for (const std::uint64_t microseconds : {std::uint64_t{30000000}, std::numeric_limits<std::uint64_t>::max()}) {
+    SCOPED_TRACE(microseconds);
+    const timespec start = get_monotonic_time();
+    typename TestFixture::Lock lock(this->m_mutex);
+    std::thread notifier([this, waiting = ::gettid()] {
+      EXPECT_TRUE(WaitUntil([waiting] { return Sleeps(waiting); }));
+      this->Notify();
+    });
+    int wakings = 0;
+    for (this->m_flag = false; !this->m_flag; ++wakings) {
+      this->m_condition.wait_until(lock, AddMicroseconds(start, microseconds));
+    }
+    EXPECT_LE(wakings, kMostWakings);
+    EXPECT_TRUE(IsBefore(get_monotonic_time(), AddMicroseconds(start, 20000000)));
+    notifier.join();
   }
-  EXPECT_LE(wakings, kMostWakings);
-  notifier.join();
 }
 
-TYPED_TEST(ConditionVariable, WaitsForADeadlineOnTheMonotonicClock) {
+TYPED_TEST(ConditionVariable, SleepsUntilTheDeadlineOnTheMonotonicClock) {
   typename TestFixture::Lock lock(this->m_mutex);
   const timespec deadline = AddMicroseconds(get_monotonic_time(), 30000);
   int wakings = 0;
-  while (IsBefore(get_monotonic_time(), deadline)) {
+  for (; IsBefore(get_monotonic_time(), deadline); ++wakings) {
     this->m_condition.wait_until(lock, deadline);
-    ++wakings;
   }
   EXPECT_GE(wakings, 1);
-  EXPECT_LE(wakings, kMostWakings) << "it must sleep, not spin";
-  EXPECT_TRUE(lock.owns_lock());
-  EXPECT_FALSE(IsFreeForOthers(this->m_mutex));
+  EXPECT_LE(wakings, kMostWakings);
+  this->ExpectHeld(lock);
 }
 
-TYPED_TEST(ConditionVariable, ReturnsAtOnceWhenTheDeadlineHasPassed) {
+TYPED_TEST(ConditionVariable, ReturnsAtOnceIfTheDeadlineHasPassed) {
   typename TestFixture::Lock lock(this->m_mutex);
   const timespec start = get_monotonic_time();
   this->m_condition.wait_until(lock, timespec{0, 1});
   this->m_condition.wait_until(lock, start);
   EXPECT_TRUE(IsBefore(get_monotonic_time(), AddMicroseconds(start, 10000000)));
   EXPECT_TRUE(lock.owns_lock());
-}
-
-TYPED_TEST(ConditionVariable, IsNotifiedBeforeTheDeadline) {
-  typename TestFixture::Lock lock(this->m_mutex);
-  const timespec start = get_monotonic_time();
-  std::thread notifier([this] {
-    const typename TestFixture::Lock notifier_lock(this->m_mutex);
-    this->m_flag = true;
-    this->m_condition.notify_all();
-  });
-  while (!this->m_flag) {
-    this->m_condition.wait_until(lock, AddMicroseconds(start, 30000000));
-  }
-  EXPECT_TRUE(IsBefore(get_monotonic_time(), AddMicroseconds(start, 20000000)));
-  notifier.join();
 }

@@ -1,105 +1,58 @@
+// Daemons that become ready, and how they are signalled and stopped.
 #include "lib/platform/daemonise.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
-#include <filesystem>
-#include <string>
+#include <cstring>
 
-#include "tests/unit/platform/bounded_wait.h"
 #include "tests/unit/platform/daemonise_fixture.h"
-#include "tests/unit/platform/threads.h"
-#include "tests/unit/support/forked_child.h"
-#include "tests/unit/support/private_mounts.h"
-#include "tests/unit/support/temp_dir.h"
+#include "tests/unit/platform/victim.h"
+#include "tests/unit/platform/wrapped_process_calls.h"
 
-using bramble::Daemonise;
-using test_platform::BeReady;
-using test_platform::BoundLife;
-using test_platform::DaemoniseTest;
-using test_platform::kLong;
-using test_platform::kPidFile;
-using test_platform::Start;
-using test_platform::WaitUntil;
-using test_support::ReadTextFile;
-using test_support::RunInChild;
-using test_support::TempDir;
-using test_support::WriteTextFile;
-
-namespace {
-
-std::string Disposition(int signal) {
-  struct sigaction action;
-  ::sigaction(signal, nullptr, &action);
-  return action.sa_handler == SIG_DFL ? "default" : action.sa_handler == SIG_IGN ? "ignored" : "handler";
-}
-
-bool IsSameFile(int fd, const char* path) {
-  struct stat opened;
-  struct stat named;
-  return ::fstat(fd, &opened) == 0 && ::stat(path, &named) == 0 && opened.st_dev == named.st_dev &&
-         opened.st_ino == named.st_ino;
-}
-
-}  // namespace
-
-TEST_F(DaemoniseTest, LetsTheStarterGoWhenTheDaemonIsReady) { EXPECT_EQ(Start(BeReady), "<signalled: 0>"); }
+using namespace test_platform;
 
 TEST_F(DaemoniseTest, KeepsTheStarterUntilTheDaemonIsReady) {
   EXPECT_EQ(Start([](Daemonise& daemonise, pid_t starter) -> std::string {
-              // The starter writes the PID file and then has nothing to do but to wait, or to go.
+              // After it has written the PID file, the starter can only wait or end.
               const std::string stat = "/proc/" + std::to_string(starter) + "/stat";
-              const auto waits = [&stat] { return ReadTextFile(stat).find(") S ") != std::string::npos; };
               const bool waited = WaitUntil([&] {
                 return ::getppid() != starter ||
-                       (std::filesystem::exists(kPidFile) && !ReadTextFile(kPidFile).empty() && waits());
+                       (std::filesystem::exists(kPidFile) && !ReadTextFile(kPidFile).empty() &&
+                        ReadTextFile(stat).find(") S ") != std::string::npos);
               });
-              const bool there = ::getppid() == starter;
+              const bool exists = ::getppid() == starter;
               daemonise.Signal();
-              const bool gone = WaitUntil([starter] { return ::getppid() != starter; });
-              return std::string(waited && there ? "waited" : "did not wait") + (gone ? ", went" : ", stayed");
+              return std::string(waited && exists ? "waited" : "did not wait") +
+                     (WaitUntilOrphaned(starter) ? ", ended" : ", stayed");
             }),
-            "waited, went");
+            "waited, ended");
 }
 
-TEST_F(DaemoniseTest, WritesThePidFile) {
-  WriteTextFile(kPidFile, "99999999999999999999\n");
-  const std::string pid = Start([](Daemonise& daemonise, pid_t) {
-    daemonise.Signal();
-    return std::to_string(::getpid());
-  });
-  EXPECT_EQ(ReadTextFile(kPidFile), pid + "\n");
-}
-
-TEST_F(DaemoniseTest, PassesOverAPidFileThatCannotBeWritten) {
+TEST_F(DaemoniseTest, IgnoresAPidFileThatCannotBeWritten) {
   std::filesystem::create_directory(kPidFile);
   EXPECT_EQ(Start(BeReady), "<signalled: 0>");
 }
 
-TEST_F(DaemoniseTest, LeavesTheStarterWithoutDestructorsAndFlushing) {
+TEST_F(DaemoniseTest, EndsTheStarterWithoutDestructorsAndFlushing) {
   const TempDir dir;
   EXPECT_EQ(RunInChild([&]() -> std::string {
               BoundLife();
-              struct Tells {
-                ~Tells() { WriteTextFile(path, ::getpid() == owner ? "starter" : "daemon"); }
+              struct Recorder {
+                ~Recorder() { WriteTextFile(path, ::getpid() == owner ? "starter" : "daemon"); }
                 std::string path;
                 pid_t owner;
               };
-              std::FILE* const file = std::fopen((dir / "buffered").c_str(), "we");
-              std::fputs("never written", file);
-              const Tells tells{dir / "destroyed", ::getpid()};
+              std::fputs("never written", std::fopen((dir / "buffered").c_str(), "we"));
+              const Recorder recorder{dir / "destroyed", ::getpid()};
               Daemonise daemonise("ledgd");
               daemonise.Prepare(kLong);
-              const pid_t starter = ::getppid();
               daemonise.Signal();
-              WaitUntil([starter] { return ::getppid() != starter; });
-              return std::filesystem::exists(dir / "destroyed") ? "destroyed" : "left";
+              WaitUntilOrphaned(recorder.owner);
+              return std::filesystem::exists(dir / "destroyed") ? "destroyed" : "not destroyed";
             }),
-            "left");
+            "not destroyed");
   EXPECT_EQ(ReadTextFile(dir / "destroyed"), "daemon");
   EXPECT_EQ(ReadTextFile(dir / "buffered"), "");
 }
@@ -111,15 +64,22 @@ TEST_F(DaemoniseTest, DetachesTheDaemon) {
   EXPECT_EQ(Start([&](Daemonise& daemonise, pid_t) {
               std::string wrong;
               const auto check = [&wrong](const char* what, bool right) { wrong += right ? "" : what; };
+              const auto is = [](int fd, const std::string& path, int mode) {
+                struct stat opened;
+                struct stat named;
+                return ::fstat(fd, &opened) == 0 && ::stat(path.c_str(), &named) == 0 &&
+                       opened.st_dev == named.st_dev && opened.st_ino == named.st_ino &&
+                       (::fcntl(fd, F_GETFL) & O_ACCMODE) == mode;
+              };
               check("session;", ::getsid(0) == ::getpid());
               check("process group;", ::getpgrp() == ::getpid());
               check("working directory;", std::filesystem::current_path() == "/");
-              check("name;", test_platform::OwnThreadName() == "ledgd");
+              check("name;", OwnThreadName() == "ledgd");
               check("umask;", ::umask(0) == 027);
-              check("standard input;", IsSameFile(0, "/dev/null") && (::fcntl(0, F_GETFL) & O_ACCMODE) == O_RDONLY);
-              check("standard output;", IsSameFile(1, "/dev/kmsg") && (::fcntl(1, F_GETFL) & O_ACCMODE) == O_WRONLY);
-              check("standard error;", IsSameFile(2, "/dev/kmsg") && (::fcntl(2, F_GETFL) & O_ACCMODE) == O_WRONLY);
-              check("other descriptor;", IsSameFile(other, dir.Path().c_str()));
+              check("standard input;", is(0, "/dev/null", O_RDONLY));
+              check("standard output;", is(1, "/dev/kmsg", O_WRONLY));
+              check("standard error;", is(2, "/dev/kmsg", O_WRONLY));
+              check("other descriptor;", is(other, dir.Path(), O_RDONLY));
               daemonise.Signal();
               return wrong;
             }),
@@ -128,84 +88,77 @@ TEST_F(DaemoniseTest, DetachesTheDaemon) {
   ::umask(mask);
 }
 
-TEST_F(DaemoniseTest, PrintsToTheKernelLogLineByLine) {
-  test_support::ClearKernelLog();
-  EXPECT_EQ(Start([](Daemonise& daemonise, pid_t) {
-              std::fputs("one line\nhalf", stderr);
-              daemonise.Signal();
-              return test_support::KernelLog();
-            }),
-            "one line\n");
-}
-
-TEST_F(DaemoniseTest, SetsSignalDispositions) {
-  const struct {
-    int signal;
-    const char* name;
-    const char* expected;
-  } rows[] = {
-      {SIGCHLD, "SIGCHLD", "default"}, {SIGTSTP, "SIGTSTP", "ignored"}, {SIGTTOU, "SIGTTOU", "ignored"},
-      {SIGTTIN, "SIGTTIN", "ignored"}, {SIGHUP, "SIGHUP", "ignored"},   {SIGTERM, "SIGTERM", "default"},
-      {SIGUSR1, "SIGUSR1", "ignored"}, {SIGINT, "SIGINT", "handler"},   {SIGQUIT, "SIGQUIT", "handler"},
-      {SIGUSR2, "SIGUSR2", "handler"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    const auto before = std::signal(row.signal, [](int) {});
-    EXPECT_EQ(Start([&row](Daemonise& daemonise, pid_t) {
-                const std::string disposition = Disposition(row.signal);
+TEST_F(DaemoniseTest, SetsSignalDispositionsAndUnblocksTheSignalsOfTheHandshakeOnly) {
+  const int signals[] = {SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN, SIGHUP, SIGTERM, SIGUSR1, SIGINT, SIGQUIT, SIGUSR2};
+  EXPECT_EQ(RunInChild([&] {
+              sigset_t blocked;
+              ::sigemptyset(&blocked);
+              for (const int signal : signals) {
+                std::signal(signal, [](int) {});
+              }
+              for (const int signal : {SIGCHLD, SIGUSR1, SIGUSR2}) {
+                ::sigaddset(&blocked, signal);
+              }
+              ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+              return Start([&](Daemonise& daemonise, pid_t) {
+                sigset_t mask;
+                ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+                std::string seen;
+                for (const int signal : signals) {
+                  const auto handler = std::signal(signal, SIG_DFL);
+                  seen += ::strsignal(signal) + std::string(handler == SIG_DFL   ? ": default"
+                                                            : handler == SIG_IGN ? ": ignored"
+                                                                                 : ": handler");
+                  seen += ::sigismember(&mask, signal) == 1 ? ", blocked\n" : "\n";
+                }
                 daemonise.Signal();
-                return disposition;
-              }),
-              row.expected);
-    std::signal(row.signal, before);
-  }
+                return seen;
+              });
+            }),
+            "Child exited: default\nStopped: ignored\nStopped (tty output): ignored\nStopped (tty input): ignored\n"
+            "Hangup: ignored\nTerminated: default\nUser defined signal 1: ignored\nInterrupt: handler\n"
+            "Quit: handler\nUser defined signal 2: handler, blocked\n");
 }
 
-TEST_F(DaemoniseTest, UnblocksTheSignalsOfTheHandshakeOnly) {
-  sigset_t before;
-  sigset_t blocked;
-  ::sigemptyset(&blocked);
-  for (const int signal : {SIGCHLD, SIGUSR1, SIGUSR2}) {
-    ::sigaddset(&blocked, signal);
-  }
-  ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
-  EXPECT_EQ(Start([](Daemonise& daemonise, pid_t) {
-              sigset_t now;
-              ::pthread_sigmask(SIG_SETMASK, nullptr, &now);
-              daemonise.Signal();
-              std::string names;
-              for (const int signal : {SIGCHLD, SIGUSR1, SIGUSR2, SIGTERM, SIGHUP}) {
-                names += ::sigismember(&now, signal) == 1 ? std::to_string(signal) + ";" : "";
-              }
-              return names;
-            }),
-            std::to_string(SIGUSR2) + ";");
-  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+TEST_F(DaemoniseTest, SignalsTheParentIfPrepareWasNotCalled) {
+  const FakeProcess parent(1);
+  EXPECT_EQ(Daemonise("ledgd").Signal(), 0);
+  EXPECT_EQ(Daemonise("ledgd").Signal(), -1) << "it returns the result of kill()";
+  const std::string call = "kill " + std::to_string(::getppid()) + " 10";
+  EXPECT_THAT(parent.Calls(), testing::ElementsAre(call, call));
 }
 
-TEST_F(DaemoniseTest, HearsADaemonThatIsReadyBeforeTheStarterWaits) {
-  // Until somebody reads, the starter hangs in opening its PID file.
-  ASSERT_EQ(::mkfifo(kPidFile, 0600), 0);
-  EXPECT_EQ(Start([](Daemonise& daemonise, pid_t) {
-              daemonise.Signal();
-              return ReadTextFile(kPidFile) == std::to_string(::getpid()) + "\n" ? "ready first" : "wrong PID file";
-            }),
-            "ready first");
+TEST_F(DaemoniseTest, SignalsNobodyIfTheStarterHasEnded) {
+  EXPECT_THAT(Start(
+                  [](Daemonise& daemonise, pid_t starter) {
+                    WaitUntilOrphaned(starter);
+                    const FakeProcess adopter(1);
+                    const int result = daemonise.Signal();
+                    const int error_number = errno;
+                    return "<" + std::to_string(result) + ", error " + std::to_string(error_number) + ", " +
+                           std::to_string(adopter.Calls().size()) + " signals>";
+                  },
+                  milliseconds(20)),
+              testing::HasSubstr("<-1, error 3, 0 signals>"));
+  EXPECT_EQ(m_captured.Take(), "ledgd: Child failed to get going\n");
 }
 
-TEST_F(DaemoniseTest, PrefersTheReportOfADaemonThatDiesAfterIt) {
-  ASSERT_EQ(::mkfifo(kPidFile, 0600), 0);
-  EXPECT_EQ(Start([](Daemonise& daemonise, pid_t) -> std::string {
-              const pid_t daemon = ::getpid();
-              daemonise.Signal();
-              if (::fork() != 0) {
-                ::_exit(3);
-              }
-              BoundLife();
-              WaitUntil([daemon] { return ::getppid() != daemon; });
-              ReadTextFile(kPidFile);
-              return "reported and died";
-            }),
-            "reported and died");
+TEST_F(DaemoniseTest, KillsTheDaemonThatThePidFileNamesAndLeavesTheFile) {
+  Victim victim("ledgd");
+  const std::string pid = std::to_string(victim.Pid());
+  WriteTextFile(kPidFile, pid + "\n");
+  // The process has not been reaped, so it exists until the timeout.
+  EXPECT_EQ(Daemonise("ledgd").Kill(milliseconds(1)), 0);
+  EXPECT_EQ(m_captured.Take(), "PID " + pid + " didn't exit from signal 15. Trying harder.\n");
+  EXPECT_EQ(victim.Reap(), SIGTERM);
+  EXPECT_EQ(ReadTextFile(kPidFile), pid + "\n");
+}
+
+TEST_F(DaemoniseTest, ThrowsIfNoDaemonOfItsNameIsRunning) {
+  ExpectErrno(ENOENT, "ReadPidFile:ledgd: No such file or directory (2)", [] { Daemonise("ledgd").Kill(kLong); });
+  const Victim victim("other");
+  WriteTextFile(kPidFile, std::to_string(victim.Pid()) + "\n");
+  ExpectErrno(ENOENT, "ReadPidFile:other: No such file or directory (2)", [] { Daemonise("other").Kill(kLong); });
+  ExpectErrno(ESRCH, "ReadPidFile:ledgd: No such process (3)", [] { Daemonise("ledgd").Kill(kLong); });
+  EXPECT_EQ(m_captured.Take(), "PID file exists but ledgd not running\n");
 }

@@ -1,20 +1,29 @@
 #include "lib/platform/hex_dump.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
-#include <string>
 
-#include "tests/unit/platform/recording_trace.h"
+#include "lib/platform/trace.h"
+#include "tests/unit/platform/platform_test.h"
 
-using bramble::HexDump;
-using test_platform::RecordingTrace;
+using namespace test_platform;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
+
+class RecordingTrace : public BaseTrace {
+public:
+  void Emit(const std::string& text) override { texts.push_back(text); }
+  void Flush() override {}
+
+  std::vector<std::string> texts;
+};
+
+class RefusingTrace : public RecordingTrace {
+public:
+  void Emit(const std::string&) override { throw std::runtime_error("refused"); }
+};
 
 std::string Address(const void* pointer) {
   char text[32];
@@ -22,49 +31,26 @@ std::string Address(const void* pointer) {
   return text;
 }
 
-class RefusingTrace : public bramble::BaseTrace {
-public:
-  void Emit(const std::string&) override { throw std::runtime_error("refused"); }
-  void Flush() override {}
-};
-
 }  // namespace
 
-TEST(HexDump, PadsTheSecondLineOfTwentyBytes) {
-  const char data[] = "ABCDEFGHIJKLMNOPQRS~";
-  RecordingTrace sink;
-  HexDump(sink, data, 20);
-  EXPECT_THAT(sink.texts,
-              ElementsAre(Address(data) + "41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50 ABCDEFGHIJKLMNOP\n",
-                          Address(data + 16) + "51 52 53 7e " + std::string(36, ' ') + "QRS~\n"));
-}
-
-TEST(HexDump, BreaksLinesAfterSixteenBytes) {
-  const struct {
-    const char* name;
-    std::size_t length;
-    std::size_t lines;
-  } rows[] = {{"one", 1, 1},        {"fifteen", 15, 1}, {"sixteen", 16, 1},
-              {"seventeen", 17, 2}, {"32", 32, 2},      {"33", 33, 3}};
-  const std::string data(40, 'x');
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+TEST(HexDump, StartsALineAfterEachSixteenBytes) {
+  const char digits[] = "41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50 ";
+  const char characters[] = "ABCDEFGHIJKLMNOPABCDEFGHIJKLMNOPA";
+  for (const std::size_t length : {0U, 1U, 15U, 16U, 17U, 20U, 32U, 33U}) {
+    SCOPED_TRACE(length);
+    std::vector<std::string> lines;
+    for (std::size_t offset = 0; offset < length; offset += 16) {
+      const std::size_t count = std::min<std::size_t>(16, length - offset);
+      lines.push_back(Address(characters + offset) + std::string(digits, 3 * count) +
+                      std::string(3 * (16 - count), ' ') + std::string(characters, count) + "\n");
+    }
     RecordingTrace sink;
-    HexDump(sink, data.data(), row.length);
-    EXPECT_EQ(sink.texts.size(), row.lines);
-    const std::string& last = sink.texts.back();
-    EXPECT_EQ(last.size() - last.find(": "), 2 + 16 * 3 + (row.length - 1) % 16 + 1 + 1) << last;
+    HexDump(sink, characters, length);
+    EXPECT_EQ(sink.texts, lines);
   }
 }
 
-TEST(HexDump, EmitsNothingForAnEmptyRange) {
-  RecordingTrace sink;
-  HexDump(sink, nullptr, 0);
-  HexDump(sink, "x", 0);
-  EXPECT_THAT(sink.texts, IsEmpty());
-}
-
-TEST(HexDump, ShowsWhatIsNotPrintableAsDots) {
+TEST(HexDump, ShowsBytesThatAreNotPrintableAsDots) {
   const unsigned char data[] = {0, 31, 32, 126, 127, 128, 255, '%', '\n'};
   RecordingTrace sink;
   HexDump(sink, data, sizeof data);
@@ -73,35 +59,25 @@ TEST(HexDump, ShowsWhatIsNotPrintableAsDots) {
 }
 
 TEST(HexDump, EmitsTheTitleFirst) {
-  const struct {
-    const char* name;
-    const char* title;
-    const char* emitted;
-  } rows[] = {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
       {"plain", "Title", "Title\n"},
-      {"with line feed", "Title\n", "Title\n"},
+      {"with a newline", "Title\n", "Title\n"},
       {"empty", "", ""},
-      {"line feed alone", "\n", "\n"},
-      {"line feed inside", "a\nb", "a\nb\n"},
+      {"newline alone", "\n", "\n"},
+      {"newline inside", "a\nb", "a\nb\n"},
       {"conversions", "%s %d 100%", "%s %d 100%\n"},
   };
   const char data[] = "Z";
-  const std::string line = Address(data) + "5a " + std::string(45, ' ') + "Z\n";
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+  for (const auto& [name, title, emitted] : rows) {
+    SCOPED_TRACE(name);
     RecordingTrace sink;
-    HexDump(sink, row.title, data, 1);
-    EXPECT_THAT(sink.texts, ElementsAre(row.emitted, line));
+    HexDump(sink, title, data, 1);
+    HexDump(sink, title, nullptr, 0);
+    EXPECT_THAT(sink.texts, ElementsAre(emitted, Address(data) + "5a " + std::string(45, ' ') + "Z\n", emitted));
   }
 }
 
-TEST(HexDump, EmitsTheTitleOfAnEmptyRange) {
-  RecordingTrace sink;
-  HexDump(sink, "Title", nullptr, 0);
-  EXPECT_THAT(sink.texts, ElementsAre("Title\n"));
-}
-
-TEST(HexDump, PassesOnWhatTheSinkThrows) {
+TEST(HexDump, PassesOnTheExceptionsOfTheSink) {
   RefusingTrace sink;
   EXPECT_THROW(HexDump(sink, "x", 1), std::runtime_error);
   EXPECT_THROW(HexDump(sink, "Title", "x", 1), std::runtime_error);

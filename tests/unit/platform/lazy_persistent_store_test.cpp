@@ -1,22 +1,20 @@
-// What the store accepts, returns and writes, apart from time: these stores have a delay that never passes.
+// The texts that the store accepts, returns and writes. The delay of these stores never passes.
 #include "lib/platform/lazy_persistent_store.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <type_traits>
-#include <vector>
 
-#include "tests/unit/platform/bounded_wait.h"
-#include "tests/unit/platform/threads.h"
-#include "tests/unit/support/captured_stderr.h"
+#include "tests/unit/platform/platform_test.h"
 #include "tests/unit/support/stores.h"
 
-using test_support::RecordingStore;
+using namespace test_platform;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -29,7 +27,7 @@ constexpr std::uint32_t kHour = 3600 * 1000;
 
 class LazyStore : public testing::Test {
 protected:
-  test_support::CapturedStderr m_stderr;
+  CapturedStderr m_stderr;
   std::shared_ptr<RecordingStore> m_store = std::make_shared<RecordingStore>("stored", 10);
   std::unique_ptr<LazyPersistentStore> m_lazy = std::make_unique<LazyPersistentStore>(m_store, kHour);
 };
@@ -47,28 +45,46 @@ private:
   int m_attempts = 0;
 };
 
+// Notices calls of Capacity during a write.
+class BusyStore : public RecordingStore {
+public:
+  void Write(const std::string& text) override {
+    m_writing = true;
+    RecordingStore::Write(text);
+    m_writing = false;
+  }
+
+  std::uint32_t Capacity() override {
+    m_disturbed = m_disturbed || m_writing;
+    return 10;
+  }
+
+  bool WasDisturbed() const { return m_disturbed; }
+
+private:
+  std::atomic<bool> m_writing{false};
+  std::atomic<bool> m_disturbed{false};
+};
+
 }  // namespace
 
-TEST_F(LazyStore, ReadsTheUnderlyingStoreOnceAndOnlyWhenAsked) {
+TEST_F(LazyStore, ReadsTheUnderlyingStoreOnceAndOnDemand) {
+  EXPECT_EQ(m_lazy->Capacity(), 10U);
   EXPECT_EQ(m_store->Reads(), 0);
   EXPECT_EQ(m_lazy->Read(), "stored");
   EXPECT_EQ(m_lazy->Read(), "stored");
+  m_lazy->Write("pending");
+  EXPECT_EQ(m_lazy->Read(), "pending");
   EXPECT_EQ(m_store->Reads(), 1);
 }
 
 TEST_F(LazyStore, ReturnsTheAcceptedTextWithoutReading) {
   m_lazy->Write("pending");
   EXPECT_EQ(m_lazy->Read(), "pending");
+  EXPECT_THAT(m_store->Writes(), IsEmpty()) << "it is written without a flush";
   m_lazy->Flush();
   EXPECT_EQ(m_lazy->Read(), "pending");
   EXPECT_EQ(m_store->Reads(), 0);
-}
-
-TEST_F(LazyStore, ReturnsTheAcceptedTextAfterReading) {
-  EXPECT_EQ(m_lazy->Read(), "stored");
-  m_lazy->Write("pending");
-  EXPECT_EQ(m_lazy->Read(), "pending");
-  EXPECT_EQ(m_store->Reads(), 1);
 }
 
 TEST_F(LazyStore, ReadsAgainAfterAReadThatThrew) {
@@ -78,87 +94,64 @@ TEST_F(LazyStore, ReadsAgainAfterAReadThatThrew) {
   EXPECT_EQ(lazy.Read(), "second");
 }
 
-TEST_F(LazyStore, DoesNotWriteByItself) {
-  m_lazy->Write("pending");
-  EXPECT_EQ(m_lazy->Read(), "pending");
-  EXPECT_THAT(m_store->Writes(), IsEmpty());
-}
-
-TEST_F(LazyStore, FlushWritesAtOnce) {
+TEST_F(LazyStore, FlushWritesTheLastAcceptedTextOnce) {
+  m_lazy->Flush();
+  EXPECT_THAT(m_store->Writes(), IsEmpty()) << "nothing was read";
+  m_lazy->Read();
+  m_lazy->Flush();
+  EXPECT_THAT(m_store->Writes(), IsEmpty()) << "nothing was changed";
   m_lazy->Write("one");
   const std::string copied = "two";
   m_lazy->Write(copied);
   m_lazy->Flush();
+  m_lazy->Flush();
   EXPECT_THAT(m_store->Writes(), ElementsAre("two"));
-}
-
-TEST_F(LazyStore, FlushWritesNothingWhenNothingIsPending) {
-  m_lazy->Flush();
-  EXPECT_THAT(m_store->Writes(), IsEmpty()) << "nothing loaded";
   m_lazy->Read();
-  m_lazy->Flush();
-  EXPECT_THAT(m_store->Writes(), IsEmpty()) << "only read";
-  m_lazy->Write("one");
-  m_lazy->Flush();
-  m_lazy->Flush();
-  EXPECT_THAT(m_store->Writes(), ElementsAre("one")) << "already written";
+  m_lazy.reset();
+  EXPECT_THAT(m_store->Writes(), ElementsAre("two")) << "the destructor writes it again";
 }
 
-TEST_F(LazyStore, WritesAnEmptyTextAndAnEqualTextToo) {
-  m_lazy->Write("");
-  m_lazy->Flush();
-  m_lazy->Write("");
-  m_lazy->Flush();
-  EXPECT_THAT(m_store->Writes(), ElementsAre("", ""));
-}
-
-TEST_F(LazyStore, AcceptsATextOfExactlyTheCapacity) {
-  m_lazy->Write("0123456789");
-  m_lazy->Flush();
-  EXPECT_THAT(m_store->Writes(), ElementsAre("0123456789"));
-}
-
-TEST_F(LazyStore, RefusesATextLongerThanTheCapacity) {
-  try {
-    m_lazy->Write("0123456789a");
-    ADD_FAILURE() << "accepted";
-  } catch (const PersistentStore::Full& e) {
-    EXPECT_STREQ(e.what(), "Store full");
+TEST_F(LazyStore, WritesEmptyEqualAndLongestTexts) {
+  for (const char* text : {"", "", "0123456789"}) {
+    m_lazy->Write(text);
+    m_lazy->Flush();
   }
+  EXPECT_THAT(m_store->Writes(), ElementsAre("", "", "0123456789"));
+}
+
+TEST_F(LazyStore, RefusesATextLongerThanTheCapacityAndKeepsTheLastOne) {
+  const auto refuse = [this] {
+    try {
+      m_lazy->Write("0123456789a");
+      ADD_FAILURE() << "accepted";
+    } catch (const PersistentStore::Full& e) {
+      EXPECT_STREQ(e.what(), "Store full");
+    }
+  };
+  refuse();
   m_lazy->Flush();
   EXPECT_THAT(m_store->Writes(), IsEmpty());
-  EXPECT_EQ(m_lazy->Read(), "stored") << "nothing was loaded, and so nothing is cached";
-}
-
-TEST_F(LazyStore, KeepsTheCacheWhenItRefusesAText) {
-  EXPECT_EQ(m_lazy->Read(), "stored");
-  EXPECT_THROW(m_lazy->Write("0123456789a"), PersistentStore::Full);
+  EXPECT_EQ(m_lazy->Read(), "stored") << "the refused text is cached";
+  refuse();
   EXPECT_EQ(m_lazy->Read(), "stored");
   EXPECT_EQ(m_store->Reads(), 1);
 
   m_lazy->Write("pending");
-  EXPECT_THROW(m_lazy->Write("0123456789a"), PersistentStore::Full);
+  refuse();
   EXPECT_EQ(m_lazy->Read(), "pending");
   m_lazy->Flush();
   EXPECT_THAT(m_store->Writes(), ElementsAre("pending"));
 }
 
 TEST_F(LazyStore, HasTheCapacityOfTheUnderlyingStore) {
-  EXPECT_EQ(m_lazy->Capacity(), 10U);
   EXPECT_EQ(LazyPersistentStore(std::make_shared<RecordingStore>("", 4294967295U), kHour).Capacity(), 4294967295U);
-  EXPECT_EQ(m_store->Reads(), 0);
 }
 
-TEST_F(LazyStore, StaysPendingWhenAFlushFails) {
+TEST_F(LazyStore, KeepsTheTextPendingIfAFlushFails) {
   m_store->OnWrite([] { throw std::runtime_error("cannot write"); });
   m_lazy->Write("pending");
   for (int attempt = 0; attempt < 2; ++attempt) {
-    try {
-      m_lazy->Flush();
-      ADD_FAILURE() << "flushed";
-    } catch (const std::runtime_error& e) {
-      EXPECT_STREQ(e.what(), "cannot write");
-    }
+    ExpectRuntimeError("cannot write", [this] { m_lazy->Flush(); });
   }
   EXPECT_EQ(m_lazy->Read(), "pending");
   m_store->OnWrite(nullptr);
@@ -167,53 +160,85 @@ TEST_F(LazyStore, StaysPendingWhenAFlushFails) {
 }
 
 TEST_F(LazyStore, DestructorWritesAPendingTextBeforeTheWorkerStops) {
-  ASSERT_TRUE(test_platform::WaitUntil([] { return test_platform::HasThreadNamed("DALazyStore"); }));
+  const auto has_worker = [] { return HasThreadNamed("DALazyStore"); };
+  ASSERT_TRUE(WaitUntil(has_worker));
   bool worker_lives = false;
   std::thread::id writer;
   m_store->OnWrite([&] {
-    worker_lives = test_platform::HasThreadNamed("DALazyStore");
+    worker_lives = has_worker();
     writer = std::this_thread::get_id();
   });
   m_lazy->Write("pending");
-  m_lazy.reset();
-  EXPECT_THAT(m_store->Writes(), ElementsAre("pending"));
-  EXPECT_TRUE(worker_lives);
-  EXPECT_EQ(writer, std::this_thread::get_id());
-  EXPECT_TRUE(test_platform::WaitUntil([] { return !test_platform::HasThreadNamed("DALazyStore"); }));
-}
-
-TEST_F(LazyStore, DestructorWritesNothingWhenNothingIsPending) {
-  m_lazy->Write("one");
-  m_lazy->Flush();
-  m_lazy->Read();
-  m_lazy.reset();
-  EXPECT_THAT(m_store->Writes(), ElementsAre("one"));
-}
-
-TEST_F(LazyStore, SharesTheUnderlyingStore) {
   EXPECT_EQ(m_store.use_count(), 2);
   m_lazy.reset();
   EXPECT_EQ(m_store.use_count(), 1);
+  EXPECT_THAT(m_store->Writes(), ElementsAre("pending"));
+  EXPECT_TRUE(worker_lives);
+  EXPECT_EQ(writer, std::this_thread::get_id());
+  EXPECT_TRUE(WaitUntil([&] { return !has_worker(); }));
 }
 
-TEST_F(LazyStore, TakesCallsFromSeveralThreads) {
-  LazyPersistentStore lazy(m_store, 0);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&lazy, i] {
-      for (int j = 0; j < 100; ++j) {
-        lazy.Write(std::to_string(i));
-        EXPECT_EQ(lazy.Read().size(), 1U);
-        if (j % 10 == 0) {
-          lazy.Flush();
-        }
-      }
+TEST_F(LazyStore, KeepsOtherCallersOutOfTheUnderlyingStoreDuringAWrite) {
+  const std::tuple<const char*, void (*)(LazyPersistentStore&)> rows[] = {
+      {"Write", [](LazyPersistentStore& lazy) { lazy.Write("second"); }},
+      {"Capacity", [](LazyPersistentStore& lazy) { EXPECT_EQ(lazy.Capacity(), 10U); }},
+  };
+  for (const auto& [name, call] : rows) {
+    SCOPED_TRACE(name);
+    const auto store = std::make_shared<BusyStore>();
+    LazyPersistentStore lazy(store, kHour);
+    std::atomic<pid_t> caller{0};
+    std::thread other;
+    lazy.Write("first");
+    // The write lasts until the other thread waits for the lock or has reached the store.
+    store->OnWrite([&, call = call] {
+      other = std::thread([&, call] {
+        caller = ::gettid();
+        call(lazy);
+      });
+      EXPECT_TRUE(WaitUntil([&] { return store->WasDisturbed() || (caller != 0 && Sleeps(caller)); }));
     });
+    lazy.Flush();
+    other.join();
+    store->OnWrite(nullptr);
+    EXPECT_FALSE(store->WasDisturbed());
   }
-  for (std::thread& thread : threads) {
-    thread.join();
+}
+
+TEST(LazyStoreDeath, EndsTheProcessIfAFlushOfTheWorkerFails) {
+  const std::tuple<const char*, void (*)(), const char*> rows[] = {
+      {"system call", [] { throw ErrnoException(ENOSPC); }, "exception: No space left on device (28)"},
+      {"text with conversions", [] { throw std::runtime_error("100%s"); }, "exception: 100%s"},
+      {"full", [] { throw PersistentStore::Full(); }, "exception: Store full"},
+      {"memory", [] { throw std::bad_alloc(); }, "exception: std::bad_alloc"},
+      {"a number", [] { throw 7; }, "unknown exception"},
+      {"a text", [] { throw "text"; }, "unknown exception"},
+  };
+  for (const auto& [name, fault, message] : rows) {
+    SCOPED_TRACE(name);
+    EXPECT_ASSERTION_AND_STDERR(
+        {
+          const auto store = std::make_shared<RecordingStore>();
+          store->OnWrite(fault);
+          LazyPersistentStore lazy(store, 1);
+          lazy.Write("pending");
+          WaitUntil([] { return false; });
+          std::_Exit(0);
+        },
+        "false", "lib/platform/lazy_persistent_store.cpp", "void LazyPersistentStore::OnLazyFlush\\(\\)",
+        PrintsExactly("Lazy persistent store flush caused " + std::string(message) + "\n"));
   }
-  lazy.Write("last");
-  lazy.Flush();
-  EXPECT_EQ(m_store->Text(), "last");
+}
+
+TEST(LazyStoreDeath, EndsTheProcessIfTheFlushOfTheDestructorFails) {
+  ClearKernelLog();
+  EXPECT_EXIT(
+      {
+        const auto store = std::make_shared<RecordingStore>();
+        store->OnWrite([] { throw ErrnoException(ENOSPC); });
+        LazyPersistentStore(store, kHour).Write("pending");
+        std::_Exit(0);
+      },
+      testing::KilledBySignal(SIGABRT), testing::HasSubstr("No space left on device (28)"));
+  EXPECT_EQ(KernelLog(), "");
 }

@@ -1,27 +1,14 @@
 #include "lib/platform/memory_trace.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <pthread.h>
-
 #include <atomic>
 #include <boost/thread/exceptions.hpp>
-#include <cerrno>
-#include <csignal>
 #include <cstdarg>
-#include <functional>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "tests/unit/platform/bounded_wait.h"
-#include "tests/unit/support/aborts.h"
-#include "tests/unit/support/emulation.h"
-#include "tests/unit/support/private_mounts.h"
-#include "tests/unit/support/wrapped_calls.h"
+#include "tests/unit/platform/platform_test.h"
+#include "tests/unit/platform/wrapped_process_calls.h"
 
-using bramble::MemoryTrace;
-using wrapped_calls::FakeClock;
+using namespace test_platform;
 
 namespace {
 
@@ -35,115 +22,51 @@ constexpr timespec kNow{5, 678999999};
   va_end(args);
 }
 
-// What locking and unlocking a mutex gives on this thread, 0 for what it really gives.
-thread_local int t_lock_error = 0;
-thread_local int t_unlock_error = 0;
-
 }  // namespace
 
-// The linker's names for the doubles and for the functions that they replace.
-extern "C" {
-
-int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
-int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
-
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
-  return t_lock_error != 0 ? t_lock_error : __real_pthread_mutex_lock(mutex);
-}
-
-int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex);
-int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
-  return t_unlock_error != 0 ? t_unlock_error : __real_pthread_mutex_unlock(mutex);
-}
-
-}  // extern "C"
-
-TEST(MemoryTrace, IsEmptyBeforeTheFirstText) { EXPECT_EQ(MemoryTrace(16).Contents(), ""); }
-
-TEST(MemoryTrace, FillsTheRestOfTheRingWithBlanks) {
-  const FakeClock clock(kNow);
-  MemoryTrace trace(20);
-  trace.Emit("abc");
-  EXPECT_EQ(trace.Contents(), "     [00005.678] abc");
-}
-
-TEST(MemoryTrace, KeepsTheTailOfATextLongerThanTheRing) {
-  MemoryTrace trace(16);
-  trace.Emit("0123456789abcdefghijklmnopqrstuvwxyzABCD");
-  EXPECT_EQ(trace.Contents(), "opqrstuvwxyzABCD");
-}
-
 TEST(MemoryTrace, OverwritesTheOldestBytes) {
-  const struct {
-    const char* name;
-    std::size_t capacity;
-    std::vector<std::string> texts;
-    const char* contents;
-  } rows[] = {
+  const std::tuple<const char*, std::size_t, std::vector<std::string>, std::string> rows[] = {
+      {"no text", 16, {}, ""},
+      {"spaces before the first text", 20, {"abc"}, "     [00005.678] abc"},
       {"one byte short", 14, {"abc"}, "00005.678] abc"},
       {"just full", 15, {"abc"}, "[00005.678] abc"},
       {"full twice", 15, {"abc", "def"}, "[00005.678] def"},
       {"second text wraps", 20, {"abc", "de"}, "8] abc[00005.678] de"},
       {"empty text", 13, {""}, " [00005.678] "},
       {"one byte", 1, {"abc"}, "c"},
-      {"two", 30, {"abc", "def"}, "[00005.678] abc[00005.678] def"},
-      {"the longer one last", 16, {"a", "0123456789abcdefghij"}, "456789abcdefghij"},
+      {"two texts", 30, {"abc", "def"}, "[00005.678] abc[00005.678] def"},
+      {"longer than the buffer", 16, {"a", "0123456789abcdefghij"}, "456789abcdefghij"},
+      {"more than twice as long", 16, {"0123456789abcdefghijklmnopqrstuvwxyzABCD"}, "opqrstuvwxyzABCD"},
+      {"percent and NUL", 17, {"%s\0%d"s}, "[00005.678] %s\0%d"s},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+  for (const auto& [name, capacity, texts, contents] : rows) {
+    SCOPED_TRACE(name);
     const FakeClock clock(kNow);
-    MemoryTrace trace(row.capacity);
-    for (const std::string& text : row.texts) {
+    MemoryTrace trace(capacity);
+    trace.Flush();
+    for (const std::string& text : texts) {
       trace.Emit(text);
     }
-    EXPECT_EQ(trace.Contents(), row.contents);
+    trace.Flush();
+    EXPECT_EQ(trace.Contents(), contents);
   }
 }
 
-TEST(MemoryTrace, StampsSecondsAndMilliseconds) {
-  const struct {
-    const char* name;
-    timespec now;
-    const char* contents;
-  } rows[] = {
-      {"zero", {0, 0}, "[00000.000] x"},
-      {"below a millisecond", {0, 999999}, "[00000.000] x"},
-      {"milliseconds", {12, 7000000}, "[00012.007] x"},
-      {"last millisecond", {99999, 999999999}, "[99999.999] x"},
-      {"six digits", {100000, 10000000}, "[100000.010] x"},
+TEST(MemoryTrace, PrefixesSecondsAndMilliseconds) {
+  const std::tuple<const char*, timespec, const char*> rows[] = {
+      {"zero", {0, 0}, "[00000.000] 4 x"},
+      {"below a millisecond", {0, 999999}, "[00000.000] 4 x"},
+      {"milliseconds", {12, 7000000}, "[00012.007] 4 x"},
+      {"last millisecond", {99999, 999999999}, "[99999.999] 4 x"},
+      {"six digits", {100000, 10000000}, "[100000.010] 4 x"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    const FakeClock clock(row.now);
-    MemoryTrace trace(std::string(row.contents).size());
-    trace.Emit("x");
-    EXPECT_EQ(trace.Contents(), row.contents);
+  for (const auto& [name, now, contents] : rows) {
+    SCOPED_TRACE(name);
+    const FakeClock clock(now);
+    MemoryTrace trace(std::string(contents).size());
+    Trace(trace, "%d %s", 4, "x");
+    EXPECT_EQ(trace.Contents(), contents);
   }
-}
-
-TEST(MemoryTrace, KeepsPercentAndNulAsTheyAre) {
-  const FakeClock clock(kNow);
-  MemoryTrace trace(17);
-  trace.Emit(std::string("%s\0%d", 5));
-  EXPECT_EQ(trace.Contents(), std::string("[00005.678] %s\0%d", 17));
-}
-
-TEST(MemoryTrace, FormatsAndEmits) {
-  const FakeClock clock(kNow);
-  MemoryTrace trace(20);
-  Trace(trace, "%d %s", 42, "text");
-  EXPECT_EQ(trace.Contents(), " [00005.678] 42 text");
-}
-
-TEST(MemoryTrace, FlushChangesNothing) {
-  const FakeClock clock(kNow);
-  MemoryTrace trace(15);
-  trace.Flush();
-  EXPECT_EQ(trace.Contents(), "");
-  trace.Emit("abc");
-  trace.Flush();
-  EXPECT_EQ(trace.Contents(), "[00005.678] abc");
 }
 
 TEST(MemoryTrace, KeepsTextsOfSeveralThreadsWhole) {
@@ -156,7 +79,7 @@ TEST(MemoryTrace, KeepsTextsOfSeveralThreadsWhole) {
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&trace, &ready, i] {
       ++ready;
-      EXPECT_TRUE(test_platform::WaitUntil([&ready] { return ready == kThreads; }));
+      EXPECT_TRUE(WaitUntil([&ready] { return ready == kThreads; }));
       for (int j = 0; j < kTexts; ++j) {
         Trace(trace, "<%d%03d>", i, j);
       }
@@ -176,42 +99,41 @@ TEST(MemoryTrace, KeepsTextsOfSeveralThreadsWhole) {
   }
 }
 
-TEST(MemoryTrace, ThrowsWhenItsMutexCannotBeLocked) {
+TEST(MemoryTrace, ThrowsIfItsMutexCannotBeLocked) {
   MemoryTrace trace(16);
-  const struct {
-    const char* name;
-    std::function<void()> call;
-  } rows[] = {{"Emit", [&] { trace.Emit("x"); }}, {"Contents", [&] { trace.Contents(); }}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+  const std::tuple<const char*, std::function<void()>> rows[] = {
+      {"Emit", [&] { trace.Emit("x"); }},
+      {"Contents", [&] { trace.Contents(); }},
+  };
+  for (const auto& [name, call] : rows) {
+    SCOPED_TRACE(name);
     int error_number = 0;
-    t_lock_error = EINVAL;
     try {
-      row.call();
+      const FailingCall lock(ProcessCall::MutexLock, EINVAL);
+      call();
     } catch (const boost::lock_error& e) {
       error_number = e.native_error();
     }
-    t_lock_error = 0;
     EXPECT_EQ(error_number, EINVAL);
   }
   EXPECT_EQ(trace.Contents(), "");
 }
 
-TEST(MemoryTrace, AbortsWhenItsMutexCannotBeUnlocked) {
-  test_support::ClearKernelLog();
+TEST(MemoryTrace, AbortsIfItsMutexCannotBeUnlocked) {
+  ClearKernelLog();
   EXPECT_EXIT(
       {
         MemoryTrace trace(16);
-        t_unlock_error = EPERM;
+        const FailingCall unlock(ProcessCall::MutexUnlock, EPERM);
         trace.Emit("x");
       },
-      testing::KilledBySignal(SIGABRT), test_support::PrintsExactly(""));
-  EXPECT_THAT(test_support::KernelLog(),
+      testing::KilledBySignal(SIGABRT), PrintsExactly(""));
+  EXPECT_THAT(KernelLog(),
               testing::MatchesRegex("<2>User space assert from process [0-9]+: !.*pthread_mutex_unlock\\(&m\\)\n"
                                     "ASSERT Executing .*\n"));
 }
 
-TEST(MemoryTrace, AbortsWithoutMemoryForTheRing) {
+TEST(MemoryTrace, AbortsWithoutMemoryForTheBuffer) {
   EXPECT_ASSERTION_AND_STDERR(
       {
         MemoryTrace trace(SIZE_MAX / 4 * 3);

@@ -1,28 +1,25 @@
 #include "lib/platform/singleton.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
-#include <csignal>
 #include <new>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
 
 #include "lib/platform/posix_helpers.h"
-#include "tests/unit/support/aborts.h"
+#include "tests/unit/platform/platform_test.h"
 #include "tests/unit/support/bound_over.h"
-#include "tests/unit/support/temp_dir.h"
+
+using namespace test_platform;
 
 // A named namespace: compilers write an unnamed one in different ways.
 namespace singleton_test {
 
-// Constructors are not inlined: GCC would take the check of the object's address for a use of its members.
-class alignas(8) Thing : public bramble::Singleton<Thing> {
+// Constructors are not inlined: GCC would mistake the check of the address for a use of the members.
+class alignas(8) Thing : public Singleton<Thing> {
 public:
   [[gnu::noinline]] explicit Thing(int value = 0) : m_value(value) {
     if (value < 0) {
@@ -36,13 +33,13 @@ private:
   int m_value;
 };
 
-class alignas(8) OtherThing : public bramble::Singleton<OtherThing> {
+class alignas(8) OtherThing : public Singleton<OtherThing> {
 public:
   [[gnu::noinline]] OtherThing() {}
 };
 
-// May lie anywhere, which the base must notice.
-class Unaligned : public bramble::Singleton<Unaligned> {
+// The base must notice a wrong address.
+class Unaligned : public Singleton<Unaligned> {
 public:
   [[gnu::noinline]] Unaligned() {}
 };
@@ -51,9 +48,7 @@ public:
 
 namespace {
 
-using singleton_test::OtherThing;
-using singleton_test::Thing;
-using singleton_test::Unaligned;
+using namespace singleton_test;
 
 static_assert(!std::is_copy_constructible_v<Thing>);
 static_assert(!std::is_copy_assignable_v<Thing>);
@@ -61,36 +56,31 @@ static_assert(!std::is_move_constructible_v<Thing>);
 
 constexpr char kFile[] = "lib/platform/singleton.h";
 constexpr char kConstructor[] = ".*Singleton<.*>::Singleton\\(\\).*";
-constexpr char kDestructor[] = ".*Singleton<.*>::~Singleton\\(\\).*";
-constexpr char kGetInstance[] = ".*Singleton<.*>::GetInstance\\(\\).*";
 
-TEST(Singleton, IsReachableWhileItLives) {
+void ExpectNone() {
+  EXPECT_ASSERTION(Thing::GetInstance(), "ValidatePointer(sm_instance, kAlignment)", kFile,
+                   ".*Singleton<.*>::GetInstance\\(\\).*");
+}
+
+TEST(Singleton, IsAccessibleWhileItExists) {
   for (int value = 1; value <= 3; ++value) {
+    ExpectNone();
     Thing thing(value);
+    OtherThing other;
     EXPECT_EQ(&Thing::GetInstance(), &thing);
     EXPECT_EQ(Thing::GetInstance().Value(), value);
+    EXPECT_EQ(&OtherThing::GetInstance(), &other);
   }
+  EXPECT_THROW(Thing(-1), std::invalid_argument);
+  ExpectNone();
 }
 
-TEST(Singleton, IsOneOfEachClass) {
-  Thing thing;
-  OtherThing other;
-  EXPECT_EQ(&Thing::GetInstance(), &thing);
-  EXPECT_EQ(&OtherThing::GetInstance(), &other);
-}
-
-TEST(Singleton, EndsTheProcessWhenThereIsNone) {
-  EXPECT_ASSERTION(Thing::GetInstance(), "ValidatePointer(sm_instance, kAlignment)", kFile, kGetInstance);
-  { const Thing thing; }
-  EXPECT_ASSERTION(Thing::GetInstance(), "ValidatePointer(sm_instance, kAlignment)", kFile, kGetInstance);
-}
-
-TEST(Singleton, IsMissedInTwoRecordsOfTheKernelLog) {
-  // Keeps all that is written to it, as the kernel's own log does.
-  const test_support::TempDir dir;
+TEST(Singleton, IsReportedMissingInTwoRecordsOfTheKernelLog) {
+  // Keeps everything that is written to it, as the kernel log does.
+  const TempDir dir;
   ASSERT_EQ(::mkfifo((dir / "kmsg").c_str(), 0600), 0);
-  const bramble::FileDescriptor log = bramble::Open(dir / "kmsg", O_RDWR | O_NONBLOCK);
-  const test_support::BoundOver kernel_log(dir / "kmsg", "/dev/kmsg");
+  const FileDescriptor log = Open(dir / "kmsg", O_RDWR | O_NONBLOCK);
+  const BoundOver kernel_log(dir / "kmsg", "/dev/kmsg");
   EXPECT_EXIT(Thing::GetInstance(), testing::KilledBySignal(SIGABRT), "");
   std::string text(4096, '\0');
   const ssize_t length = ::read(log.Get(), text.data(), text.size());
@@ -101,26 +91,24 @@ TEST(Singleton, IsMissedInTwoRecordsOfTheKernelLog) {
                                           "ASSERT Executing [^\n]*\n"));
 }
 
-TEST(Singleton, EndsTheProcessWhenThereIsASecond) {
+TEST(Singleton, AbortsIfThereIsASecondObject) {
   const Thing thing;
   EXPECT_ASSERTION(Thing(), "sm_instance == __null", kFile, kConstructor);
   EXPECT_ASSERTION(Thing(-1), "sm_instance == __null", kFile, kConstructor);
 }
 
-TEST(Singleton, EndsTheProcessWhenAnotherIsDestroyed) {
+TEST(Singleton, AbortsIfAnUnregisteredObjectIsDestroyed) {
+  alignas(Thing) std::array<unsigned char, sizeof(Thing)> never_constructed{};
+  const auto expect_abort = [&] {
+    EXPECT_ASSERTION(reinterpret_cast<Thing*>(never_constructed.data())->~Thing(), "sm_instance == this", kFile,
+                     ".*Singleton<.*>::~Singleton\\(\\).*");
+  };
+  expect_abort();
   const Thing thing;
-  alignas(Thing) std::array<unsigned char, sizeof(Thing)> never_constructed{};
-  EXPECT_ASSERTION(reinterpret_cast<Thing*>(never_constructed.data())->~Thing(), "sm_instance == this", kFile,
-                   kDestructor);
+  expect_abort();
 }
 
-TEST(Singleton, EndsTheProcessWhenOneIsDestroyedThatIsNotRegistered) {
-  alignas(Thing) std::array<unsigned char, sizeof(Thing)> never_constructed{};
-  EXPECT_ASSERTION(reinterpret_cast<Thing*>(never_constructed.data())->~Thing(), "sm_instance == this", kFile,
-                   kDestructor);
-}
-
-TEST(Singleton, EndsTheProcessWhenItDoesNotLieOnAMultipleOfEight) {
+TEST(Singleton, AbortsIfItsAddressIsNoMultipleOfEight) {
   alignas(8) std::array<unsigned char, 8 + sizeof(Unaligned)> room{};
   for (std::size_t offset = 1; offset < 8; ++offset) {
     SCOPED_TRACE(offset);
@@ -129,15 +117,6 @@ TEST(Singleton, EndsTheProcessWhenItDoesNotLieOnAMultipleOfEight) {
   Unaligned* const aligned = new (room.data() + 8) Unaligned;
   EXPECT_EQ(&Unaligned::GetInstance(), aligned);
   aligned->~Unaligned();
-}
-
-TEST(Singleton, IsNotRegisteredWhenItsConstructorThrows) {
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_THROW(Thing(-1), std::invalid_argument);
-  }
-  EXPECT_ASSERTION(Thing::GetInstance(), "ValidatePointer(sm_instance, kAlignment)", kFile, kGetInstance);
-  Thing thing(5);
-  EXPECT_EQ(&Thing::GetInstance(), &thing);
 }
 
 }  // namespace

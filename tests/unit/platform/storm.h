@@ -1,9 +1,10 @@
-// Threads that do random things for a while, to be watched by ThreadSanitizer and by the test.
+// Threads that make random calls for a while. ThreadSanitizer and the test watch them.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -11,15 +12,15 @@ namespace test_platform {
 
 using Random = std::minstd_rand;
 
-/// A seed that differs from run to run; the test shows it when it fails.
-inline unsigned NewSeed() { return std::random_device()(); }
-
-/// Calls `step(random)` so many times on each of so many threads, and returns when all are done.
+/// Calls `step(random)` `steps` times on each of four threads. Returns when all have ended. The seed differs from run
+/// to run, and failures of the steps show it.
 template <typename Step>
-void Storm(unsigned seed, unsigned thread_count, int steps, Step step) {
+void Storm(int steps, Step step) {
+  const unsigned seed = std::random_device()();
   std::vector<std::thread> threads;
-  for (unsigned i = 0; i < thread_count; ++i) {
+  for (unsigned i = 0; i < 4; ++i) {
     threads.emplace_back([=, &step] {
+      SCOPED_TRACE("seed " + std::to_string(seed));
       Random random(seed + i);
       for (int n = 0; n < steps && !testing::Test::HasFailure(); ++n) {
         step(random);

@@ -1,46 +1,33 @@
 #include "lib/platform/tracepoint.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
 
-#include "tests/unit/support/child_process.h"
+#include "tests/unit/platform/platform_test.h"
 
-namespace {
+using namespace test_platform;
 
-long CountThreads() {
-  const std::filesystem::directory_iterator tasks("/proc/self/task");
-  return static_cast<long>(std::distance(begin(tasks), end(tasks)));
-}
-
-// Whether the part of LTTng that has threads, or a probe of ours, is in the process.
-bool IsTracerLoaded() {
-  std::ifstream maps("/proc/self/maps");
-  for (std::string line; std::getline(maps, line);) {
-    if (line.find("/liblttng-ust.so") != std::string::npos || line.find("tracepoint-probes") != std::string::npos) {
-      return true;
-    }
-  }
-  return false;
-}
-
-}  // namespace
+static_assert(noexcept(FireTracepoint("", 0)));
+static_assert(noexcept(LoadTracepointProbes()));
 
 TEST(Tracepoint, DoesNothingWithoutATracer) {
   EXPECT_IN_CHILD({
-    const long threads = CountThreads();
-    const int descriptors = test_platform::CountDescriptors();
-    bramble::FireTracepoint("ASRT", 1);
-    bramble::FireTracepoint("", -1);
-    EXPECT_FALSE(IsTracerLoaded());
-    EXPECT_EQ(CountThreads(), threads);
-    EXPECT_EQ(test_platform::CountDescriptors(), descriptors);
+    const auto count_threads = [] {
+      const std::filesystem::directory_iterator tasks("/proc/self/task");
+      return std::distance(begin(tasks), end(tasks));
+    };
+    const auto threads = count_threads();
+    const int descriptors = CountDescriptors();
+    FireTracepoint("ASRT", 1);
+    FireTracepoint("", -1);
+    // The part of LTTng that has threads, and our probes.
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+      EXPECT_EQ(line.find("/liblttng-ust.so"), std::string::npos);
+      EXPECT_EQ(line.find("tracepoint-probes"), std::string::npos);
+    }
+    maps.close();
+    EXPECT_EQ(count_threads(), threads);
+    EXPECT_EQ(CountDescriptors(), descriptors);
   });
 }
-
-static_assert(noexcept(bramble::FireTracepoint("", 0)));
-static_assert(noexcept(bramble::LoadTracepointProbes()));

@@ -1,57 +1,40 @@
-// A process to be found and ended by a test.
+// A process that a test finds and ends.
 #pragma once
 
-#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <stdexcept>
+#include "tests/unit/platform/platform_test.h"
 
 namespace test_platform {
 
 /// A child process that waits to be ended. It does not outlive its parent.
-class Victim {
+class Victim : boost::noncopyable {
 public:
-  /// Returns when the child carries `name` and has set its disposition of SIGTERM. Throws std::runtime_error.
-  explicit Victim(const char* name, void (*on_term)(int) = SIG_DFL) {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0 || (m_pid = ::fork()) < 0) {
-      throw std::runtime_error("no victim");
-    }
+  /// Returns when the child has `name` and its disposition of SIGTERM.
+  explicit Victim(const std::string& name, void (*on_term)(int) = SIG_DFL) : m_pid(::fork()) {
     if (m_pid == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
-      ::prctl(PR_SET_NAME, name, 0, 0, 0);
       std::signal(SIGTERM, on_term);
-      const bool told = ::write(ends[1], "x", 1) == 1;
-      while (told) {
+      ::prctl(PR_SET_NAME, name.c_str(), 0, 0, 0);
+      for (;;) {
         ::pause();
       }
-      ::_exit(1);
     }
-    ::close(ends[1]);
-    char byte;
-    const bool ready = ::read(ends[0], &byte, 1) == 1;
-    ::close(ends[0]);
-    if (!ready) {
-      throw std::runtime_error("the victim died early");
-    }
+    EXPECT_TRUE(WaitUntil([&] { return ReadThreadName("/proc/" + std::to_string(m_pid)) == name; }));
   }
 
   ~Victim() {
     if (m_pid > 0) {
       ::kill(m_pid, SIGKILL);
-      ::waitpid(m_pid, nullptr, 0);
+      Reap();
     }
   }
 
-  Victim(const Victim&) = delete;
-  Victim& operator=(const Victim&) = delete;
-
   pid_t Pid() const { return m_pid; }
 
-  /// Waits for the end and returns the signal that brought it, 0 if none did. Only then is the process gone.
+  /// Waits for the end of the process and returns the signal that ended it, or 0. Until then the process exists.
   int Reap() {
     int status = 0;
     ::waitpid(m_pid, &status, 0);
@@ -60,7 +43,7 @@ public:
   }
 
 private:
-  pid_t m_pid = 0;
+  pid_t m_pid;
 };
 
 }  // namespace test_platform

@@ -1,54 +1,42 @@
 #include "tests/unit/platform/wrapped_process_calls.h"
 
+#include <pthread.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <memory>
+#include <optional>
 #include <utility>
 
 #include "lib/platform/monotonic_time.h"
 #include "tests/unit/support/wrapped_calls.h"
 
-// The linker's names for the double and for the function behind it.
+// The linker replaces calls of F by calls of __wrap_F. __real_F is the original function.
 extern "C" {
 int __real_chdir(const char* path);
 int __real_fchmod(int fd, mode_t mode);
 pid_t __real_fork();
 int __real_kill(pid_t pid, int signal);
 int __real_prctl(int option, unsigned long second, unsigned long third, unsigned long fourth, unsigned long fifth);
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
 int __real_pthread_sigmask(int how, const sigset_t* set, sigset_t* old);
 pid_t __real_setsid();
 int __real_sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* timeout);
 int __real_usleep(useconds_t microseconds);
-
-int __wrap_chdir(const char* path);
-int __wrap_fchmod(int fd, mode_t mode);
-pid_t __wrap_fork();
-int __wrap_kill(pid_t pid, int signal);
-int __wrap_prctl(int option, unsigned long second, unsigned long third, unsigned long fourth, unsigned long fifth);
-int __wrap_pthread_sigmask(int how, const sigset_t* set, sigset_t* old);
-pid_t __wrap_setsid();
-int __wrap_sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* timeout);
-int __wrap_usleep(useconds_t microseconds);
 }
 
 namespace wrapped_calls {
 namespace {
 
 struct Fault {
-  bool active;
   ProcessCall call;
   int error_number;
   int successes;
 };
 
-Fault g_fault{};
-
-std::function<int(const sigset_t&, const timespec&)> g_wait;
-
 struct Process {
-  explicit Process(int count, timespec start) : signals(count), now(start), clock(start) {}
+  Process(int count, timespec start) : signals(count), now(start), clock(start) {}
 
   int signals;
   timespec now;
@@ -56,14 +44,21 @@ struct Process {
   std::vector<std::string> calls;
 };
 
-std::unique_ptr<Process> g_process;
+std::optional<Fault> g_fault;
+std::function<int(const sigset_t&, const timespec&)> g_wait;
+std::optional<Process> g_process;
+
+// Returns 0 if the call does not fail.
+int ErrorOf(ProcessCall call) {
+  return g_fault && g_fault->call == call && g_fault->successes-- <= 0 ? g_fault->error_number : 0;
+}
 
 bool Fails(ProcessCall call) {
-  if (!g_fault.active || g_fault.call != call || g_fault.successes-- > 0) {
-    return false;
+  const int error_number = ErrorOf(call);
+  if (error_number != 0) {
+    errno = error_number;
   }
-  errno = g_fault.error_number;
-  return true;
+  return error_number != 0;
 }
 
 int KillFakeProcess(pid_t pid, int signal) {
@@ -78,23 +73,24 @@ int KillFakeProcess(pid_t pid, int signal) {
 }  // namespace
 
 FailingCall::FailingCall(ProcessCall call, int error_number, int successes) {
-  g_fault = {true, call, error_number, successes};
+  g_fault = {call, error_number, successes};
 }
-FailingCall::~FailingCall() { g_fault.active = false; }
+FailingCall::~FailingCall() { g_fault.reset(); }
 
 ReplacedWait::ReplacedWait(std::function<int(const sigset_t&, const timespec&)> replacement) {
   g_wait = std::move(replacement);
 }
 ReplacedWait::~ReplacedWait() { g_wait = nullptr; }
 
-FakeProcess::FakeProcess(int signals, timespec start) { g_process = std::make_unique<Process>(signals, start); }
+FakeProcess::FakeProcess(int signals, timespec start) { g_process.emplace(signals, start); }
 FakeProcess::~FakeProcess() { g_process.reset(); }
 const std::vector<std::string>& FakeProcess::Calls() const { return g_process->calls; }
 
 }  // namespace wrapped_calls
 
-using wrapped_calls::Fails;
-using wrapped_calls::ProcessCall;
+using namespace wrapped_calls;
+
+extern "C" {
 
 int __wrap_chdir(const char* path) { return Fails(ProcessCall::Chdir) ? -1 : __real_chdir(path); }
 
@@ -103,8 +99,8 @@ int __wrap_fchmod(int fd, mode_t mode) { return Fails(ProcessCall::ChangeMode) ?
 pid_t __wrap_fork() { return Fails(ProcessCall::Fork) ? -1 : __real_fork(); }
 
 int __wrap_kill(pid_t pid, int signal) {
-  if (wrapped_calls::g_process) {
-    return wrapped_calls::KillFakeProcess(pid, signal);
+  if (g_process) {
+    return KillFakeProcess(pid, signal);
   }
   return Fails(ProcessCall::Kill) ? -1 : __real_kill(pid, signal);
 }
@@ -113,27 +109,36 @@ int __wrap_prctl(int option, unsigned long second, unsigned long third, unsigned
   return Fails(ProcessCall::Prctl) ? -1 : __real_prctl(option, second, third, fourth, fifth);
 }
 
+// These three return their error. They do not set errno.
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  const int error_number = ErrorOf(ProcessCall::MutexLock);
+  return error_number != 0 ? error_number : __real_pthread_mutex_lock(mutex);
+}
+
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+  const int error_number = ErrorOf(ProcessCall::MutexUnlock);
+  return error_number != 0 ? error_number : __real_pthread_mutex_unlock(mutex);
+}
+
 int __wrap_pthread_sigmask(int how, const sigset_t* set, sigset_t* old) {
-  if (!Fails(ProcessCall::SignalMask)) {
-    return __real_pthread_sigmask(how, set, old);
-  }
-  // The error is the result; errno is none of this call's.
-  return std::exchange(errno, 0);
+  const int error_number = ErrorOf(ProcessCall::SignalMask);
+  return error_number != 0 ? error_number : __real_pthread_sigmask(how, set, old);
 }
 
 pid_t __wrap_setsid() { return Fails(ProcessCall::SetSession) ? -1 : __real_setsid(); }
 
 int __wrap_sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* timeout) {
-  return wrapped_calls::g_wait ? wrapped_calls::g_wait(*set, *timeout) : __real_sigtimedwait(set, info, timeout);
+  return g_wait ? g_wait(*set, *timeout) : __real_sigtimedwait(set, info, timeout);
 }
 
 int __wrap_usleep(useconds_t microseconds) {
-  const auto& process = wrapped_calls::g_process;
-  if (!process) {
+  if (!g_process) {
     return __real_usleep(microseconds);
   }
-  process->calls.push_back("usleep " + std::to_string(microseconds));
-  process->now = bramble::AddMicroseconds(process->now, microseconds);
-  process->clock.Set(process->now);
+  g_process->calls.push_back("usleep " + std::to_string(microseconds));
+  g_process->now = bramble::AddMicroseconds(g_process->now, microseconds);
+  g_process->clock.Set(g_process->now);
   return 0;
 }
+
+}  // extern "C"

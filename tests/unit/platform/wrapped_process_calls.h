@@ -1,9 +1,11 @@
-// Doubles of the calls that make, name, detach and end processes, put in front of the C library's by the linker. Each
-// double is active while its object lives, also in processes that are forked meanwhile; otherwise calls pass through.
+// Doubles of calls that start, name, detach and end processes, and of those on mutexes. The linker puts them in place
+// of the C library's functions. A double is active while its object exists, also in processes that are forked
+// meanwhile.
 #pragma once
 
 #include <signal.h>
 
+#include <boost/core/noncopyable.hpp>
 #include <ctime>
 #include <functional>
 #include <string>
@@ -11,35 +13,29 @@
 
 namespace wrapped_calls {
 
-enum class ProcessCall { ChangeMode, Chdir, Fork, Kill, Prctl, SetSession, SignalMask };
+enum class ProcessCall { ChangeMode, Chdir, Fork, Kill, MutexLock, MutexUnlock, Prctl, SetSession, SignalMask };
 
-/// While it lives, the call fails with `error_number`, but for the first `successes` calls of the process.
-class FailingCall {
+/// The call fails with `error_number`, except the first `successes` calls of the process.
+class FailingCall : boost::noncopyable {
 public:
   FailingCall(ProcessCall call, int error_number, int successes = 0);
   ~FailingCall();
-  FailingCall(const FailingCall&) = delete;
-  FailingCall& operator=(const FailingCall&) = delete;
 };
 
-/// While it lives, sigtimedwait calls the replacement instead.
-class ReplacedWait {
+/// sigtimedwait calls the replacement.
+class ReplacedWait : boost::noncopyable {
 public:
   explicit ReplacedWait(std::function<int(const sigset_t&, const timespec&)> replacement);
   ~ReplacedWait();
-  ReplacedWait(const ReplacedWait&) = delete;
-  ReplacedWait& operator=(const ReplacedWait&) = delete;
 };
 
-/// While it lives, kill goes to a process that exists only here, and usleep passes no time but that of a clock which
-/// stands still otherwise.
-class FakeProcess {
+/// kill sends its signals to a process that exists only here. usleep returns at once and advances the clock, which
+/// otherwise does not advance.
+class FakeProcess : boost::noncopyable {
 public:
-  /// The process takes `signals` signals, probes included, and is then gone. `start` is the time on the clock.
+  /// The process ends after `signals` signals. Signal 0 counts too. `start` is the time on the clock.
   explicit FakeProcess(int signals, timespec start = {1000, 0});
   ~FakeProcess();
-  FakeProcess(const FakeProcess&) = delete;
-  FakeProcess& operator=(const FakeProcess&) = delete;
 
   /// The calls in order, such as "kill 77 15" and "usleep 10000".
   const std::vector<std::string>& Calls() const;
