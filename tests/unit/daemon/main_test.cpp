@@ -1,4 +1,4 @@
-// The program's own main, with a function of the test's in place of the connection to the bus.
+// The main function of the program. Instead of connecting to the bus, it calls a function of the test.
 #include <dbus-c++/dbus.h>
 #include <gtest/gtest.h>
 
@@ -6,31 +6,30 @@
 #include <csignal>
 #include <cstdlib>
 
-// The name that main has in this program.
+// The name of main in this program.
 int LedgerdMain(int argc, char** argv);
 
 namespace {
 
 void (*g_instead_of_connecting)() = nullptr;
 
-// Runs the daemon in the foreground up to the connection, and exits.
-[[noreturn]] void RunUntilConnected(void (*instead_of_connecting)()) {
+// Runs the daemon in the foreground up to the connection, and expects that it reports an exception of an unknown type.
+void ExpectUnknownException(void (*instead_of_connecting)()) {
   g_instead_of_connecting = instead_of_connecting;
   char program[] = "ledgerd";
   char foreground[] = "-d";
   char* arguments[] = {program, foreground, nullptr};
-  std::exit(LedgerdMain(2, arguments));
+  EXPECT_EXIT(std::exit(LedgerdMain(2, arguments)), testing::ExitedWithCode(0),
+              "ledgerd caught unknown exception\\.\n$");
 }
 
-constexpr char kUnknownException[] = "ledgerd caught unknown exception\\.\n$";
-
-TEST(Main, ExceptionOfAnotherTypeIsReported) {
-  EXPECT_EXIT(RunUntilConnected([] { throw 0; }), testing::ExitedWithCode(0), kUnknownException);
+TEST(Main, ReportsAnExceptionOfAnUnknownType) {
+  ExpectUnknownException([] { throw 0; });
 }
 
-TEST(Main, TerminationSignalKeepsErrno) {
-  const auto check = [] {
-    // More than the dispatcher's pipe holds: the last write fails.
+TEST(Main, KeepsErrnoOnATerminationSignal) {
+  ExpectUnknownException([] {
+    // More than the pipe of the dispatcher holds, so the last write fails.
     for (int i = 0; i < 100000; ++i) {
       DBus::default_dispatcher->leave();
     }
@@ -40,8 +39,7 @@ TEST(Main, TerminationSignalKeepsErrno) {
       std::abort();
     }
     throw 0;
-  };
-  EXPECT_EXIT(RunUntilConnected(check), testing::ExitedWithCode(0), kUnknownException);
+  });
 }
 
 }  // namespace
