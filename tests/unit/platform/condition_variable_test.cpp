@@ -1,12 +1,7 @@
 #include "lib/platform/condition_variable.h"
 
-#include <unistd.h>
-
 #include <boost/thread/recursive_mutex.hpp>
-#include <cstdint>
-#include <limits>
 #include <mutex>
-#include <thread>
 
 #include "lib/platform/monotonic_time.h"
 #include "tests/unit/platform/platform_test.h"

@@ -1,8 +1,4 @@
 // Daemons that do not become ready, and what their starters report.
-#include <sys/stat.h>
-
-#include <cstdint>
-#include <cstdio>
 
 #include "lib/platform/monotonic_time.h"
 #include "tests/unit/platform/daemonise_fixture.h"

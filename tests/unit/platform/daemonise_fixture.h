@@ -2,10 +2,7 @@
 #pragma once
 
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <functional>
-#include <stdexcept>
 #include <typeinfo>
 
 #include "lib/platform/daemonise.h"
@@ -27,20 +24,18 @@ using Daemon = std::function<std::string(Daemonise&, pid_t starter)>;
 /// Ends the process if it hangs. A child does not inherit this.
 inline void BoundLife() { ::alarm(40); }
 
-inline std::string DescribeException(const std::exception& e) {
+/// Returns the kind and the text of the exception, and how the only child has ended, if it has.
+inline std::string Describe(const std::exception& e) {
   const std::string kind = dynamic_cast<const ErrnoException*>(&e) != nullptr ? "system call"
                            : typeid(e) == typeid(std::runtime_error)          ? "runtime error"
                                                                               : "exception";
-  return "[" + kind + ": " + e.what() + "]";
-}
-
-inline std::string DescribeEndedChild() {
   int status = 0;
-  if (::waitpid(-1, &status, WNOHANG) <= 0) {
-    return "";
+  std::string end;
+  if (::waitpid(-1, &status, WNOHANG) > 0) {
+    end = WIFEXITED(status) ? "[child exited with " + std::to_string(WEXITSTATUS(status)) + "]"
+                            : "[child killed by signal " + std::to_string(WTERMSIG(status)) + "]";
   }
-  return WIFEXITED(status) ? "[child exited with " + std::to_string(WEXITSTATUS(status)) + "]"
-                           : "[child killed by signal " + std::to_string(WTERMSIG(status)) + "]";
+  return "[" + kind + ": " + e.what() + "]" + end;
 }
 
 /// Starts the daemon from a process of its own. Returns the result of the daemon. If Prepare throws in the starter, its
@@ -53,8 +48,7 @@ inline std::string Start(const Daemon& daemon, const time_duration& timeout = kL
     try {
       daemonise.Prepare(timeout);
     } catch (const std::exception& e) {
-      return ::getpid() == starter ? DescribeException(e) + DescribeEndedChild()
-                                   : "in the child " + DescribeException(e);
+      return (::getpid() == starter ? "" : "in the child ") + Describe(e);
     }
     BoundLife();
     return daemon(daemonise, starter);

@@ -1,10 +1,6 @@
 // Daemons that become ready, and how they are signalled and stopped.
 #include "lib/platform/daemonise.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <cstdio>
 #include <cstring>
 
 #include "tests/unit/platform/daemonise_fixture.h"
@@ -28,11 +24,6 @@ TEST_F(DaemoniseTest, KeepsTheStarterUntilTheDaemonIsReady) {
                      (WaitUntilOrphaned(starter) ? ", ended" : ", stayed");
             }),
             "waited, ended");
-}
-
-TEST_F(DaemoniseTest, IgnoresAPidFileThatCannotBeWritten) {
-  std::filesystem::create_directory(kPidFile);
-  EXPECT_EQ(Start(BeReady), "<signalled: 0>");
 }
 
 TEST_F(DaemoniseTest, EndsTheStarterWithoutDestructorsAndFlushing) {

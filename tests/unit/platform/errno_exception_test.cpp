@@ -1,9 +1,5 @@
 #include "lib/platform/errno_exception.h"
 
-#include <memory>
-#include <type_traits>
-#include <utility>
-
 #include "tests/unit/platform/platform_test.h"
 
 using namespace test_platform;

@@ -1,9 +1,5 @@
 #include "lib/platform/hex_dump.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <stdexcept>
-
 #include "lib/platform/trace.h"
 #include "tests/unit/platform/platform_test.h"
 
@@ -14,15 +10,16 @@ namespace {
 
 class RecordingTrace : public BaseTrace {
 public:
-  void Emit(const std::string& text) override { texts.push_back(text); }
+  void Emit(const std::string& text) override {
+    if (refuses) {
+      throw std::runtime_error("refused");
+    }
+    texts.push_back(text);
+  }
   void Flush() override {}
 
   std::vector<std::string> texts;
-};
-
-class RefusingTrace : public RecordingTrace {
-public:
-  void Emit(const std::string&) override { throw std::runtime_error("refused"); }
+  bool refuses = false;
 };
 
 std::string Address(const void* pointer) {
@@ -78,7 +75,8 @@ TEST(HexDump, EmitsTheTitleFirst) {
 }
 
 TEST(HexDump, PassesOnTheExceptionsOfTheSink) {
-  RefusingTrace sink;
+  RecordingTrace sink;
+  sink.refuses = true;
   EXPECT_THROW(HexDump(sink, "x", 1), std::runtime_error);
   EXPECT_THROW(HexDump(sink, "Title", "x", 1), std::runtime_error);
 }

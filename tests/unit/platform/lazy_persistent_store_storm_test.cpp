@@ -3,22 +3,17 @@
 // than the delay after the write before.
 //
 // For longer: platform_test --gtest_filter='*Storm*' --gtest_repeat=100
-#include <atomic>
-#include <chrono>
-#include <memory>
 #include <mutex>
+#include <random>
 
 #include "lib/platform/lazy_persistent_store.h"
 #include "tests/unit/platform/platform_test.h"
-#include "tests/unit/platform/storm.h"
 
 using namespace test_platform;
-using std::chrono::milliseconds;
+using Random = std::minstd_rand;
 using std::chrono::steady_clock;
 
 namespace {
-
-constexpr int kSteps = 20000;
 
 // Accepts texts that are rising numbers. The lock of the lazy store guards it.
 class RisingStore : public PersistentStore {
@@ -41,34 +36,28 @@ public:
 
   std::uint32_t Capacity() override { return 100; }
 
+  /// Makes the lazy store accept the next number. Without that store's lock.
+  void Accept(LazyPersistentStore& lazy) {
+    const std::lock_guard<std::mutex> guard(m_accept_lock);
+    lazy.Write(std::to_string(++accepted));
+  }
+
+  std::atomic<int> accepted{0};
   std::atomic<int> written{0};
   std::atomic<int> by_worker{0};
   std::atomic<int> by_callers{0};
 
 private:
-  const milliseconds m_delay;  // of the lazy store
+  const std::chrono::milliseconds m_delay;  // of the lazy store
   steady_clock::time_point m_last_write = steady_clock::now();
+  std::mutex m_accept_lock;
 };
 
-// Numbers the texts in the order in which they are accepted.
-class Writer {
-public:
-  void Write(LazyPersistentStore& lazy) {
-    const std::lock_guard<std::mutex> guard(m_lock);
-    lazy.Write(std::to_string(++accepted));
-  }
-
-  std::atomic<int> accepted{0};
-
-private:
-  std::mutex m_lock;
-};
-
-void Step(LazyPersistentStore& lazy, RisingStore& store, Writer& writer, Random& random) {
+void Step(LazyPersistentStore& lazy, RisingStore& store, Random& random) {
   switch (random() % 100) {
     case 0: {
       // The worker writes it, or a flush of another thread.
-      const int accepted = writer.accepted;
+      const int accepted = store.accepted;
       EXPECT_TRUE(WaitUntil([&] { return store.written >= accepted; }));
       break;
     }
@@ -79,7 +68,7 @@ void Step(LazyPersistentStore& lazy, RisingStore& store, Writer& writer, Random&
       const int before = store.written;
       const int number = std::stoi(lazy.Read());
       EXPECT_GE(number, before);
-      EXPECT_LE(number, writer.accepted);
+      EXPECT_LE(number, store.accepted);
       break;
     }
     case 3:
@@ -87,8 +76,24 @@ void Step(LazyPersistentStore& lazy, RisingStore& store, Writer& writer, Random&
       EXPECT_THROW(lazy.Write(std::string(101, '9')), PersistentStore::Full);
       break;
     default:
-      writer.Write(lazy);
+      store.Accept(lazy);
       break;
+  }
+}
+
+// Calls `step(random)` `count` times on each of four threads. The seed differs from run to run; failures show it.
+template <typename Call>
+void Storm(int count, Call step) {
+  const unsigned seed = std::random_device()();
+  std::vector<std::unique_ptr<OtherThread>> threads;
+  for (unsigned i = 0; i < 4; ++i) {
+    threads.push_back(std::make_unique<OtherThread>([=, &step] {
+      SCOPED_TRACE("seed " + std::to_string(seed));
+      Random random(seed + i);
+      for (int n = 0; n < count && !testing::Test::HasFailure(); ++n) {
+        step(random);
+      }
+    }));
   }
 }
 
@@ -97,30 +102,28 @@ void Step(LazyPersistentStore& lazy, RisingStore& store, Writer& writer, Random&
 TEST(LazyStoreStorm, WritesTheAcceptedTextsInTheirOrderAndInTime) {
   const auto store = std::make_shared<RisingStore>(1);
   LazyPersistentStore lazy(store, 1);
-  Writer writer;
   EXPECT_EQ(lazy.Read(), "0");
-  Storm(kSteps, [&](Random& random) { Step(lazy, *store, writer, random); });
+  Storm(20000, [&](Random& random) { Step(lazy, *store, random); });
   EXPECT_GT(store->by_callers, 0);
   EXPECT_GT(store->by_worker, 0);
 
   const int by_worker = store->by_worker;
-  writer.Write(lazy);
-  EXPECT_TRUE(WaitUntil([&] { return store->written == writer.accepted; }));
+  store->Accept(lazy);
+  EXPECT_TRUE(WaitUntil([&] { return store->written == store->accepted; }));
   EXPECT_GT(store->by_worker, by_worker);
 }
 
 TEST(LazyStoreStorm, LosesNoTextIfItIsDestroyedInAnyState) {
-  Storm(kSteps / 100, [](Random& random) {
+  Storm(200, [](Random& random) {
     const auto delay = static_cast<std::uint32_t>(random() % 3);
     const auto store = std::make_shared<RisingStore>(delay);
-    Writer writer;
     {
       LazyPersistentStore lazy(store, delay);
       lazy.Read();
       for (auto steps = random() % 5; steps > 0; --steps) {
-        Step(lazy, *store, writer, random);
+        Step(lazy, *store, random);
       }
     }
-    EXPECT_EQ(store->written, writer.accepted);
+    EXPECT_EQ(store->written, store->accepted);
   });
 }

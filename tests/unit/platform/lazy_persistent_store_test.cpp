@@ -1,15 +1,7 @@
 // The texts that the store accepts, returns and writes. The delay of these stores never passes.
 #include "lib/platform/lazy_persistent_store.h"
 
-#include <unistd.h>
-
-#include <atomic>
-#include <cstdlib>
-#include <memory>
 #include <new>
-#include <stdexcept>
-#include <thread>
-#include <type_traits>
 
 #include "tests/unit/platform/platform_test.h"
 #include "tests/unit/support/stores.h"
@@ -32,44 +24,15 @@ protected:
   std::unique_ptr<LazyPersistentStore> m_lazy = std::make_unique<LazyPersistentStore>(m_store, kHour);
 };
 
-class ThrowingReadStore : public RecordingStore {
-public:
-  std::string Read() override {
-    if (++m_attempts == 1) {
-      throw std::runtime_error("cannot read");
-    }
-    return "second";
-  }
-
-private:
-  int m_attempts = 0;
-};
-
-// Notices calls of Capacity during a write.
-class BusyStore : public RecordingStore {
-public:
-  void Write(const std::string& text) override {
-    m_writing = true;
-    RecordingStore::Write(text);
-    m_writing = false;
-  }
-
-  std::uint32_t Capacity() override {
-    m_disturbed = m_disturbed || m_writing;
-    return 10;
-  }
-
-  bool WasDisturbed() const { return m_disturbed; }
-
-private:
-  std::atomic<bool> m_writing{false};
-  std::atomic<bool> m_disturbed{false};
+struct ReadMock : RecordingStore {
+  MOCK_METHOD(std::string, Read, (), (override));
 };
 
 }  // namespace
 
 TEST_F(LazyStore, ReadsTheUnderlyingStoreOnceAndOnDemand) {
   EXPECT_EQ(m_lazy->Capacity(), 10U);
+  EXPECT_EQ(LazyPersistentStore(std::make_shared<RecordingStore>("", 4294967295U), kHour).Capacity(), 4294967295U);
   EXPECT_EQ(m_store->Reads(), 0);
   EXPECT_EQ(m_lazy->Read(), "stored");
   EXPECT_EQ(m_lazy->Read(), "stored");
@@ -88,8 +51,12 @@ TEST_F(LazyStore, ReturnsTheAcceptedTextWithoutReading) {
 }
 
 TEST_F(LazyStore, ReadsAgainAfterAReadThatThrew) {
-  LazyPersistentStore lazy(std::make_shared<ThrowingReadStore>(), kHour);
-  EXPECT_THROW(lazy.Read(), std::runtime_error);
+  const auto store = std::make_shared<ReadMock>();
+  EXPECT_CALL(*store, Read)
+      .WillOnce(testing::Throw(std::runtime_error("cannot read")))
+      .WillOnce(testing::Return("second"));
+  LazyPersistentStore lazy(store, kHour);
+  ExpectRuntimeError("cannot read", [&lazy] { lazy.Read(); });
   EXPECT_EQ(lazy.Read(), "second");
   EXPECT_EQ(lazy.Read(), "second");
 }
@@ -143,10 +110,6 @@ TEST_F(LazyStore, RefusesATextLongerThanTheCapacityAndKeepsTheLastOne) {
   EXPECT_THAT(m_store->Writes(), ElementsAre("pending"));
 }
 
-TEST_F(LazyStore, HasTheCapacityOfTheUnderlyingStore) {
-  EXPECT_EQ(LazyPersistentStore(std::make_shared<RecordingStore>("", 4294967295U), kHour).Capacity(), 4294967295U);
-}
-
 TEST_F(LazyStore, KeepsTheTextPendingIfAFlushFails) {
   m_store->OnWrite([] { throw std::runtime_error("cannot write"); });
   m_lazy->Write("pending");
@@ -179,29 +142,21 @@ TEST_F(LazyStore, DestructorWritesAPendingTextBeforeTheWorkerStops) {
 }
 
 TEST_F(LazyStore, KeepsOtherCallersOutOfTheUnderlyingStoreDuringAWrite) {
-  const std::tuple<const char*, void (*)(LazyPersistentStore&)> rows[] = {
-      {"Write", [](LazyPersistentStore& lazy) { lazy.Write("second"); }},
-      {"Capacity", [](LazyPersistentStore& lazy) { EXPECT_EQ(lazy.Capacity(), 10U); }},
+  const std::tuple<const char*, std::function<void()>> rows[] = {
+      {"Write", [this] { m_lazy->Write("second"); }},
+      {"Capacity", [this] { EXPECT_EQ(m_lazy->Capacity(), 10U); }},
   };
   for (const auto& [name, call] : rows) {
     SCOPED_TRACE(name);
-    const auto store = std::make_shared<BusyStore>();
-    LazyPersistentStore lazy(store, kHour);
-    std::atomic<pid_t> caller{0};
-    std::thread other;
-    lazy.Write("first");
-    // The write lasts until the other thread waits for the lock or has reached the store.
-    store->OnWrite([&, call = call] {
-      other = std::thread([&, call] {
-        caller = ::gettid();
-        call(lazy);
-      });
-      EXPECT_TRUE(WaitUntil([&] { return store->WasDisturbed() || (caller != 0 && Sleeps(caller)); }));
+    std::optional<OtherThread> other;
+    m_store->OnWrite([&other, &call = call] {
+      other.emplace(call);
+      EXPECT_TRUE(other->IsBlocked());
     });
-    lazy.Flush();
-    other.join();
-    store->OnWrite(nullptr);
-    EXPECT_FALSE(store->WasDisturbed());
+    m_lazy->Write("first");
+    m_lazy->Flush();
+    other.reset();
+    m_store->OnWrite(nullptr);
   }
 }
 

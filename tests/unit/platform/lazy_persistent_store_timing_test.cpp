@@ -1,9 +1,5 @@
 // When the worker writes. Most tests set the clock. A store is made at a time so long past that its deadline is soon in
 // real time. The clock is then moved around the deadline.
-#include <chrono>
-#include <memory>
-#include <stdexcept>
-#include <utility>
 
 #include "lib/platform/lazy_persistent_store.h"
 #include "lib/platform/monotonic_time.h"

@@ -1,8 +1,5 @@
 #include "lib/platform/monotonic_time.h"
 
-#include <cstdint>
-#include <limits>
-
 #include "tests/unit/platform/platform_test.h"
 
 using namespace test_platform;

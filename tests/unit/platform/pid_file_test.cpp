@@ -1,13 +1,6 @@
 // The PID file, and the end of a process: real processes, and one that exists only in the test where time matters.
 #include "lib/platform/pid_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <chrono>
-#include <cstdint>
-#include <limits>
-
 #include "tests/unit/platform/victim.h"
 #include "tests/unit/platform/wrapped_process_calls.h"
 

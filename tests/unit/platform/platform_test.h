@@ -1,17 +1,33 @@
-// What the tests of the platform have in common. A table of cases is an array of tuples; the loop over it names the
-// columns. The first column is the name of the case.
+// What the tests of the platform have in common, with the headers that most of them need. A table of cases is an array
+// of tuples. The loop over it names the columns.
 #pragma once
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <boost/core/noncopyable.hpp>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <tuple>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "tests/unit/platform/bounded_wait.h"

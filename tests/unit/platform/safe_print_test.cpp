@@ -2,9 +2,6 @@
 
 #include <fmt/printf.h>
 
-#include <cstdio>
-#include <memory>
-
 #include "tests/unit/platform/platform_test.h"
 
 using namespace test_platform;

@@ -1,17 +1,9 @@
 #include "lib/platform/singleton.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <array>
 #include <new>
-#include <stdexcept>
-#include <type_traits>
 
-#include "lib/platform/posix_helpers.h"
 #include "tests/unit/platform/platform_test.h"
-#include "tests/unit/support/bound_over.h"
 
 using namespace test_platform;
 
@@ -73,22 +65,6 @@ TEST(Singleton, IsAccessibleWhileItExists) {
   }
   EXPECT_THROW(Thing(-1), std::invalid_argument);
   ExpectNone();
-}
-
-TEST(Singleton, IsReportedMissingInTwoRecordsOfTheKernelLog) {
-  // Keeps everything that is written to it, as the kernel log does.
-  const TempDir dir;
-  ASSERT_EQ(::mkfifo((dir / "kmsg").c_str(), 0600), 0);
-  const FileDescriptor log = Open(dir / "kmsg", O_RDWR | O_NONBLOCK);
-  const BoundOver kernel_log(dir / "kmsg", "/dev/kmsg");
-  EXPECT_EXIT(Thing::GetInstance(), testing::KilledBySignal(SIGABRT), "");
-  std::string text(4096, '\0');
-  const ssize_t length = ::read(log.Get(), text.data(), text.size());
-  ASSERT_GT(length, 0);
-  text.resize(static_cast<std::size_t>(length));
-  EXPECT_THAT(text, testing::MatchesRegex("<2>Pointer validation failed for \\(nil\\)\n"
-                                          "<2>User space assert from process [0-9]+: [^\n]*\n"
-                                          "ASSERT Executing [^\n]*\n"));
 }
 
 TEST(Singleton, AbortsIfThereIsASecondObject) {

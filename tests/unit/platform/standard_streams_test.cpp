@@ -1,11 +1,5 @@
 #include "lib/platform/standard_streams.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdio>
-
 #include "tests/unit/platform/platform_test.h"
 
 using namespace test_platform;

@@ -1,12 +1,17 @@
-// The names and states of the process's threads, as the kernel knows them.
+// The threads of the process: their names and states in the kernel, and calls in another thread.
 #pragma once
 
-#include <sys/types.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <system_error>
+#include <thread>
+
+#include "tests/unit/platform/bounded_wait.h"
 
 namespace test_platform {
 
@@ -20,7 +25,7 @@ inline std::string ReadThreadName(const std::string& task) {
 inline std::string OwnThreadName() { return ReadThreadName("/proc/thread-self"); }
 
 inline bool HasThreadNamed(const std::string& name) {
-  // A thread may end while the tasks are listed.
+  // A thread may end during the listing.
   std::error_code ended;
   for (std::filesystem::directory_iterator task("/proc/self/task", ended), end; !ended && task != end;
        task.increment(ended)) {
@@ -31,7 +36,7 @@ inline bool HasThreadNamed(const std::string& name) {
   return false;
 }
 
-/// Whether a thread of this process waits for something.
+/// Returns whether a thread of this process waits for something.
 inline bool Sleeps(pid_t thread) {
   std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
   std::string stat;
@@ -39,5 +44,27 @@ inline bool Sleeps(pid_t thread) {
   const std::size_t end_of_name = stat.rfind(')');
   return end_of_name != std::string::npos && stat.compare(end_of_name, 3, ") S") == 0;
 }
+
+/// A call in a thread of its own. The destructor waits for its end.
+class OtherThread {
+public:
+  explicit OtherThread(std::function<void()> call)
+      : m_thread([this, call] {
+          m_id = ::gettid();
+          call();
+          m_ended = true;
+        }) {}
+  ~OtherThread() { m_thread.join(); }
+
+  /// Waits until the thread sleeps or the call has ended. Returns whether it sleeps.
+  bool IsBlocked() {
+    return WaitUntil([this] { return m_ended || (m_id != 0 && Sleeps(m_id)); }) && !m_ended;
+  }
+
+private:
+  std::atomic<pid_t> m_id{0};
+  std::atomic<bool> m_ended{false};
+  std::thread m_thread;
+};
 
 }  // namespace test_platform

@@ -1,12 +1,7 @@
 #include "lib/platform/trace.h"
 
-#include <fcntl.h>
 #include <pty.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
 
 #include "lib/platform/posix_helpers.h"
 #include "tests/unit/platform/platform_test.h"

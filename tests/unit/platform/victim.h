@@ -3,7 +3,6 @@
 
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "tests/unit/platform/platform_test.h"
 

@@ -19,7 +19,6 @@ pid_t __real_fork();
 int __real_kill(pid_t pid, int signal);
 int __real_prctl(int option, unsigned long second, unsigned long third, unsigned long fourth, unsigned long fifth);
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
-int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
 int __real_pthread_sigmask(int how, const sigset_t* set, sigset_t* old);
 pid_t __real_setsid();
 int __real_sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* timeout);
@@ -109,15 +108,10 @@ int __wrap_prctl(int option, unsigned long second, unsigned long third, unsigned
   return Fails(ProcessCall::Prctl) ? -1 : __real_prctl(option, second, third, fourth, fifth);
 }
 
-// These three return their error. They do not set errno.
+// These two return their error. They do not set errno.
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
   const int error_number = ErrorOf(ProcessCall::MutexLock);
   return error_number != 0 ? error_number : __real_pthread_mutex_lock(mutex);
-}
-
-int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
-  const int error_number = ErrorOf(ProcessCall::MutexUnlock);
-  return error_number != 0 ? error_number : __real_pthread_mutex_unlock(mutex);
 }
 
 int __wrap_pthread_sigmask(int how, const sigset_t* set, sigset_t* old) {

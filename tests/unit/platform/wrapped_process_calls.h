@@ -1,5 +1,5 @@
-// Doubles of calls that start, name, detach and end processes, and of those on mutexes. The linker puts them in place
-// of the C library's functions. A double is active while its object exists, also in processes that are forked
+// Doubles of calls that start, name, detach and end processes, and of the lock of a mutex. The linker puts them in
+// place of the C library's functions. A double is active while its object exists, also in processes that are forked
 // meanwhile.
 #pragma once
 
@@ -13,7 +13,7 @@
 
 namespace wrapped_calls {
 
-enum class ProcessCall { ChangeMode, Chdir, Fork, Kill, MutexLock, MutexUnlock, Prctl, SetSession, SignalMask };
+enum class ProcessCall { ChangeMode, Chdir, Fork, Kill, MutexLock, Prctl, SetSession, SignalMask };
 
 /// The call fails with `error_number`, except the first `successes` calls of the process.
 class FailingCall : boost::noncopyable {
