@@ -22,8 +22,6 @@ void FailErrnoAssertion(int error_number) { assert_perror(error_number); }
 
 namespace {
 
-constexpr char kThisFile[] = "tests/unit/platform/assertion_test.cpp";
-
 // Gets the desc and value of a tracepoint, and the kernel log at that time; null if no test asks.
 std::string* g_fired = nullptr;
 
@@ -45,30 +43,31 @@ void __wrap__ZN7bramble14FireTracepointEPKci(const char* desc, int value) noexce
 
 TEST(Assertion, IsReportedAndAborts) {
   using namespace assertion_test;
+  const auto in_this_file = [](unsigned line, const char* function) {
+    return "tests/unit/platform/assertion_test.cpp:" + std::to_string(kFirstLine + line) +
+           ":void assertion_test::" + function;
+  };
   const struct {
     const char* name;
     void (*fail)();
-    std::string file;
-    unsigned line;
-    std::string function;
+    std::string place;
     std::string expression;
     std::string announcement;  // always on standard output
   } rows[] = {
-      {"of the program", [] { FailProgramAssertion(7); }, kThisFile, kFirstLine + 1,
-       "void assertion_test::FailProgramAssertion(int)", "value == 22", ""},
-      {"assert", [] { FailLibraryAssertion(7); }, kThisFile, kFirstLine + 2,
-       "void assertion_test::FailLibraryAssertion(int)", "value == 1", "GLIBC assert\r\n"},
-      {"assert_perror", [] { FailErrnoAssertion(ENOENT); }, kThisFile, kFirstLine + 3,
-       "void assertion_test::FailErrnoAssertion(int)", "No such file or directory", ""},
-      {"__assert_fail", [] { __assert_fail("100%d", "a.c", 4294967295U, "int f(void)"); }, "a.c", 4294967295U,
-       "int f(void)", "100%d", "GLIBC assert\r\n"},
-      {"__assert_perror_fail", [] { __assert_perror_fail(EACCES, "b.c", 2, "g"); }, "b.c", 2, "g", "Permission denied",
+      {"of the program", [] { FailProgramAssertion(7); }, in_this_file(1, "FailProgramAssertion(int)"), "value == 22",
        ""},
-      {"__assert", [] { __assert("p != 0", "c.c", 3); }, "c.c", 3, "UNKNOWN", "p != 0", ""},
-      {"of Boost", [] { boost::assertion_failed("m", "int f()", "e.hpp", 5); }, "e.hpp", 5, "int f()", "m", ""},
-      {"of Boost with a message", [] { boost::assertion_failed_msg("m", "why", "f", "e.hpp", 6); }, "e.hpp", 6, "f",
-       "m", ""},
-      {"AssertionFailed", [] { AssertionFailed("d.cpp", 4, "h", "e"); }, "d.cpp", 4, "h", "e", ""},
+      {"assert", [] { FailLibraryAssertion(7); }, in_this_file(2, "FailLibraryAssertion(int)"), "value == 1",
+       "GLIBC assert\r\n"},
+      {"assert_perror", [] { FailErrnoAssertion(ENOENT); }, in_this_file(3, "FailErrnoAssertion(int)"),
+       "No such file or directory", ""},
+      {"__assert_fail", [] { __assert_fail("100%d", "a.c", 4294967295U, "int f(void)"); }, "a.c:4294967295:int f(void)",
+       "100%d", "GLIBC assert\r\n"},
+      {"__assert_perror_fail", [] { __assert_perror_fail(EACCES, "b.c", 2, "g"); }, "b.c:2:g", "Permission denied", ""},
+      {"__assert", [] { __assert("p != 0", "c.c", 3); }, "c.c:3:UNKNOWN", "p != 0", ""},
+      {"of Boost", [] { boost::assertion_failed("m", "int f()", "e.hpp", 5); }, "e.hpp:5:int f()", "m", ""},
+      {"of Boost with a message", [] { boost::assertion_failed_msg("m", "why", "f", "e.hpp", 6); }, "e.hpp:6:f", "m",
+       ""},
+      {"AssertionFailed", [] { AssertionFailed("d.cpp", 4, "h", "e"); }, "d.cpp:4:h", "e", ""},
   };
   for (const bool has_log : {true, false}) {
     std::optional<UnopenableKernelLog> unopenable;
@@ -86,14 +85,13 @@ TEST(Assertion, IsReportedAndAborts) {
             row.fail();
           },
           testing::KilledBySignal(SIGABRT), PrintsExactly(""));
-      const std::string place = row.file + ":" + std::to_string(row.line) + ":" + row.function;
       if (has_log) {
         EXPECT_EQ(KernelLog(), "<2>User space assert from process " + ReadTextFile(dir / "pid") + ": " +
-                                   row.expression + "\nASSERT Executing " + place + "\n");
+                                   row.expression + "\nASSERT Executing " + row.place + "\n");
       }
       EXPECT_EQ(
           ReadTextFile(dir / "stdout"),
-          row.announcement + (has_log ? "" : "\r\nASSERT FAILED: " + row.expression + "\r\n" + place + "\r\n\r\n"));
+          row.announcement + (has_log ? "" : "\r\nASSERT FAILED: " + row.expression + "\r\n" + row.place + "\r\n\r\n"));
     }
   }
 }

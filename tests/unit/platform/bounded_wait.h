@@ -1,4 +1,4 @@
-// Waiting in tests: always for a condition, never for a time, and never without a bound.
+// How tests wait: for a condition, never for a time, and always with a limit.
 #pragma once
 
 #include <chrono>
@@ -9,10 +9,10 @@
 
 namespace test_platform {
 
-/// Far longer than anything that is waited for takes; reaching it is a failure.
+/// Far longer than any wait takes. It is a failure if it is reached.
 constexpr std::chrono::seconds kWaitBound(20);
 
-/// Waits until `condition` holds, for conditions that nobody announces. False when the bound is reached.
+/// Tests `condition` until it is true. Returns false if that takes longer than the limit.
 template <typename Condition>
 bool WaitUntil(Condition condition) {
   const auto bound = std::chrono::steady_clock::now() + kWaitBound;
@@ -25,7 +25,7 @@ bool WaitUntil(Condition condition) {
   return true;
 }
 
-/// Events with the time of each. Any thread may record one; the time is the real one, even under a fake clock.
+/// Events with their times. Any thread may record one. A fake clock does not affect the times.
 class EventLog {
 public:
   void Record() {
@@ -34,7 +34,7 @@ public:
     m_changed.notify_all();
   }
 
-  /// Waits until there are `count` events. False when the bound is reached.
+  /// Waits until there are `count` events. Returns false if that takes longer than the limit.
   bool WaitFor(std::size_t count) {
     std::unique_lock<std::mutex> lock(m_lock);
     return m_changed.wait_for(lock, kWaitBound, [this, count] { return m_stamps.size() >= count; });

@@ -28,14 +28,7 @@ protected:
 
   void ExpectHeld(const Lock& lock) {
     EXPECT_TRUE(lock.owns_lock());
-    bool is_free = false;
-    std::thread([&] {
-      is_free = m_mutex.try_lock();
-      if (is_free) {
-        m_mutex.unlock();
-      }
-    }).join();
-    EXPECT_FALSE(is_free);
+    std::thread([this] { EXPECT_FALSE(std::unique_lock(m_mutex, std::try_to_lock)); }).join();
   }
 
   typename Lock::mutex_type m_mutex;

@@ -3,7 +3,7 @@
 #include <pthread.h>
 #include <sys/resource.h>
 
-#include <boost/thread/lock_guard.hpp>
+#include <mutex>
 #include <system_error>
 
 #include "lib/platform/monotonic_time.h"
@@ -26,13 +26,7 @@ constexpr std::uint64_t kNever = 3600 * 1000 * kMillisecond;
 // An action that calls a hook and then records its run.
 class DeferredActionTest : public testing::Test {
 protected:
-  bool IsLockFree() {
-    const bool locked = m_lock.try_lock();
-    if (locked) {
-      m_lock.unlock();
-    }
-    return locked;
-  }
+  bool IsLockFree() { return std::unique_lock(m_lock, std::try_to_lock).owns_lock(); }
 
   boost::recursive_mutex m_lock;
   EventLog m_runs;

@@ -3,6 +3,7 @@
 // than the delay after the write before.
 //
 // For longer: platform_test --gtest_filter='*Storm*' --gtest_repeat=100
+#include <deque>
 #include <mutex>
 #include <random>
 
@@ -85,15 +86,15 @@ void Step(LazyPersistentStore& lazy, RisingStore& store, Random& random) {
 template <typename Call>
 void Storm(int count, Call step) {
   const unsigned seed = std::random_device()();
-  std::vector<std::unique_ptr<OtherThread>> threads;
+  std::deque<OtherThread> threads;
   for (unsigned i = 0; i < 4; ++i) {
-    threads.push_back(std::make_unique<OtherThread>([=, &step] {
+    threads.emplace_back([=, &step] {
       SCOPED_TRACE("seed " + std::to_string(seed));
       Random random(seed + i);
       for (int n = 0; n < count && !testing::Test::HasFailure(); ++n) {
         step(random);
       }
-    }));
+    });
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <boost/thread/exceptions.hpp>
 #include <cstdarg>
+#include <deque>
 
 #include "tests/unit/platform/platform_test.h"
 #include "tests/unit/platform/wrapped_process_calls.h"
@@ -73,15 +74,15 @@ TEST(MemoryTrace, KeepsTextsOfSeveralThreadsWhole) {
   MemoryTrace trace(4 * kTexts * 18);
   std::atomic<int> ready{0};
   {
-    std::vector<std::unique_ptr<OtherThread>> threads;
+    std::deque<OtherThread> threads;
     for (int i = 0; i < 4; ++i) {
-      threads.push_back(std::make_unique<OtherThread>([&trace, &ready, i] {
+      threads.emplace_back([&trace, &ready, i] {
         ++ready;
         EXPECT_TRUE(WaitUntil([&ready] { return ready == 4; }));
         for (int j = 0; j < kTexts; ++j) {
           Trace(trace, "<%d%03d>", i, j);
         }
-      }));
+      });
     }
   }
   const std::string contents = trace.Contents();

@@ -9,10 +9,7 @@ using namespace test_platform;
 
 namespace {
 
-mode_t Mode(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-}
+mode_t Mode(const std::string& path) { return static_cast<mode_t>(std::filesystem::status(path).permissions()); }
 
 std::string TryingHarder(pid_t pid, int signal) {
   return "PID " + std::to_string(pid) + " didn't exit from signal " + std::to_string(signal) + ". Trying harder.\n";

@@ -47,17 +47,12 @@ std::optional<Fault> g_fault;
 std::function<int(const sigset_t&, const timespec&)> g_wait;
 std::optional<Process> g_process;
 
-// Returns 0 if the call does not fail.
-int ErrorOf(ProcessCall call) {
-  return g_fault && g_fault->call == call && g_fault->successes-- <= 0 ? g_fault->error_number : 0;
-}
-
 bool Fails(ProcessCall call) {
-  const int error_number = ErrorOf(call);
-  if (error_number != 0) {
-    errno = error_number;
+  if (!g_fault || g_fault->call != call || g_fault->successes-- > 0) {
+    return false;
   }
-  return error_number != 0;
+  errno = g_fault->error_number;
+  return true;
 }
 
 int KillFakeProcess(pid_t pid, int signal) {
@@ -110,13 +105,11 @@ int __wrap_prctl(int option, unsigned long second, unsigned long third, unsigned
 
 // These two return their error. They do not set errno.
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
-  const int error_number = ErrorOf(ProcessCall::MutexLock);
-  return error_number != 0 ? error_number : __real_pthread_mutex_lock(mutex);
+  return Fails(ProcessCall::MutexLock) ? std::exchange(errno, 0) : __real_pthread_mutex_lock(mutex);
 }
 
 int __wrap_pthread_sigmask(int how, const sigset_t* set, sigset_t* old) {
-  const int error_number = ErrorOf(ProcessCall::SignalMask);
-  return error_number != 0 ? error_number : __real_pthread_sigmask(how, set, old);
+  return Fails(ProcessCall::SignalMask) ? std::exchange(errno, 0) : __real_pthread_sigmask(how, set, old);
 }
 
 pid_t __wrap_setsid() { return Fails(ProcessCall::SetSession) ? -1 : __real_setsid(); }
