@@ -77,6 +77,7 @@ TEST_F(DaemoniseTest, WaitsForBothSignalsUntilTheTimeout) {
       {"seconds and microseconds", microseconds(1500001), 0, {"1.500001000"}},
       {"more than 32 bits of microseconds", seconds(5000), 0, {"5000.0"}},
       {"others end", seconds(5), 1700000, {"5.0", "3.300000000", "1.600000000"}},
+      {"others end after whole seconds", seconds(5), 2000000, {"5.0", "3.0", "1.0"}},
       {"another ends at the timeout", seconds(2), 2000000, {"2.0"}},
   };
   for (const auto& [name, timeout, interval, limits] : rows) {
@@ -93,6 +94,7 @@ TEST_F(DaemoniseTest, WaitsForBothSignalsUntilTheTimeout) {
       if (interval != 0 && limit.tv_sec + limit.tv_nsec != 0) {
         now = AddMicroseconds(now, interval);
         clock.Set(now);
+        errno = 0;
         return SIGCHLD;
       }
       errno = EAGAIN;

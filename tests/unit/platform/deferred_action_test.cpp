@@ -98,7 +98,7 @@ TEST_F(DeferredActionTest, RunsStrictlyAfterItsDeadline) {
     const std::size_t runs = m_runs.Count();
     // The worker waits in real time. For it the deadline has passed.
     timespec past = get_monotonic_time();
-    past.tv_sec -= static_cast<time_t>(delay / 1000000);
+    past.tv_sec -= static_cast<time_t>(delay / 1000000 + 1);
     FakeClock clock(past);
     m_action->Schedule(delay);
     clock.Set(AddMicroseconds(past, delay));

@@ -36,6 +36,13 @@ TEST_F(WritePidFileTest, ReplacesTheTextWithANumberAndANewline) {
     WritePidFile(m_path, pid);
     EXPECT_EQ(ReadTextFile(m_path), std::to_string(pid) + "\n");
   }
+  // The file may get the lowest descriptor.
+  EXPECT_EQ(RunInChild([this] {
+              ::close(STDIN_FILENO);
+              WritePidFile(m_path, 77);
+              return ReadTextFile(m_path);
+            }),
+            "77\n");
 }
 
 TEST_F(WritePidFileTest, MakesTheFileReadableByAllAndWritableByTheOwner) {
