@@ -1,6 +1,5 @@
 // Tests of GetCfeEnvironment. A process reads the environment of its device only once, so each test runs in its own
 // process.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mtd/mtd-user.h>
 #include <sys/ioctl.h>
@@ -9,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <set>
 #include <string>
@@ -16,33 +16,27 @@
 #include <vector>
 
 #include "lib/hardware/cfe_environment.h"
-#include "tests/unit/hardware/cfe_block.h"
-#include "tests/unit/hardware/device_mounts.h"
+#include "tests/unit/hardware/device_files.h"
 #include "tests/unit/hardware/fake_mtd.h"
 #include "tests/unit/platform/bounded_wait.h"
 #include "tests/unit/support/captured_stderr.h"
 #include "tests/unit/support/forked_child.h"
 
-using test_hardware::DeviceMounts;
-using test_hardware::EndRecord;
-using test_hardware::FakeMtd;
-using test_hardware::Record;
-using test_support::CapturedStderr;
-using test_support::RunInChild;
-
+namespace test_hardware {
 namespace {
 
 constexpr char kCorrupt[] = "BOOTLOADER ENVIRONMENT CORRUPT. PLEASE RUN MANUFACTURING TEST\n";
+constexpr char kTable[] = "mtd0: 00000800 00000400 \"flash0\"\nmtd7: 00000800 00000400 \"flash0.nvram\"\n";
 constexpr std::uint32_t kBlock = 1024;
-constexpr FakeMtd::Geometry kGeometry{2 * kBlock, kBlock, 512, 16};
 
 std::string Block(const std::string& records) {
   return records + EndRecord() + std::string(kBlock - 1 - records.size(), '\xFF');
 }
 
-std::string Show(const CfeEnvironment& environment) {
+// Returns the environment that GetCfeEnvironment returns.
+std::string Get() {
   std::string text;
-  for (const auto& [name, value] : environment) {
+  for (const auto& [name, value] : GetCfeEnvironment()) {
     text += name + "=" + value + ";";
   }
   return text;
@@ -51,116 +45,94 @@ std::string Show(const CfeEnvironment& environment) {
 class CfeEnvironmentCache : public testing::Test {
 protected:
   CfeEnvironmentCache() {
-    m_mounts.WriteMtdTable("mtd0: 00000800 00000400 \"flash0\"\nmtd7: 00000800 00000400 \"flash0.nvram\"\n");
-    m_mounts.WriteDevice("mtd7", Block(Record("A=first")) + Block(Record("A=second")));
+    m_files.WriteMtdTable(kTable);
+    m_files.WriteDevice("mtd7", Block(Record("A=first")) + Block(Record("A=second")));
   }
 
-  DeviceMounts m_mounts;
-  CapturedStderr m_captured;
+  // Returns the result of `body` in a process of its own.
+  static std::string InNewProcess(const std::function<std::string(FakeMtd&)>& body) {
+    return test_support::RunInChild([&body] {
+      FakeMtd mtd(2 * kBlock, kBlock, 512, 16);
+      return body(mtd);
+    });
+  }
+
+  DeviceFiles m_files;
+  test_support::CapturedStderr m_captured;
 };
 
-}  // namespace
-
 TEST_F(CfeEnvironmentCache, IsFilledByTheFirstCall) {
-  EXPECT_EQ(RunInChild([this] {
-              FakeMtd mtd(kGeometry);
-              std::string answer = Show(GetCfeEnvironment());
-              m_mounts.WriteDevice("mtd7", Block(Record("A=changed")));
-              answer += Show(GetCfeEnvironment());
-              for (const std::string& request : mtd.TakeRequests()) {
-                answer += request + ";";
-              }
-              return answer;
+  EXPECT_EQ(InNewProcess([this](FakeMtd& mtd) {
+              std::string answer = Get();
+              m_files.WriteDevice("mtd7", Block(Record("A=changed")));
+              answer += Get();
+              return answer + mtd.TakeRequests();
             }),
-            "A=first;A=first;MEMGETINFO;MEMGETBADBLOCK 0;");
+            "A=first;A=first;MEMGETINFO, MEMGETBADBLOCK 0");
 }
 
 TEST_F(CfeEnvironmentCache, SkipsABadBlock) {
-  EXPECT_EQ(RunInChild([] {
-              FakeMtd mtd(kGeometry);
+  EXPECT_EQ(InNewProcess([](FakeMtd& mtd) {
               mtd.bad_blocks = {0};
-              return Show(GetCfeEnvironment());
+              return Get();
             }),
             "A=second;");
 }
 
-TEST_F(CfeEnvironmentCache, ReadsThePartitionSizeFromTheTable) {
-  m_mounts.WriteMtdTable("mtd7: 00000400 00000400 \"flash0.nvram\"\n");
-  EXPECT_EQ(RunInChild([] {
-              FakeMtd mtd(kGeometry);
-              mtd.bad_blocks = {0};
-              return Show(GetCfeEnvironment());
-            }),
-            "");
-  EXPECT_EQ(m_captured.Take(), kCorrupt);
-}
-
 TEST_F(CfeEnvironmentCache, ReturnsCopies) {
-  EXPECT_EQ(RunInChild([] {
-              const FakeMtd mtd(kGeometry);
+  EXPECT_EQ(InNewProcess([](FakeMtd&) {
               GetCfeEnvironment()["A"] = "changed by its owner";
-              CfeEnvironment copy = GetCfeEnvironment();
-              copy.clear();
-              return Show(GetCfeEnvironment());
+              return Get();
             }),
             "A=first;");
 }
 
 TEST_F(CfeEnvironmentCache, KeepsAFailureAndReportsItOnce) {
+  const std::string good = Block(Record("A=1"));
   const struct {
     const char* name;
     std::string table;
     std::string contents;
-    void (*prepare)(FakeMtd&);
+    std::function<void(FakeMtd&)> prepare;
+    std::string printed;
   } rows[] = {
-      {"no partitions", "", "", [](FakeMtd&) {}},
-      {"another partition", "mtd7: 00000800 00000400 \"flash0\"\n", Block(Record("A=1")), [](FakeMtd&) {}},
-      {"no device", "mtd8: 00000800 00000400 \"flash0.nvram\"\n", Block(Record("A=1")), [](FakeMtd&) {}},
-      {"no NAND device", "mtd7: 00000800 00000400 \"flash0.nvram\"\n", Block(Record("A=1")),
-       [](FakeMtd& mtd) { mtd.Fail(MEMGETINFO, ENOTTY); }},
-      {"all blocks bad", "mtd7: 00000800 00000400 \"flash0.nvram\"\n", Block(Record("A=1")),
+      {"no partitions", "", "", [](FakeMtd&) {}, kCorrupt},
+      {"another partition", "mtd7: 00000800 00000400 \"flash0\"\n", good, [](FakeMtd&) {}, kCorrupt},
+      {"no device", "mtd8: 00000800 00000400 \"flash0.nvram\"\n", good, [](FakeMtd&) {}, kCorrupt},
+      {"no NAND device", kTable, good, [](FakeMtd& mtd) { mtd.Fail(MEMGETINFO, ENOTTY); }, kCorrupt},
+      {"device error", kTable, good, [](FakeMtd& mtd) { mtd.Fail(MEMGETBADBLOCK, EIO); }, kCorrupt},
+      {"all blocks bad", kTable, good,
        [](FakeMtd& mtd) {
          mtd.bad_blocks = {0, kBlock};
-       }},
-      {"device error", "mtd7: 00000800 00000400 \"flash0.nvram\"\n", Block(Record("A=1")),
-       [](FakeMtd& mtd) { mtd.Fail(MEMGETBADBLOCK, EIO); }},
-      {"damaged records", "mtd7: 00000800 00000400 \"flash0.nvram\"\n", Record("A=1") + "\xFF", [](FakeMtd&) {}},
+       },
+       kCorrupt},
+      {"the only block of a partition that is smaller than the device is bad",
+       "mtd7: 00000400 00000400 \"flash0.nvram\"\n", Block("") + good, [](FakeMtd& mtd) { mtd.bad_blocks = {0}; },
+       kCorrupt},
+      {"damaged records", kTable, Record("A=1") + "\xFF", [](FakeMtd&) {}, kCorrupt},
+      {"an erased block is no failure", kTable, std::string(kBlock, '\xFF'), [](FakeMtd&) {}, ""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    m_mounts.WriteMtdTable(row.table);
-    m_mounts.WriteDevice("mtd7", row.contents);
-    EXPECT_EQ(RunInChild([&] {
-                FakeMtd mtd(kGeometry);
+    m_files.WriteMtdTable(row.table);
+    m_files.WriteDevice("mtd7", row.contents);
+    EXPECT_EQ(InNewProcess([&](FakeMtd& mtd) {
                 row.prepare(mtd);
-                std::string answer = Show(GetCfeEnvironment()) + "|";
+                const std::string first = Get();
                 // The device works from now on, but it is not read again.
                 mtd.Fail(0, 0);
                 mtd.bad_blocks.clear();
-                m_mounts.WriteMtdTable("mtd7: 00000800 00000400 \"flash0.nvram\"\n");
-                m_mounts.WriteDevice("mtd7", Block(Record("A=1")));
-                answer += Show(GetCfeEnvironment());
-                return answer;
+                m_files.WriteMtdTable(kTable);
+                m_files.WriteDevice("mtd7", good);
+                return first + "|" + Get();
               }),
               "|");
-    EXPECT_EQ(m_captured.Take(), kCorrupt);
+    EXPECT_EQ(m_captured.Take(), row.printed);
   }
 }
 
-TEST_F(CfeEnvironmentCache, KeepsAnErasedEnvironmentWithoutAMessage) {
-  m_mounts.WriteDevice("mtd7", std::string(kBlock, '\xFF'));
-  EXPECT_EQ(RunInChild([this] {
-              const FakeMtd mtd(kGeometry);
-              std::string answer = Show(GetCfeEnvironment()) + "|";
-              m_mounts.WriteDevice("mtd7", Block(Record("A=1")));
-              return answer + Show(GetCfeEnvironment());
-            }),
-            "|");
-}
-
 TEST_F(CfeEnvironmentCache, IsFilledOnceByManyThreads) {
-  EXPECT_EQ(RunInChild([] {
-              FakeMtd mtd(kGeometry);
+  EXPECT_EQ(InNewProcess([](FakeMtd& mtd) {
               // Each request waits until all threads ask, or a second one reads.
               constexpr unsigned kThreads = 8;
               std::atomic<unsigned> asking{0};
@@ -178,15 +150,18 @@ TEST_F(CfeEnvironmentCache, IsFilledOnceByManyThreads) {
               for (std::string& text : seen) {
                 threads.emplace_back([&] {
                   ++asking;
-                  text = Show(GetCfeEnvironment());
+                  text = Get();
                 });
               }
               for (std::thread& thread : threads) {
                 thread.join();
               }
               const auto right = std::count(seen.begin(), seen.end(), "A=first;");
-              return std::to_string(right) + " right, " + std::to_string(mtd.TakeRequests().size()) + " requests, " +
-                     std::to_string(readers.size()) + " reader";
+              return std::to_string(right) + " right, " + std::to_string(readers.size()) +
+                     " reader: " + mtd.TakeRequests();
             }),
-            "8 right, 2 requests, 1 reader");
+            "8 right, 1 reader: MEMGETINFO, MEMGETBADBLOCK 0");
 }
+
+}  // namespace
+}  // namespace test_hardware

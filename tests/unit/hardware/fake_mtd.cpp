@@ -7,73 +7,62 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <initializer_list>
-#include <utility>
 
 namespace test_hardware {
 namespace {
 
 FakeMtd* g_fake_mtd = nullptr;
 
-std::string Describe(const char* request, std::initializer_list<std::uint64_t> arguments) {
-  std::string text = request;
-  for (const std::uint64_t argument : arguments) {
-    text += " " + std::to_string(argument);
-  }
-  return text;
-}
-
-std::uint64_t Offset(const void* argument) { return static_cast<std::uint64_t>(*static_cast<const loff_t*>(argument)); }
-
 }  // namespace
 
-FakeMtd::FakeMtd(const Geometry& geometry) : spare(geometry.oob_size, 0xFF), m_geometry(geometry) { g_fake_mtd = this; }
-
-FakeMtd::~FakeMtd() { g_fake_mtd = nullptr; }
-
-void FakeMtd::Fail(unsigned long request, int error_number) {
-  m_failing_request = request;
-  m_error_number = error_number;
+FakeMtd::FakeMtd(std::uint32_t size, std::uint32_t erase_size, std::uint32_t write_size, std::uint32_t oob_size)
+    : spare(oob_size, 0xFF) {
+  info.type = MTD_NANDFLASH;
+  info.size = size;
+  info.erasesize = erase_size;
+  info.writesize = write_size;
+  info.oobsize = oob_size;
+  g_fake_mtd = this;
 }
 
-std::vector<std::string> FakeMtd::TakeRequests() { return std::exchange(m_requests, {}); }
+FakeMtd::~FakeMtd() { g_fake_mtd = nullptr; }
 
 int FakeMtd::Answer(int fd, unsigned long request, void* argument) {
   if (on_request) {
     on_request();
   }
-  m_descriptor = fd;
-  if (request == m_failing_request) {
-    errno = m_error_number;
+  descriptor = fd;
+  if (request == failing.first) {
+    errno = failing.second;
     return -1;
   }
+  const auto record = [this](const std::string& words, auto... numbers) {
+    requests += (requests.empty() ? "" : ", ") + words;
+    ((requests += " " + std::to_string(numbers)), ...);
+  };
   switch (request) {
-    case MEMGETINFO: {
-      m_requests.push_back(Describe("MEMGETINFO", {}));
-      auto& info = *static_cast<mtd_info_user*>(argument);
-      info = mtd_info_user{};
-      info.type = MTD_NANDFLASH;
-      info.size = m_geometry.size;
-      info.erasesize = m_geometry.erase_size;
-      info.writesize = m_geometry.write_size;
-      info.oobsize = m_geometry.oob_size;
+    case MEMGETINFO:
+      record("MEMGETINFO");
+      *static_cast<mtd_info_user*>(argument) = info;
+      return 0;
+    case MEMGETBADBLOCK:
+    case MEMSETBADBLOCK: {
+      const auto offset = static_cast<std::uint64_t>(*static_cast<const loff_t*>(argument));
+      record(request == MEMGETBADBLOCK ? "MEMGETBADBLOCK" : "MEMSETBADBLOCK", offset);
+      if (request == MEMGETBADBLOCK) {
+        return bad_blocks.count(offset) != 0 ? bad_block_answer : 0;
+      }
+      bad_blocks.insert(offset);
       return 0;
     }
-    case MEMGETBADBLOCK:
-      m_requests.push_back(Describe("MEMGETBADBLOCK", {Offset(argument)}));
-      return bad_blocks.count(Offset(argument)) != 0 ? bad_block_answer : 0;
-    case MEMSETBADBLOCK:
-      m_requests.push_back(Describe("MEMSETBADBLOCK", {Offset(argument)}));
-      bad_blocks.insert(Offset(argument));
-      return 0;
     case MEMERASE: {
       const auto& block = *static_cast<const erase_info_user*>(argument);
-      m_requests.push_back(Describe("MEMERASE", {block.start, block.length}));
+      record("MEMERASE", block.start, block.length);
       return 0;
     }
     case MEMREADOOB: {
       const auto& area = *static_cast<const mtd_oob_buf*>(argument);
-      m_requests.push_back(Describe("MEMREADOOB", {area.start, area.length}));
+      record("MEMREADOOB", area.start, area.length);
       std::copy_n(spare.begin(), std::min<std::size_t>(spare.size(), area.length), area.ptr);
       return 0;
     }

@@ -2,42 +2,48 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
-#include <array>
 #include <boost/thread/exceptions.hpp>
 #include <cerrno>
 #include <cstdint>
-#include <new>
-#include <stdexcept>
 #include <string>
 #include <type_traits>
 
-#include "tests/unit/hardware/cfe_block.h"
-#include "tests/unit/hardware/device_mounts.h"
-#include "tests/unit/hardware/failing_mutexes.h"
+#include "tests/unit/hardware/device_files.h"
 #include "tests/unit/hardware/fake_mtd.h"
-#include "tests/unit/support/aborts.h"
 #include "tests/unit/support/captured_stderr.h"
 #include "tests/unit/support/forked_child.h"
-#include "tests/unit/support/temp_dir.h"
-#include "tests/unit/support/throws.h"
 
-using test_hardware::DeviceMounts;
-using test_hardware::FakeMtd;
-using test_support::CapturedStderr;
-using test_support::RunInChild;
-using test_support::TempDir;
-using test_support::WriteTextFile;
+// The error of the next pthread_mutex_init, 0 if it is not replaced.
+static int g_mutex_error = 0;
 
-static_assert(!std::is_copy_constructible_v<HardwareConfig>);
-static_assert(!std::is_copy_assignable_v<HardwareConfig>);
-static_assert(alignof(HardwareConfig) >= 8);
+// The linker replaces calls of F by calls of __wrap_F. __real_F is the original function.
+extern "C" {
 
+int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
+
+int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
+int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
+  return g_mutex_error != 0 ? std::exchange(g_mutex_error, 0) : __real_pthread_mutex_init(mutex, attributes);
+}
+
+}  // extern "C"
+
+namespace test_hardware {
 namespace {
+
+using test_support::CapturedStderr;
+
+// The tests of Singleton show that a second object and a missing one are assertion failures.
+static_assert(std::is_base_of_v<bramble::Singleton<HardwareConfig>, HardwareConfig>);
+static_assert(alignof(HardwareConfig) >= 8);
 
 constexpr char kMissing[] = "/nonexistent/boardid";
 constexpr char kCorrupt[] = "BOOTLOADER ENVIRONMENT CORRUPT. PLEASE RUN MANUFACTURING TEST\n";
 constexpr char kNotValid[] = "SRB not valid. Please run manufacturing test.\n";
+constexpr char kZero[] = "Hardware configuration bitfield is zero. Please reprogram SRB\n";
+constexpr std::uint64_t kAll = 0xFFFFFFFFFFFFFFFF;
 
 CfeEnvironment GoodEnvironment() {
   return {{"PW_FORMAT", "1"}, {"PW_HWFLAGS", "0x31"}, {"PW_OEM_ID", "acme"}, {"PW_OEM_MODEL", "5R1"}};
@@ -55,33 +61,74 @@ std::string Describe(const HardwareConfig& config) {
 constexpr char kNothing[] =
     "revision -1, board -1, flags 0, family '', OEM '', model '', bootloader '', keys 0, boot 0, secure ID ''";
 
-void ExpectNoInstance() {
-  // Creating an instance aborts if there already is one.
-  const HardwareConfig config(kMissing, GoodEnvironment);
-  EXPECT_EQ(&HardwareConfig::GetInstance(), &config);
-}
-
-}  // namespace
-
 TEST(HardwareConfig, ReadsAllItsSources) {
-  const TempDir dir;
-  WriteTextFile(dir / "boardid",
-                "Revision: C\nFamily: tiger\nID: 18\nBOLT-version: v2\nSecure-keys: 1\nSecure-ID: 17\n");
-  const CapturedStderr silent;
-  EXPECT_EQ(Describe(HardwareConfig((dir / "boardid").c_str(), GoodEnvironment)),
+  const test_support::TempDir dir;
+  const std::string path = dir / "boardid";
+  test_support::WriteTextFile(path,
+                              "Revision: C\nFamily: tiger\nID: 18\nBOLT-version: v2\nSecure-keys: 1\nSecure-ID: 17\n");
+  CapturedStderr captured;
+  EXPECT_EQ(Describe(HardwareConfig(path.c_str(), GoodEnvironment)),
             "revision 3, board 18, flags 49, family 'tiger', OEM 'acme', model '5R1', bootloader 'v2', keys 1, boot 0, "
             "secure ID '17'");
-  WriteTextFile(dir / "boardid", "Secure-boot: 1\n");
-  EXPECT_TRUE(HardwareConfig((dir / "boardid").c_str(), GoodEnvironment).HasSecureBoot());
+  EXPECT_EQ(captured.Take(), "");
+  EXPECT_EQ(Describe(HardwareConfig(path.c_str(), [] { return CfeEnvironment(); })),
+            "revision 3, board 18, flags 0, family 'tiger', OEM '', model '', bootloader 'v2', keys 1, boot 0, secure "
+            "ID '17'");
+  EXPECT_EQ(captured.Take(), kNotValid);
+  test_support::WriteTextFile(path, "Secure-boot: 1\n");
+  EXPECT_TRUE(HardwareConfig(path.c_str(), GoodEnvironment).HasSecureBoot());
 }
 
-TEST(HardwareConfig, ReadsTheEnvironmentOnce) {
-  int calls = 0;
-  const HardwareConfig config(kMissing, [&calls] {
-    ++calls;
-    return GoodEnvironment();
-  });
-  EXPECT_EQ(calls, 1);
+TEST(HardwareConfig, HasTheFlagsOfAValidEnvironment) {
+  const struct {
+    const char* name;
+    CfeEnvironment environment;
+    std::uint64_t flags;
+    std::string printed;
+  } rows[] = {
+      {"no flags variable", {}, kAll, ""},
+      {"other variables", {{"pw_hwflags", "0"}, {"PW_HWFLAG", "0"}, {"OTHER", "0"}}, kAll, ""},
+      {"empty", {{"PW_HWFLAGS", ""}}, 0, kZero},
+      {"zero", {{"PW_HWFLAGS", "0"}}, 0, kZero},
+      {"junk", {{"PW_HWFLAGS", "junk"}}, 0, kZero},
+      {"hexadecimal", {{"PW_HWFLAGS", "0x31"}}, 0x31, ""},
+      {"octal", {{"PW_HWFLAGS", "061"}}, 0x31, ""},
+      {"trailing junk", {{"PW_HWFLAGS", "49zzz"}}, 0x31, ""},
+      {"maximum", {{"PW_HWFLAGS", "18446744073709551615"}}, kAll, ""},
+      {"model with the connector", {{"PW_HWFLAGS", "0x31"}, {"PW_OEM_MODEL", "5R377"}}, 0x131, ""},
+      {"model with the connector that is already set", {{"PW_HWFLAGS", "0x100"}, {"PW_OEM_MODEL", "5R377"}}, 0x100, ""},
+      {"model with the connector and no other flag", {{"PW_HWFLAGS", "0"}, {"PW_OEM_MODEL", "5R377"}}, 0x100, kZero},
+      {"model with the connector, no flags variable", {{"PW_OEM_MODEL", "5R377"}}, kAll, ""},
+  };
+  CapturedStderr captured;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    CfeEnvironment environment = row.environment;
+    environment["PW_FORMAT"] = "1";
+    EXPECT_EQ(HardwareConfig(kMissing, [&] { return environment; }).GetHardwareFlags(), row.flags);
+    EXPECT_EQ(captured.Take(), row.printed);
+  }
+  for (const char* model : {"5R378", "5r377", "5R3777", "5R37", " 5R377", "5R377 ", ""}) {
+    SCOPED_TRACE(model);
+    CfeEnvironment environment = GoodEnvironment();
+    environment["PW_OEM_MODEL"] = model;
+    const HardwareConfig config(kMissing, [&] { return environment; });
+    EXPECT_EQ(config.GetHardwareFlags(), 0x31U);
+    EXPECT_EQ(config.GetOemModel(), model);
+  }
+}
+
+TEST(HardwareConfig, IgnoresAnEnvironmentOfAnotherFormat) {
+  CapturedStderr captured;
+  for (const char* format : {"", "0", "01", "1 ", " 1", "2", "11", "1\n", "0x1"}) {
+    SCOPED_TRACE(format);
+    CfeEnvironment environment{{"PW_FORMAT", format}, {"PW_OEM_ID", "acme"}, {"PW_OEM_MODEL", "5R377"}};
+    EXPECT_EQ(Describe(HardwareConfig(kMissing, [&] { return environment; })), kNothing);
+    EXPECT_EQ(captured.Take(), kNotValid);
+  }
+  const CfeEnvironment other_names{{"pw_format", "1"}, {"PW_FORMAT ", "1"}, {"PW_FORMAT2", "1"}, {"PW_OEM_ID", "acme"}};
+  EXPECT_EQ(Describe(HardwareConfig(kMissing, [&] { return other_names; })), kNothing);
+  EXPECT_EQ(captured.Take(), kNotValid);
 }
 
 TEST(HardwareConfig, HasTheFeaturesOfItsFlags) {
@@ -101,96 +148,54 @@ TEST(HardwareConfig, ReturnsTheRegistryPath) {
   EXPECT_EQ(HardwareConfig(kMissing, GoodEnvironment).GetRegistryPath(), "/var/lib/plinthware/registry");
 }
 
-TEST(HardwareConfig, IsTheInstanceWhileItExists) {
-  for (int i = 0; i < 2; ++i) {
-    HardwareConfig config(kMissing, GoodEnvironment);
-    EXPECT_EQ(&HardwareConfig::GetInstance(), &config);
-  }
-}
-
-TEST(HardwareConfig, IsRegisteredBeforeItsSourcesAreRead) {
-  const HardwareConfig* instance = nullptr;
-  const HardwareConfig config(kMissing, [&instance] {
-    instance = &HardwareConfig::GetInstance();
+TEST(HardwareConfig, IsRegisteredBeforeItReadsTheEnvironmentOnce) {
+  std::vector<const HardwareConfig*> instances;
+  const HardwareConfig config(kMissing, [&instances] {
+    instances.push_back(&HardwareConfig::GetInstance());
     return GoodEnvironment();
   });
-  EXPECT_EQ(instance, &config);
+  EXPECT_THAT(instances, testing::ElementsAre(&config));
 }
 
-TEST(HardwareConfig, AbortsWhenASecondOneIsCreated) {
-  const HardwareConfig config(kMissing, GoodEnvironment);
-  EXPECT_ASSERTION(HardwareConfig(kMissing, GoodEnvironment), "sm_instance == __null", "lib/platform/singleton.h",
-                   ".*Singleton\\(\\).*");
-}
-
-TEST(HardwareConfig, GetInstanceAbortsWithoutAnInstance) {
-  EXPECT_ASSERTION(HardwareConfig::GetInstance(), "ValidatePointer(sm_instance, kAlignment)",
-                   "lib/platform/singleton.h", ".*GetInstance\\(\\).*");
-  { const HardwareConfig config(kMissing, GoodEnvironment); }
-  EXPECT_ASSERTION(HardwareConfig::GetInstance(), "ValidatePointer(sm_instance, kAlignment)",
-                   "lib/platform/singleton.h", ".*GetInstance\\(\\).*");
-}
-
-TEST(HardwareConfig, AbortsWhenAnObjectOtherThanTheInstanceIsDestroyed) {
-  const HardwareConfig config(kMissing, GoodEnvironment);
-  // This object is never constructed. Its destructor is safe because all its bytes are zero.
-  alignas(HardwareConfig) std::array<unsigned char, sizeof(HardwareConfig)> other{};
-  EXPECT_ASSERTION(reinterpret_cast<HardwareConfig*>(other.data())->~HardwareConfig(), "sm_instance == this",
-                   "lib/platform/singleton.h", ".*~Singleton\\(\\).*");
-}
-
-TEST(HardwareConfig, IsNotRegisteredWhenReadingTheEnvironmentThrows) {
-  const TempDir dir;
-  WriteTextFile(dir / "boardid", "Family: " + std::string(64, 'f') + "\n");
-  const std::string path = dir / "boardid";
-  EXPECT_THROW(HardwareConfig(path.c_str(), []() -> CfeEnvironment { throw std::bad_alloc(); }), std::bad_alloc);
-  ExpectNoInstance();
-  test_platform::ExpectRuntimeError("no flash", [&] {
-    HardwareConfig(path.c_str(), []() -> CfeEnvironment { throw std::runtime_error("no flash"); });
-  });
-  ExpectNoInstance();
-}
-
-TEST(HardwareConfig, IsNotRegisteredWhenItsMutexCannotBeInitialised) {
+TEST(HardwareConfig, IsNotRegisteredWhenItsConstructorThrows) {
+  EXPECT_THROW(HardwareConfig(kMissing, []() -> CfeEnvironment { throw std::bad_alloc(); }), std::bad_alloc);
   try {
-    const test_hardware::FailingMutexes failing(EAGAIN);
+    g_mutex_error = EAGAIN;
     const HardwareConfig config(kMissing, GoodEnvironment);
     ADD_FAILURE() << "nothing thrown";
   } catch (const boost::thread_resource_error& e) {
     EXPECT_THAT(e.what(), testing::StartsWith("boost:: mutex constructor failed in pthread_mutex_init"));
     EXPECT_EQ(e.native_error(), EAGAIN);
   }
-  ExpectNoInstance();
+  // Creating an instance aborts if there already is one.
+  const HardwareConfig config(kMissing, GoodEnvironment);
+  EXPECT_EQ(&HardwareConfig::GetInstance(), &config);
 }
 
-TEST(HardwareConfigOfThisDevice, IsUnknownWhenBothSourcesAreMissing) {
-  const DeviceMounts mounts;
+TEST(HardwareConfigOfThisDevice, ReadsTheFlashOnceWhenBothSourcesAreMissing) {
+  const DeviceFiles files;
   CapturedStderr captured;
-  EXPECT_EQ(RunInChild([] { return Describe(HardwareConfig()); }), kNothing);
-  EXPECT_EQ(captured.Take(), std::string(kCorrupt) + kNotValid);
-}
-
-TEST(HardwareConfigOfThisDevice, ReadsTheFlashOnceForSeveralInstances) {
-  const DeviceMounts mounts;
-  CapturedStderr captured;
-  EXPECT_EQ(RunInChild([] {
-              { const HardwareConfig first; }
-              return Describe(HardwareConfig());
+  EXPECT_EQ(test_support::RunInChild([] {
+              const std::string first = Describe(HardwareConfig());
+              return first + "\n" + Describe(HardwareConfig());
             }),
-            kNothing);
+            std::string(kNothing) + "\n" + kNothing);
   EXPECT_EQ(captured.Take(), std::string(kCorrupt) + kNotValid + kNotValid);
 }
 
 TEST(HardwareConfigOfThisDevice, IsReadFromTheKernelAndTheFlash) {
-  DeviceMounts mounts;
-  mounts.WriteBoardIdentity("Revision: B\nFamily: panther\n");
-  mounts.WriteMtdTable("mtd1: 00000400 00000400 \"flash0.nvram\"\n");
-  mounts.WriteDevice("mtd1", test_hardware::Records(GoodEnvironment()) + std::string(1024, '\0'));
+  DeviceFiles files;
+  files.WriteBoardIdentity("Revision: B\nFamily: panther\n");
+  files.WriteMtdTable("mtd1: 00000400 00000400 \"flash0.nvram\"\n");
+  files.WriteDevice("mtd1", Record("PW_FORMAT=1") + Record("PW_HWFLAGS=0x31") + std::string(1024, '\0'));
   const CapturedStderr silent;
-  EXPECT_EQ(RunInChild([] {
-              const FakeMtd mtd({1024, 1024, 512, 16});
+  EXPECT_EQ(test_support::RunInChild([] {
+              const FakeMtd mtd(1024, 1024, 512, 16);
               return Describe(HardwareConfig());
             }),
-            "revision 2, board -1, flags 49, family 'panther', OEM 'acme', model '5R1', bootloader '', keys 0, boot 0, "
+            "revision 2, board -1, flags 49, family 'panther', OEM '', model '', bootloader '', keys 0, boot 0, "
             "secure ID ''");
 }
+
+}  // namespace
+}  // namespace test_hardware

@@ -17,26 +17,18 @@ TEST(HardwareFeatures, HaveTheRightBitsAndNames) {
       {HardwareFeature::IrBlaster, 16, "IR Blaster"},
       {HardwareFeature::DigitalTuner, 24, "Digital Tuner"},
       {HardwareFeature::Eac3, 29, "EAC3"},
+      {HardwareFeature{30}, 30, "reserved"},
+      {HardwareFeature{31}, 31, "reserved"},
       {HardwareFeature::OnboardStorage, 32, "Onboard Storage"},
       {HardwareFeature::DisablePacketCapture, 37, "Disable Packet Capture"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(static_cast<unsigned>(row.feature), row.bit);
-    EXPECT_EQ(HardwareFeatureName(row.bit), row.name);
-  }
-}
-
-TEST(HardwareFeatures, OtherBitsAreReservedOrUnknown) {
-  const struct {
-    unsigned bit;
-    const char* name;
-  } rows[] = {
-      {30, "reserved"},       {31, "reserved"},        {38, "Unknown bit 38"},
-      {63, "Unknown bit 63"}, {64, "Unknown feature"}, {UINT_MAX, "Unknown feature"},
+      {HardwareFeature{38}, 38, "Unknown bit 38"},
+      {HardwareFeature{63}, 63, "Unknown bit 63"},
+      {HardwareFeature{64}, 64, "Unknown feature"},
+      {HardwareFeature{UINT_MAX}, UINT_MAX, "Unknown feature"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.bit);
+    EXPECT_EQ(static_cast<unsigned>(row.feature), row.bit);
     EXPECT_EQ(HardwareFeatureName(row.bit), row.name);
   }
 }

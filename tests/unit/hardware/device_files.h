@@ -1,16 +1,24 @@
-// Puts directories of the test over /proc and /dev: the kernel's tables and the flash of a device.
+// The files that describe a device to the hardware code.
 #pragma once
 
 #include <string>
 
+#include "lib/hardware/cfe_environment.h"
 #include "tests/unit/support/bound_over.h"
 #include "tests/unit/support/temp_dir.h"
 
 namespace test_hardware {
 
+/// Returns a record of the bootloader environment with the text, which is normally NAME=VALUE.
+inline std::string Record(const std::string& text) {
+  return std::string{1, static_cast<char>(text.size() + 1), '\0'} + text;
+}
+
+inline std::string EndRecord() { return std::string(1, '\0'); }
+
 /// While this object exists, /proc and /dev contain only the files that the test writes. No process has a /proc/self
 /// during that time.
-class DeviceMounts {
+class DeviceFiles {
 public:
   void WriteBoardIdentity(const std::string& text) { test_support::WriteTextFile(m_proc / "boardid", text); }
   void WriteMtdTable(const std::string& rows) {
