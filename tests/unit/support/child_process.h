@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <boost/core/noncopyable.hpp>
 #include <string>
 
 namespace test_platform {
@@ -13,12 +14,10 @@ namespace test_platform {
 [[noreturn]] void ExitChild();
 
 /// Redirects standard output to the file until this object is destroyed or the child exits.
-class StdoutToFile {
+class StdoutToFile : boost::noncopyable {
 public:
   explicit StdoutToFile(const std::string& path);
   ~StdoutToFile();
-  StdoutToFile(const StdoutToFile&) = delete;
-  StdoutToFile& operator=(const StdoutToFile&) = delete;
 
 private:
   int m_saved;

@@ -60,15 +60,10 @@ inline bool DropCapabilities() {
   return ::syscall(SYS_capset, &header, none) == 0;
 }
 
-/// Sets a soft limit of this process. Returns whether it succeeded.
+/// Sets a limit of this process, which it cannot raise again. Returns whether it succeeded.
 inline bool LimitResource(int resource, rlim_t limit) {
-  rlimit limits{};
-  const auto which = static_cast<__rlimit_resource_t>(resource);
-  if (::getrlimit(which, &limits) != 0) {
-    return false;
-  }
-  limits.rlim_cur = limit;
-  return ::setrlimit(which, &limits) == 0;
+  const rlimit limits{limit, limit};
+  return ::setrlimit(static_cast<__rlimit_resource_t>(resource), &limits) == 0;
 }
 
 }  // namespace test_support

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "tests/unit/support/bound_over.h"
+
 namespace test_support {
 
 /// Moves the process into its own mount namespace (and, without root, its own user namespace) and mounts a file over
@@ -21,11 +23,10 @@ class UnopenableKernelLog {
 public:
   UnopenableKernelLog();
   ~UnopenableKernelLog();
-  UnopenableKernelLog(const UnopenableKernelLog&) = delete;
-  UnopenableKernelLog& operator=(const UnopenableKernelLog&) = delete;
 
 private:
-  std::string m_socket;
+  const std::string m_socket;
+  const BoundOver m_mount;
 };
 
 }  // namespace test_support

@@ -1,17 +1,16 @@
 // A directory for one test. The destructor removes it with its contents.
 #pragma once
 
+#include <boost/core/noncopyable.hpp>
 #include <string>
 
 namespace test_support {
 
-class TempDir {
+class TempDir : boost::noncopyable {
 public:
   /// Throws std::system_error.
   TempDir();
   ~TempDir();
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
 
   const std::string& Path() const { return m_path; }
   std::string operator/(const std::string& name) const { return m_path + "/" + name; }

@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
+#include <limits>
 #include <mutex>
 #include <utility>
 
@@ -37,24 +38,19 @@ timespec g_clock_now;    // guarded by g_clock_lock
 long g_clock_reads = 0;  // guarded by g_clock_lock
 
 int g_drain_record = -1;
-
 std::function<long(int, const void*, std::size_t)> g_write;
-
-bool g_count_formatting = false;
-int g_formatting_passes = 0;
-int g_failing_pass = 0;
-
-bool g_fake_seek = false;
+std::atomic<int> g_formatting_passes{0};
+std::atomic<int> g_failing_pass{std::numeric_limits<int>::max()};
 std::int64_t g_seek_size = -1;
 int g_seek_back_error = 0;
 
-bool FormattingFails() { return g_count_formatting && ++g_formatting_passes >= g_failing_pass && g_failing_pass != 0; }
+bool FormattingFails() { return ++g_formatting_passes >= g_failing_pass; }
 
 off_t Seek(int fd, off_t offset, int whence, off_t (*real)(int, off_t, int)) {
-  if (g_fake_seek && whence == SEEK_END && g_seek_size >= 0) {
+  if (whence == SEEK_END && g_seek_size >= 0) {
     return static_cast<off_t>(g_seek_size);
   }
-  if (g_fake_seek && whence == SEEK_SET && g_seek_back_error != 0) {
+  if (whence == SEEK_SET && g_seek_back_error != 0) {
     errno = g_seek_back_error;
     return -1;
   }
@@ -94,18 +90,19 @@ ReplacedWrite::~ReplacedWrite() { g_write = nullptr; }
 
 CountedFormatting::CountedFormatting(int failing_call) {
   g_formatting_passes = 0;
-  g_failing_pass = failing_call;
-  g_count_formatting = true;
+  g_failing_pass = failing_call != 0 ? failing_call : std::numeric_limits<int>::max();
 }
-CountedFormatting::~CountedFormatting() { g_count_formatting = false; }
+CountedFormatting::~CountedFormatting() { g_failing_pass = std::numeric_limits<int>::max(); }
 int CountedFormatting::Passes() const { return g_formatting_passes; }
 
 FakeSeek::FakeSeek(std::int64_t size, int seek_back_error) {
   g_seek_size = size;
   g_seek_back_error = seek_back_error;
-  g_fake_seek = true;
 }
-FakeSeek::~FakeSeek() { g_fake_seek = false; }
+FakeSeek::~FakeSeek() {
+  g_seek_size = -1;
+  g_seek_back_error = 0;
+}
 
 }  // namespace wrapped_calls
 
