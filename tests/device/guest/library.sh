@@ -32,17 +32,16 @@ no_nand() {
   rmmod nandsim
 }
 
-# record TEXT...: prints an environment record for each text.
-record() {
-  local text
-  for text in "$@"; do
-    printf "\\001\\$(printf %03o $((${#text} + 1)))\\000%s" "$text"
-  done
-}
-
-# environment TEXT...: writes the records and an end mark to the first good block, as the bootloader does.
+# environment TEXT...: writes a record for each text and the byte $end_mark (octal, normally 0) to the first good block,
+# as the bootloader does.
 environment() {
-  { record "$@" && printf '\000'; } >/tmp/environment
+  local text
+  {
+    for text in "$@"; do
+      printf "\\001\\$(printf %03o $((${#text} + 1)))\\000%s" "$text"
+    done
+    printf %b "\\0${end_mark:-000}"
+  } >/tmp/environment
   nandwrite -q -p /dev/mtd0 /tmp/environment
 }
 

@@ -1,7 +1,7 @@
-# shellcheck shell=dash source=tests/device/guest/library.sh
+# shellcheck shell=dash disable=SC2154 source=tests/device/guest/library.sh
 # Several lives of a board whose registry is on UBIFS. After a random time, the test mode of UBI cuts the power when the
 # next block of the flash is begun: from then on nothing reaches the flash. The flash is then attached again, as after a
-# boot.
+# boot. The kernel's command line sets $lives and $mount_options.
 . /scenario/library.sh
 
 for module in crc16 deflate zstd_compress zstd ubi ubifs; do
@@ -25,8 +25,7 @@ cut_power_within_12_seconds() {
 }
 
 number=1
-mount_options=$(cat /scenario/mount_options)
-for _ in $(seq "$(cat /scenario/number)"); do
+for _ in $(seq "$lives"); do
   mount -t ubifs -o "$mount_options" ubi0:data /var/lib/plinthware || exit 1
   registry_found
   ledgerd

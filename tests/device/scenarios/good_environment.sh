@@ -7,7 +7,7 @@ environment PW_FORMAT=1 PW_HWFLAGS=0x31 PW_OEM_ID=7 PW_OEM_MODEL=5R377 OTHER=a=b
 cat /proc/mtd
 
 echo "# the hardware description"
-hardware_report
+board_report
 
 echo "# the same with a board identity"
 board_identity <<'END'
@@ -19,7 +19,7 @@ Secure-keys: 1
 Secure-boot: 0
 Secure-ID: 0123456789abcdef
 END
-hardware_report
+board_report
 
 echo "# the daemon starts without a word"
 start_bus

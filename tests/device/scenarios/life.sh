@@ -4,13 +4,6 @@
 
 file=/var/lib/plinthware/registry
 
-gcall() {
-  local method=$1
-  shift
-  gdbus call --system --dest com.tavimesh.Registry --object-path /com/tavimesh/Registry \
-    --method "com.tavimesh.Registry.$method" "$@" 2>&1
-}
-
 # as USER METHOD ARGUMENT...: calls a method as a user and prints the reply. If the bus refuses the call, prints only
 # the name of the error, because its text contains numbers.
 as() {
@@ -36,7 +29,7 @@ echo "# start"
 start_daemon
 environment_of_the_process
 
-echo "# twelve methods by dbus-send"
+echo "# twelve methods"
 call Write string:Network string:Hostname string:Player-7
 call Write string:network string:mtu string:
 call Read string:NETWORK string:HOSTNAME
@@ -55,21 +48,6 @@ cat $file
 echo
 call DeleteAll
 call SectionList
-
-echo "# twelve methods by gdbus"
-gcall Write Network Hostname Player-8
-gcall Read network hostname
-gcall KeyExists network hostname
-gcall SectionExists network
-gcall SectionList
-gcall KeyList network
-gcall ReadAllJson
-gcall WriteJson '{"a":{"b":"c"}}'
-gcall DeleteKey a b
-gcall DeleteSection a
-gcall DeleteAll
-gcall Flush
-wc -c $file
 
 echo "# errors"
 call Read "string:caf$(printf '\303\251')" string:x

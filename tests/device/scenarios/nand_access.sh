@@ -3,4 +3,4 @@
 . /scenario/library.sh
 
 nand badblocks=0,2
-nand_report
+board_report nand
