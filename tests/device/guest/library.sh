@@ -28,10 +28,6 @@ nand() {
   insmod /modules/nandsim.ko id_bytes=0xec,0xa1,0x00,0x15 overridesize=6 parts=8 "$@"
 }
 
-no_nand() {
-  rmmod nandsim
-}
-
 # environment TEXT...: writes a record for each text and the byte $end_mark (octal, normally 0) to the first good block,
 # as the bootloader does.
 environment() {
@@ -55,10 +51,6 @@ program_log() {
   }' >/tmp/log
   tail -n "+$(($(cat /tmp/log_lines 2>/dev/null || echo 0) + 1))" /tmp/log
   wc -l </tmp/log >/tmp/log_lines
-}
-
-start_bus() {
-  dbus-daemon --system
 }
 
 # call METHOD ARGUMENT...: calls the registry as a client does. Prints the reply without its header.

@@ -12,6 +12,6 @@ until_true 10 [ -e /dev/vda ]
 mount -t ext4 -o "$mount_options" /dev/vda /var/lib/plinthware
 registry_found >/dev/host
 
-start_bus
+dbus-daemon --system
 ledgerd
 flush_storm "$first_number" >/dev/host 2>&1

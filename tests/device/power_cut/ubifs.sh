@@ -13,7 +13,7 @@ insmod /modules/nandsim.ko id_bytes=0xec,0xa1,0x00,0x15 overridesize=7
 ubiformat -q -y /dev/mtd0 >/dev/null
 ubiattach -m 0 >/dev/null
 ubimkvol /dev/ubi0 -N data -m >/dev/null
-start_bus
+dbus-daemon --system
 
 cut_power_within_12_seconds() {
   # shellcheck disable=SC3028 # the board's shell has RANDOM

@@ -6,7 +6,7 @@ nand
 cat /proc/mtd >/tmp/mtd
 sed -i 's/^mtd0: 00100000/mtd0: 00010000/' /tmp/mtd
 mount --bind /tmp/mtd /proc/mtd
-start_bus
+dbus-daemon --system
 
 without_numbers() {
   sed -e 's/process [0-9]*/process PID/' -e 's/:[0-9]*:/:LINE:/'

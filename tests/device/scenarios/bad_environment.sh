@@ -19,14 +19,14 @@ with_environment() {
   nand
   environment "$@"
   serve "$name"
-  no_nand
+  rmmod nandsim
 }
 
-start_bus
+dbus-daemon --system
 serve "no NAND device"
 nand
 serve "erased flash"
-no_nand
+rmmod nandsim
 with_environment "format is not quite 1" PW_FORMAT=01 PW_HWFLAGS=0x31 PW_OEM_ID=7
 with_environment "no format" PW_HWFLAGS=0x31
 with_environment "no hardware flags" PW_FORMAT=1 PW_OEM_ID=7
@@ -38,7 +38,7 @@ end_mark=377
 with_environment "records that end in erased flash" PW_FORMAT=1
 nand badblocks=0,1,2,3,4,5,6,7
 serve "every block is bad"
-no_nand
+rmmod nandsim
 insmod /modules/nandsim_as_built.ko id_bytes=0xec,0xa1,0x00,0x15 overridesize=6 parts=8
 sed 1d /proc/mtd
 serve "no partition of that name"

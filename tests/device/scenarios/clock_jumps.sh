@@ -11,7 +11,7 @@ elapsed() {
 
 nand
 environment PW_FORMAT=1 PW_HWFLAGS=0x31
-start_bus
+dbus-daemon --system
 start_daemon
 start=$(uptime_centiseconds)
 call Write string:clock string:before string:jump

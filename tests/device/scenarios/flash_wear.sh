@@ -12,7 +12,7 @@ ubiattach -m 0 >/dev/null
 # A volume only for the registry.
 ubimkvol /dev/ubi0 -N data -s 4MiB >/dev/null
 ubidetach -d 0
-start_bus
+dbus-daemon --system
 
 # erasures: prints the sum of UBI's erase counters. Each block has one at its bytes 8 to 15, big-endian.
 erasures() {

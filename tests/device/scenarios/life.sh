@@ -23,7 +23,7 @@ environment_of_the_process() {
 
 nand
 environment PW_FORMAT=1 PW_HWFLAGS=0x31
-start_bus
+dbus-daemon --system
 
 echo "# start"
 start_daemon

@@ -1,7 +1,7 @@
 // Expectations for exceptions and their complete text.
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <stdexcept>
 #include <string>
@@ -13,25 +13,17 @@ namespace test_platform {
 
 template <typename Call>
 void ExpectErrno(int error_number, const std::string& text, Call call) {
-  try {
-    call();
-    ADD_FAILURE() << "nothing thrown, expected " << text;
-  } catch (const bramble::ErrnoException& e) {
-    EXPECT_EQ(e.what(), text);
-    EXPECT_EQ(e.ErrorNumber(), error_number);
-  }
+  EXPECT_THAT(call, testing::Throws<bramble::ErrnoException>(
+                        testing::AllOf(testing::Property(&std::exception::what, testing::StrEq(text)),
+                                       testing::Property(&bramble::ErrnoException::ErrorNumber, error_number))));
 }
 
 /// Expects std::runtime_error itself, not a derived class.
 template <typename Call>
 void ExpectRuntimeError(const std::string& text, Call call) {
-  try {
-    call();
-    ADD_FAILURE() << "nothing thrown, expected " << text;
-  } catch (const std::runtime_error& e) {
-    EXPECT_EQ(e.what(), text);
-    EXPECT_TRUE(typeid(e) == typeid(std::runtime_error)) << typeid(e).name();
-  }
+  const auto is_itself = [](const std::exception& e) { return typeid(e) == typeid(std::runtime_error); };
+  EXPECT_THAT(call, testing::Throws<std::runtime_error>(testing::AllOf(
+                        testing::Property(&std::exception::what, testing::StrEq(text)), testing::Truly(is_itself))));
 }
 
 }  // namespace test_platform
