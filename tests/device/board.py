@@ -53,7 +53,8 @@ def boot(archive, directory, timeout, scenario, **variables):
     # The emulator also exits with 0 when the kernel panics.
     try:
         with tarfile.open(fileobj=io.BytesIO((pathlib.Path(directory) / "result").read_bytes())) as sent:
-            files = [sent.extractfile(f"./{name}").read().decode(errors="replace") for name in ("rc", "output", "dmesg")]
-        return Result(int(files[0]), *files[1:])
+            status, output, log = (sent.extractfile(f"./{name}").read().decode(errors="replace")
+                                   for name in ("rc", "output", "dmesg"))
+        return Result(int(status), output, log)
     except (OSError, tarfile.TarError, KeyError, ValueError):
         raise failure("no result", directory) from None
