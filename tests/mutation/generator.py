@@ -1,12 +1,18 @@
 """Makes the mutants of a source: small changes of its operators, constants, conditions, statements and arguments."""
 import dataclasses
+import json
 import re
+import shlex
 
 from clang import cindex
 from clang.cindex import CursorKind as Kind
 
+from view import ROOT
+
 FUNCTIONS = (Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUCTOR, Kind.CONVERSION_FUNCTION,
              Kind.FUNCTION_TEMPLATE)
+CONDITIONS = (Kind.IF_STMT, Kind.WHILE_STMT, Kind.DO_STMT, Kind.CONDITIONAL_OPERATOR)
+LABELS = (Kind.CASE_STMT, Kind.DEFAULT_STMT)
 # Only a constant's value is changed there, and the compiler would refuse most changes.
 DECLARATIONS = (Kind.STATIC_ASSERT, Kind.ENUM_DECL, Kind.ALIGNED_ATTR, Kind.PARM_DECL)
 # The arguments of these are parts of a text for people, or only save time.
@@ -50,6 +56,14 @@ class Mutant:
         return tuple(" ".join(lines.decode().split()) for lines in (text[begin:end], after[begin:end_after]))
 
 
+@dataclasses.dataclass
+class Layout:
+    """Where changes can be made at run time, as ranges of bytes."""
+    bodies: list  # of functions, outermost first, with their braces
+    statements: list  # of bodies
+    constants: list  # outside functions
+
+
 def next_integer(word):
     digits, suffix = INTEGER.fullmatch(word).groups()
     if digits.lower().startswith("0x"):
@@ -69,6 +83,7 @@ class Generator:
         self.code = []  # (begin, end, function)
         self.excluded = []  # (begin, end)
         self.found = {}
+        self.layout = Layout([], [], [])
 
     def range(self, cursor):
         """Of a macro's expansion, the range is that of its use."""
@@ -93,6 +108,8 @@ class Generator:
     def walk(self, cursor):
         """Collects where code is."""
         begin, end = self.range(cursor)
+        if cursor.kind in FUNCTIONS or cursor.kind == Kind.LAMBDA_EXPR:
+            self.add_bodies(cursor, begin)
         if cursor.kind in DECLARATIONS or cursor.kind == Kind.CALL_EXPR and cursor.spelling in UNTOUCHED_CALLS:
             self.excluded.append((begin + len(cursor.spelling), end))
         elif cursor.kind in FUNCTIONS and cursor.is_definition():
@@ -108,20 +125,34 @@ class Generator:
                 # The size of an array is no behaviour of its own.
                 self.excluded.append((name_end, first if first >= 0 else end))
             self.code.append((name_end, end, self.function(begin) or cursor.spelling))
+            if not any(body[0] <= begin < body[1] for body in self.layout.bodies):
+                self.layout.constants.append((begin, end))
         for child in cursor.get_children():
             self.walk(child)
 
+    def add_bodies(self, cursor, begin):
+        for child in cursor.get_children():
+            first, end = self.range(child)
+            outer = any(outer[0] <= first < outer[1] for outer in self.layout.bodies)
+            if child.kind == Kind.COMPOUND_STMT and not outer and b"constexpr" not in self.text[begin:first]:
+                self.layout.bodies.append((first, end))
+
     def visit(self, cursor, parent):
         """Makes the changes that need to know types or where an expression ends."""
-        if cursor.kind == Kind.RETURN_STMT:
-            self.negate_result(cursor)
-        elif cursor.kind == Kind.CONDITIONAL_OPERATOR:
-            self.negate(*self.range(next(cursor.get_children())))
+        children = list(cursor.get_children())
+        if cursor.kind in CONDITIONS:
+            self.negate_condition(cursor, children)
+        elif cursor.kind == Kind.RETURN_STMT:
+            for child in children:
+                if child.type.get_canonical().kind == cindex.TypeKind.BOOL:
+                    self.negate(*self.range(child))
         elif cursor.kind == Kind.CALL_EXPR:
             self.swap_arguments(cursor)
-        if parent.kind in (Kind.COMPOUND_STMT, Kind.CASE_STMT, Kind.DEFAULT_STMT):
+        if parent.kind in (Kind.COMPOUND_STMT, *LABELS) and cursor.kind not in LABELS:
+            self.layout.statements.append(self.range(cursor))
             self.drop(cursor)
-        for child in cursor.get_children():
+        # What follows a label is its last child.
+        for child in children[-1 if cursor.kind in LABELS else 0:]:
             self.visit(child, cursor)
 
     def drop(self, cursor):
@@ -149,20 +180,24 @@ class Generator:
         if re.search(rb"&&|\|\|", condition) or not re.search(rb" [!=]= |^!|^(true|false)$", condition):
             self.add("condition", begin, end, b"!(" + condition + b")")
 
-    def negate_result(self, cursor):
-        for child in cursor.get_children():
-            if child.type.get_canonical().kind == cindex.TypeKind.BOOL:
-                self.negate(*self.range(child))
+    def negate_condition(self, cursor, children):
+        begin, end = self.range(next(child for child in children if child.kind.is_expression()))
+        declared = next((child for child in children if child.kind == Kind.VAR_DECL), None)
+        if cursor.kind == Kind.IF_STMT and declared:
+            end = self.range(declared)[1]
+            self.add("condition", end, end, b"; !" + declared.spelling.encode())
+        elif begin != self.range(cursor)[0] or cursor.kind == Kind.CONDITIONAL_OPERATOR:
+            # A condition that begins with its statement is in a macro.
+            self.negate(begin, end)
 
     def swap_arguments(self, cursor):
         if OPERATOR_CALL.match(cursor.spelling) or cursor.spelling in SYMMETRIC:
             return
         arguments = list(cursor.get_arguments())
         for left, right in zip(arguments, arguments[1:]):
-            if type_name(left) != type_name(right):
-                continue
+            types = {each.type.get_canonical().spelling.replace("const ", "").rstrip("& ") for each in (left, right)}
             (begin, left_end), (right_begin, end) = self.range(left), self.range(right)
-            if begin < left_end < right_begin < end:
+            if len(types) == 1 and begin < left_end < right_begin < end:
                 text = self.text
                 self.add("arguments", begin, end,
                          text[right_begin:end] + text[left_end:right_begin] + text[begin:left_end])
@@ -185,19 +220,6 @@ class Generator:
             elif INTEGER.fullmatch(word) and tokens[i - 1].spelling not in ("<", ">="):
                 # "< 0" and ">= 0" become "< 1" and ">= 1" by their operators.
                 self.add("constant", begin, end, next_integer(word).encode())
-            elif word in ("if", "while") and tokens[i + 1].spelling == "(":
-                self.negate_parentheses(tokens, i + 1)
-
-    def negate_parentheses(self, tokens, first):
-        depth = 0
-        begin = tokens[first].extent.end.offset
-        for token in tokens[first:]:
-            depth += {"(": 1, ")": -1}.get(token.spelling, 0)
-            if depth == 0:
-                self.negate(begin, token.extent.start.offset)
-                return
-            if token.spelling == ";":
-                begin = token.extent.end.offset + 1
 
     def mutants(self):
         own = [cursor for cursor in self.unit.cursor.get_children()
@@ -207,19 +229,20 @@ class Generator:
         for cursor in own:
             self.visit(cursor, self.unit.cursor)
         self.change_tokens()
-        return sorted(self.found.values())
+        return sorted(self.found.values()), self.layout
 
 
-def type_name(cursor):
-    kind = cursor.type.get_canonical()
-    return kind.spelling.replace("const ", "").rstrip("& ")
-
-
-def generate(root, path, options):
-    """The mutants of the source, which is compiled with the options, in the order of their places."""
-    source = root / path
-    unit = cindex.Index.create().parse(str(source), options)
+def generate(directory, path):
+    """The mutants of the source in the order of their places, and its layout. The build's directory has its options."""
+    entries = json.loads((directory / "compile_commands.json").read_text())
+    command = next((shlex.split(entry["command"]) for entry in entries if entry["file"] == str(ROOT / path)), None)
+    if not command:
+        return [], Layout([], [], [])
+    # An option and its path are two words of -isystem.
+    options = [word for i, word in enumerate(command)
+               if word.startswith(("-D", "-I", "-std=", "-isystem")) or command[i - 1] == "-isystem"]
+    unit = cindex.Index.create().parse(str(ROOT / path), options)
     errors = [str(note) for note in unit.diagnostics if note.severity >= cindex.Diagnostic.Error]
     if errors:
         raise GeneratorError(errors[0])
-    return Generator(path, source.read_bytes(), unit).mutants()
+    return Generator(path, (ROOT / path).read_bytes(), unit).mutants()

@@ -1,6 +1,8 @@
 """The lists in this directory, by_hand and survivors. An entry that no longer fits the code is an error."""
 import dataclasses
 
+import generator
+
 
 class ListError(Exception):
     """A list is wrong, or the code has moved away from it."""
@@ -18,12 +20,12 @@ class Entry:
     def key(self):
         return self.file, self.name, *(" ".join(" ".join(lines).split()) for lines in (self.old, self.new))
 
-    def apply(self, text):
-        """The file's text with the change. The old lines must be in it exactly once."""
-        old = "\n".join(self.old)
+    def mutant(self, text):
+        """The entry as a mutant of the file, whose text must have the old lines exactly once."""
+        old, new = ("\n".join(lines).encode() for lines in (self.old, self.new))
         if text.count(old) != 1:
             raise ListError(f"{self.name}: its old text is {text.count(old)} times in {self.file}")
-        return text.replace(old, "\n".join(self.new))
+        return generator.Mutant(self.file, text.index(old), "by hand", old, new, self.name, 0, 0)
 
 
 def read(path):

@@ -1,5 +1,5 @@
 """Which tests are nearest to a source, the nearest first."""
-import dataclasses
+import functools
 import json
 import os
 import pathlib
@@ -8,6 +8,8 @@ import subprocess
 # The service tests of a source: those of the longest beginning of its path.
 SERVICE_TESTS = {
     "client/": "ledgerctl ledgerctl_status ledgerctl_processes",
+    "client/shell_command": "ledgerctl_watch",
+    "client/watch": "ledgerctl_watch",
     "daemon/": "foreground signals daemon_mode kill start_failures bus_loss methods",
     "daemon/dispatcher": "bus_loss foreground hostile",
     "dbus/": "methods hostile",
@@ -26,64 +28,61 @@ SERVICE_TESTS = {
     "registry/refused_json": "imports",
     "registry/registry_json": "imports model",
 }
+# The tests that take at most so many milliseconds run first.
+QUICK = 20
 
-# The options that give the service tests another program than that of the build.
-PROGRAMS = {"--ledgerd": "daemon/ledgerd", "--ledgerctl": "client/ledgerctl"}
 
-
-@dataclasses.dataclass(frozen=True)
 class Step:
-    name: str
-    command: tuple
-    programs: tuple  # those of the build that are words of the command
+    """A unit program or a file of service tests."""
+
+    def __init__(self, name, command, targets):
+        self.name = name
+        self.command = tuple(command)
+        self.targets = targets  # of the build, that the command uses
+        self.seconds = None  # not known yet
+        self.reached = set()  # the mutants that the command reaches, of a unit program outside its tests
+        self.tests = {}  # of a unit program: name -> (milliseconds, the mutants that it reaches)
+
+    def record(self, seconds, reached, tests):
+        """Keeps what a run without a mutant has shown."""
+        self.seconds = seconds
+        self.reached = {number for number, byte in enumerate(reached) if byte}
+        for line in tests.splitlines():
+            name, milliseconds, *numbers = line.split(" ")
+            numbers = {int(number) for number in numbers}
+            if name:
+                self.tests[name] = int(milliseconds), numbers
+            else:
+                self.reached |= numbers
+
+    def commands(self, number):
+        """The commands that can notice the mutant, the quickest tests first, and their seconds. None: any mutant."""
+        everywhere = number is None or number in self.reached
+        if not self.tests:
+            return [(self.command, self.seconds)] if everywhere else []
+        reaching = {name: time for name, (time, reached) in self.tests.items() if everywhere or number in reached}
+        quick = {name: time for name, time in reaching.items() if time <= QUICK}
+        slow = {name: time for name, time in reaching.items() if name not in quick}
+        return [((*self.command, "--gtest_fail_fast", f"--gtest_filter={':'.join(tests)}"), sum(tests.values()) / 1000)
+                for tests in (quick, slow) if tests]
 
 
-def _service_tests(path):
+def unit_steps(directory, path):
+    """The unit programs of the source's directory."""
+    for program in sorted((directory / "tests" / "unit" / pathlib.Path(path).parent.name).iterdir()):
+        if program.is_file() and os.access(program, os.X_OK):
+            yield Step("unit", [str(program)], [str(program.relative_to(directory))])
+
+
+def service_tests(path):
+    """The names of the service tests that are nearest to the source."""
     return SERVICE_TESTS[max((key for key in SERVICE_TESTS if path.startswith(key)), key=len)].split()
 
 
-class NearestTests:
-    """What ctest knows of a build: the unit programs of each directory, and the commands of the service tests."""
-
-    def __init__(self, directory):
-        self.directory = directory
-        self.service = {}
-        self.units = {}  # directory -> program -> the file of each test
-        listing = subprocess.run(["ctest", "--test-dir", directory, "--show-only=json-v1"], check=True,
-                                 stdout=subprocess.PIPE).stdout
-        for test in json.loads(listing)["tests"]:
-            command = test.get("command", [])
-            if test["name"].startswith("service."):
-                self.service[test["name"].removeprefix("service.")] = command
-            elif any(word.startswith("--gtest_filter") for word in command):
-                self.units.setdefault(pathlib.Path(command[0]).parent.name, {})[command[0]] = None
-
-    def _files(self, program):
-        """Each test of a unit program, and the name of its file."""
-        output = pathlib.Path(f"{program}.{os.getpid()}.json")
-        subprocess.run([program, "--gtest_list_tests", f"--gtest_output=json:{output}"], check=True,
-                       stdout=subprocess.DEVNULL)
-        suites = json.loads(output.read_text())["testsuites"]
-        output.unlink()
-        return {f"{suite['name']}.{test['name']}": pathlib.Path(test["file"]).name
-                for suite in suites for test in suite["testsuite"]}
-
-    def _unit_steps(self, path):
-        """The tests in the files that begin with the source's name, then the others of the directory."""
-        programs = self.units[pathlib.Path(path).parent.name]
-        others = []
-        for program in programs:
-            programs[program] = programs[program] or self._files(program)
-            own = ":".join(test for test, file in programs[program].items()
-                           if file.startswith(pathlib.Path(path).stem))
-            if own:
-                yield Step("unit", (program, "--gtest_fail_fast", f"--gtest_filter={own}"), (program,))
-            others.append(Step("unit", (program, "--gtest_fail_fast", f"--gtest_filter=-{own}"), (program,)))
-        yield from others
-
-    def steps(self, path, services=None):
-        yield from self._unit_steps(path)
-        for name in services or _service_tests(path):
-            programs = {option: f"{self.directory}/{path}" for option, path in PROGRAMS.items()}
-            words = (f"{option}={program}" for option, program in programs.items())
-            yield Step(f"service.{name}", (*self.service[name], *words), tuple(programs.values()))
+@functools.lru_cache
+def service_step(directory, name):
+    listing = subprocess.run(["ctest", "--test-dir", directory, "--show-only=json-v1"], check=True,
+                             stdout=subprocess.PIPE).stdout
+    test = next(test for test in json.loads(listing)["tests"] if test["name"] == f"service.{name}")
+    # A service test stops at its first failure.
+    return Step(test["name"], [*test["command"], "-x"], ["ledgerd", "ledgerctl"])

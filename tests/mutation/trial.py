@@ -1,67 +1,128 @@
-"""Tries one mutant after the other: compiles it, and runs the nearest tests until one fails."""
-import os
+"""Tries the mutants of one source: runs the nearest tests with each until one fails."""
 import re
+import sys
 
-import children
 import nearest_tests
-import programs
+import schemata
+from view import ROOT, run
 
 UNCHANGED_LIMIT = 600
 # What the time of the unchanged program allows a mutant, which may as well hang.
 SECONDS_MORE = 5
 TIMES_MORE = 5
+MOST_MUTANTS = 4096
+REACHED = ROOT / "build" / "reached"
+# A mutant may leave a parameter unused. There are no warnings in the system's headers.
+HEAD = b"""\
+#pragma GCC system_header
+#include "tests/mutation/chosen_mutant.h"
+#line 1 "%b"
+"""
 
-# A service test stops at its first failure.
-os.environ["PYTEST_ADDOPTS"] = "-x"
+FAILED = re.compile(rb"^(?:\[  FAILED  \]|FAILED) (\S+)", re.MULTILINE)
+SURVIVED = "survived"
+INVALID = "did not compile"
 
 
 class Failure(Exception):
     """The tests fail on the unchanged source, so they prove nothing about a mutant."""
 
 
+class BuildError(Exception):
+    """The source does not compile. The argument is what the compiler printed."""
+
+
 class Trial:
-    """For one process, whose files are in the directory."""
+    """Works in a view of the tree that nobody else uses. All mutants that can be chosen at run time have one build."""
 
-    def __init__(self, build, root, directory):
-        directory.mkdir(parents=True, exist_ok=True)
-        self.root = root
-        self.log = directory / "log"
-        self.tests = nearest_tests.NearestTests(build.directory)
-        self.overlay = programs.Overlay(build, root, directory, self._run)
-        self.limits = {}
-        self.seconds = 0.0
+    def __init__(self, directory, path, layout, mutants):
+        self.directory = directory
+        self.path = path
+        self.mutants = mutants
+        self.schemata = schemata.Schemata(ROOT / path, (ROOT / path).read_bytes(), layout, mutants)
+        self.source = b""  # that has the mutants that can be chosen at run time
+        self.units = list(nearest_tests.unit_steps(directory, path))
+        self.text = b""
+        self.built = set()
 
-    def _run(self, command, limit, directory):
-        self.log.write_bytes(b"")
-        status, self.seconds = children.run(command, self.log, limit, directory)
-        return status
+    def verdicts(self, services):
+        """What noticed each mutant. `services`: for each the names of its service tests, by default the nearest."""
+        self._build_all()
+        # The others change the source.
+        order = sorted(enumerate(services, 1), key=lambda each: each[0] not in self.schemata.lines)
+        found = {number: self._verdict(number, names) for number, names in order}
+        return [found[number] for number in sorted(found)]
 
-    def _step(self, step, limit):
-        """The exit status with the overlay's programs in place of the build's; None if the limit ended it."""
-        made = {path: str(self.overlay.program(path)) for path in step.programs}
-        words = []
-        for word in step.command:
-            option, equals, value = word.rpartition("=")
-            words.append(option + equals + made.get(value, value))
-        return self._run(words, limit, self.root)
-
-    def _limit(self, path, text, step):
-        if (path, step) not in self.limits:
-            self.overlay.change(path, text)
-            if self._step(step, UNCHANGED_LIMIT) != 0:
-                raise Failure(f"{step.name} fails on the unchanged {path}; {self.log} says why")
-            self.limits[path, step] = SECONDS_MORE + TIMES_MORE * int(self.seconds)
-        return self.limits[path, step]
-
-    def killer(self, path, text, changed, services=None):
-        """What fails with the changed text, None if all passes. Throws BuildError if it does not compile."""
-        for step in self.tests.steps(path, services):
-            limit = self._limit(path, text, step)
-            self.overlay.change(path, changed)
-            status = self._step(step, limit)
-            if status is None:
-                return f"{step.name}, after {limit} s"
+    def _build(self, text, step):
+        if text != self.text:
+            (ROOT / self.path).write_text(f'#include "{self.path}.changed"\n')
+            (ROOT / f"{self.path}.changed").write_bytes(HEAD % str(ROOT / self.path).encode() + text)
+            self.text = text
+            self.built = set()
+        if not self.built.issuperset(step.targets):
+            status, _, output = run(["ninja", "-C", self.directory, *step.targets], UNCHANGED_LIMIT)
             if status != 0:
-                failed = re.search(rb"^(?:\[  FAILED  \]|FAILED) (\S+)", self.log.read_bytes(), re.MULTILINE)
+                raise BuildError(output)
+            self.built.update(step.targets)
+
+    def _build_all(self):
+        self.source = self.schemata.write()
+        try:
+            for step in self.units:
+                self._build(self.source, step)
+        except BuildError as e:
+            if not self.schemata.refuse(e.args[0]):
+                raise Failure(f"{self.path} does not compile unchanged:\n{e.args[0].decode()}") from e
+            self._build_all()
+
+    def _verdict(self, number, services):
+        try:
+            for step in self.units:
+                if killer := self._killer(step, number):
+                    return killer
+            for name in services or nearest_tests.service_tests(self.path):
+                if killer := self._killer(nearest_tests.service_step(self.directory, name), number):
+                    return killer
+            return SURVIVED
+        except BuildError:
+            return INVALID
+
+    def _killer(self, step, number):
+        """What of the step noticed the mutant, None if all passed."""
+        if step.seconds is None:
+            self._record(step)
+        if number in self.schemata.lines:
+            self._build(self.source, step)
+        else:
+            self._build(self.mutants[number - 1].apply(self.schemata.text), step)
+        for command, seconds in step.commands(number if number in self.schemata.recorded else None):
+            limit = SECONDS_MORE + TIMES_MORE * int(seconds)
+            # In a build of another mutant, no number is chosen.
+            status, _, output = run(command, limit, LEDGERD_MUTANT=str(number))
+            if status is None:
+                return f"{step.name}, which did not end"
+            if status != 0:
+                failed = re.search(FAILED, output)
                 return f"{step.name} {failed[1].decode().rpartition('/')[2] if failed else f'({status})'}"
         return None
+
+    def _record(self, step):
+        """Runs the step without a mutant."""
+        self._build(self.source, step)
+        tests = REACHED.with_suffix(".tests")
+        # Some tests limit what a program may open. Without a record, each mutant counts as reached.
+        for environment in ({"LEDGERD_REACHED": str(REACHED)}, {}):
+            REACHED.write_bytes((b"\0" if environment else b"\1") * MOST_MUTANTS)
+            tests.write_bytes(b"")
+            # Some tests start the daemon as another user.
+            REACHED.chmod(0o666)
+            status, seconds, output = run(step.command, UNCHANGED_LIMIT, **environment)
+            step.record(seconds, REACHED.read_bytes(), tests.read_text())
+            # A unit test that fails proves nothing about a mutant. The others do.
+            failed = {name.decode() for name in re.findall(FAILED, output)} & step.tests.keys()
+            for name in failed:
+                print(f"{name} fails without a mutant, and is not used", file=sys.stderr)
+                del step.tests[name]
+            if status == 0 or status == 1 and failed and step.tests:
+                return
+        raise Failure(f"{step.name} fails on the unchanged {self.path}:\n{output.decode(errors='replace')}")
