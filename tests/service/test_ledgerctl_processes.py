@@ -170,7 +170,7 @@ def test_edit_whose_editor_ends_by_ctrl_c_leaves_no_file(ledgerctl, client, edit
     ("rename:error=EXDEV:when=1", LOCAL, ".*: Invalid cross-device link", "old"),
     ("fsync:error=EIO:when=2", LOCAL, ".*/tmp/: Input/output error", "{}\n"),
     ("fsync:error=EINVAL:when=2", 0, None, "{}\n"),
-])
+], ids=["SIGINT", "SIGTERM", "file not synced", "not renamed", "directory not synced", "directory cannot be synced"])
 def test_dump_that_fails_or_is_ended_leaves_one_whole_file(ledgerctl, daemon, fault, status, message, left):
     file = ledgerctl.directory / "file"
     file.write_text("old")

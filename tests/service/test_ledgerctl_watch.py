@@ -89,7 +89,7 @@ def finish(process):
 @pytest.mark.parametrize("restarted, warning", [
     ("daemon", rb"( any more: it ended before it answered)?\n"),
     ("bus", rb": .*\n(.*\n)?"),
-])
+], ids=["daemon", "bus"])
 def test_watch_goes_on_after_a_restart(ledgerctl, world, daemon, make_bus, tmp_path, restarted, warning):
     error = tmp_path / "error"
     with open(error, "wb") as file, contextlib.closing(daemon.client()) as client:

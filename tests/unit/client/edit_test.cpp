@@ -78,6 +78,8 @@ struct Row {
   const char* others = "{}";
 };
 
+void PrintTo(const Row& row, std::ostream* stream) { *stream << row.name; }
+
 class EditVerbWith : public EditVerb, public testing::WithParamInterface<Row> {};
 
 TEST_P(EditVerbWith, PrintsTheChangesAndMakesThemUnlessItFails) {
