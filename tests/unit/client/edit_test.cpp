@@ -153,7 +153,7 @@ TEST_F(EditVerb, RunsVisualThenEditorThenVi) {
 }
 
 TEST_F(EditVerb, ChangesNothingIfTheEditorFails) {
-  for (const std::string editor : {"false", "/nonexistent/editor", "sed -i s/1/x/ /nonexistent"}) {
+  for (const std::string editor : {"false", "/nonexistent/editor", "sed -i s/1/x/ /nonexistent", "kill -KILL $$;"}) {
     SCOPED_TRACE(editor);
     EXPECT_EQ(EditWith(editor + " 2>/dev/null"), Fails(10, "the editor failed; nothing changed"));
   }
