@@ -33,7 +33,7 @@ def owner_and_mode(path):
 
 
 def test_restrictions_are_in_force(system):
-    pid = system.pid()
+    pid = system.daemon()
     fields = observe.status(pid)
     assert {fields[name] for name in ("CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb")} == {"0" * 16}
     assert (fields["NoNewPrivs"], fields["Seccomp"], fields["Uid"].split()) == ("1", "2", ["0"] * 4)
@@ -77,26 +77,26 @@ def test_stop_writes_what_is_pending(system, client):
 
 def test_call_to_a_stopped_service_starts_it(system, client):
     client.write("s", "k", "v")
-    first = system.pid()
+    first = system.daemon()
     system.systemctl("stop", "ledgerd")
-    assert system.pid() is None
+    assert system.daemon() is None
     assert client.read("s", "k") == "v"
     assert system.shown("ActiveState") == "active"
-    assert system.pid() not in (None, first)
+    assert system.daemon() not in (None, first)
 
 
 def test_masked_service_is_not_started_by_a_call(system, client):
     system.systemctl("stop", "ledgerd")
     system.mask("ledgerd.service")
     assert client.error("Read", "s", "k")[0] == "org.freedesktop.systemd1.UnitMasked"
-    assert system.pid() is None
+    assert system.daemon() is None
 
 
 @pytest.mark.parametrize("number, kept", [(signal.SIGTERM, "v"), (signal.SIGHUP, "v"), (signal.SIGKILL, "")],
                          ids=["SIGTERM", "SIGHUP", "SIGKILL"])
 def test_daemon_that_ends_by_itself_is_started_again(system, client, number, kept):
     client.write("s", "k", "v")
-    first = system.pid()
+    first = system.daemon()
     os.kill(first, number)
     system.wait_for_another(first)
     assert system.shown("NRestarts") == "1"
@@ -110,17 +110,17 @@ def limited_memory(system):
 
 
 def test_longest_import_fits_into_the_memory_of_the_unit(system, client, limited_memory):
-    first = system.pid()
+    first = system.daemon()
     client.timeout = 4 * PATIENCE
     # Of all texts of that length it needs the most memory.
     assert client.error("WriteJson", two_spellings(longest(system), '""')) == FULL
-    assert system.pid() == first
+    assert system.daemon() == first
 
 
 def test_daemon_that_outgrows_the_memory_of_the_unit_is_started_again(system, client, limited_memory):
     client.write("s", "k", "v")
     client.flush()
-    first = system.pid()
+    first = system.daemon()
     client.timeout = 4 * PATIENCE
     # A key that is refused leaves its new section in memory until the next change.
     answers = [client.error("Write", f"{number}" + "x" * 30 * MEGABYTE, "\u00e9", "") for number in range(9)]
@@ -133,7 +133,7 @@ def test_daemon_that_outgrows_the_memory_of_the_unit_is_started_again(system, cl
 def fail_an_assertion(system, client):
     """Makes the daemon abort and waits for the next one; returns what the kernel log says of it."""
     client.write("s", "k", "v")
-    pid = system.pid()
+    pid = system.daemon()
     inner_pid = observe.status(pid)["NSpid"].split()[-1]
     # A write that takes nothing, and no error: the program takes that for impossible.
     tracer = observe.attached_strace(pid, system.path / "strace", "-P", "/var/lib/plinthware/registry~~new",

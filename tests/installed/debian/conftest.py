@@ -1,37 +1,28 @@
-"""What the tests of this folder are told on the command line, and the systems that they run on."""
+"""The Debian systems on which the packages are tested. The option --build is the directory of the packages."""
 
 import functools
-import pathlib
-import time
 
 import pytest
 
 from world.harness import wait_for
-from world.init_systems import SystemdMachine, SysvinitMachine
-
-START = time.monotonic()
-
-
-def pytest_addoption(parser):
-    parser.addoption("--cache", required=True, type=pathlib.Path, help="the folder with the systems")
-    parser.addoption("--results", required=True, type=pathlib.Path, help="the folder with the packages")
+from world.packaged_machine import SystemdMachine, SysvinitMachine
 
 
 @pytest.fixture(scope="session")
 def results(request):
-    return request.config.getoption("--results")
+    return request.config.getoption("--build")
 
 
 @pytest.fixture(scope="session", params=[SystemdMachine, SysvinitMachine], ids=["systemd", "sysvinit"])
 def make_machine(request, results):
     if not request.param.can_boot():
         pytest.skip("needs a cgroup2 that may be written")
-    return functools.partial(request.param, request.config.getoption("--cache"), results)
+    return functools.partial(request.param, results)
 
 
 @pytest.fixture
 def machine(make_machine):
-    """A Debian system that runs, without the packages."""
+    """A running Debian system without the packages."""
     machine = make_machine()
     yield machine
     machine.close()
@@ -48,15 +39,8 @@ def installed_disk(make_machine):
 
 @pytest.fixture
 def installed(make_machine, installed_disk):
-    """A Debian system that runs, and with it the service, which was installed before."""
+    """A running Debian system whose disk has the service."""
     machine = make_machine(below=installed_disk)
     wait_for(machine.daemon, "the service runs")
     yield machine
     machine.close()
-
-
-def pytest_unconfigure(config):
-    """The last line, in the form in which scripts/test counts."""
-    reporter = config.pluginmanager.get_plugin("terminalreporter")
-    counts = {kind: len(reporter.stats.get(kind, ())) for kind in ("passed", "failed", "error")}
-    print(f"{counts['passed']} passed, {counts['failed'] + counts['error']} failed, in {time.monotonic() - START:.0f} s")

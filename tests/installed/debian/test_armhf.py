@@ -1,17 +1,17 @@
-"""The package for 32-bit ARM, installed by apt beside an amd64 system. Its program runs in user-mode emulation, but not by
-its init: the machine's kernel starts no ARM program by itself."""
+"""The package for 32-bit ARM, which apt installs on an amd64 system. The test starts its program in user-mode emulation,
+because the kernel of the machine starts no ARM program."""
 
 import shutil
 
 import pytest
 
-from world.init_systems import SysvinitMachine
+from world.packaged_machine import SysvinitMachine
 
 EMULATOR = "/usr/bin/qemu-arm-static"
 
 
 class ArmMachine(SysvinitMachine):
-    # Else the package starts the service, which here can only fail.
+    # Otherwise the package starts the service, which fails here.
     service_policy = '#!/bin/sh\n[ "$1" != ledgerd ] || exit 101\n'
 
     def prepare(self):
@@ -21,8 +21,8 @@ class ArmMachine(SysvinitMachine):
 
 
 @pytest.fixture
-def machine(request, results):
-    machine = ArmMachine(request.config.getoption("--cache"), results)
+def machine(results):
+    machine = ArmMachine(results)
     yield machine
     machine.close()
 

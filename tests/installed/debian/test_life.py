@@ -1,4 +1,4 @@
-"""The packages on a system: installed, upgraded, removed, purged, by apt and without a network."""
+"""apt installs, upgrades, removes and purges the packages, without a network."""
 
 import os
 
@@ -14,10 +14,6 @@ STATE = "/var/lib/plinthware"
 REGISTRY = f"{STATE}/registry"
 
 
-def wait_for_another(machine, former):
-    return wait_for(lambda: machine.daemon() not in (None, former) and machine.daemon(), "another daemon runs")
-
-
 def test_service_runs_when_it_is_installed(machine):
     machine.apt("install", *machine.packages("amd64", "ledgerd"))
     assert machine.daemon() is not None and machine.service("status") == RUNNING
@@ -26,13 +22,13 @@ def test_service_runs_when_it_is_installed(machine):
     assert machine.call("Flush") == ""
     assert machine.run("stat", "--format=%U:%G %a", STATE, REGISTRY) == "root:root 755\nroot:root 600"
     assert machine.run("cat", REGISTRY) == "[net]\nip=1"
-    # The bus has read the policy, and again when there was the group.
+    # The bus has read the policy, and has read it again after the group was added.
     assert machine.call("SectionExists", "net", user=MEMBER) == "boolean true"
     assert machine.call("SectionExists", "net", user=STRANGER).startswith(REFUSED)
 
 
 def test_settings_survive_a_reboot_and_the_service_starts_with_the_system(installed):
-    assert installed.call("Write", "s", "k", "v") == "", "and nothing is flushed"
+    assert installed.call("Write", "s", "k", "v") == "", "without a flush"
     installed.shut_down()
     installed.boot()
     # No call has been made that could have started it.
@@ -67,13 +63,13 @@ def test_probes_are_found_where_the_tracer_is_installed(installed):
                   'IO::Socket::UNIX->new(Local => "/run/lttng/lttng-ust-sock-8", Listen => 1) or die $!')
     first = installed.daemon()
     assert installed.service("restart") == 0
-    wait_for_another(installed, first)
+    installed.wait_for_another(first)
     assert installed.call("SectionExists", "s") == "boolean false"
     assert probes in libraries()
 
 
 def test_test_of_the_source_package_passes(installed):
-    """What autopkgtest runs, without that program: on a system that has both packages, and as root."""
+    """autopkgtest runs it as root on a system that has both packages."""
     installed.apt("install", *installed.packages("amd64", "ledgerctl"))
     installed.run("/run/packages/source/ledgerd/debian/tests/service")
 
@@ -82,7 +78,7 @@ def test_upgrade_keeps_settings_and_runs_the_new_program(installed):
     installed.call("Write", "s", "k", "v")
     first = installed.daemon()
     installed.apt("install", *installed.packages("upgrade", "ledgerd"))
-    second = wait_for_another(installed, first)
+    second = installed.wait_for_another(first)
     assert installed.service("status") == RUNNING
     assert installed.call("Read", "s", "k") == "v"
     assert not os.readlink(f"/proc/{second}/exe").endswith(" (deleted)")
@@ -99,7 +95,7 @@ def test_removal_keeps_settings_and_purge_leaves_nothing(machine):
     assert machine.daemon() is None
     assert machine.run("cat", REGISTRY) == "[s]\nk=v"
     assert machine.attempt("test", "-e", "/run/ledgd.pid").returncode != 0
-    assert machine.call("Read", "s", "k").startswith(UNKNOWN), "nothing that the bus could start"
+    assert machine.call("Read", "s", "k").startswith(UNKNOWN), "the bus has nothing to start"
     machine.apt("install", *machine.packages("amd64", "ledgerd"))
     assert machine.call("Read", "s", "k") == "v"
     machine.apt("purge", "--autoremove", *EVERYTHING)

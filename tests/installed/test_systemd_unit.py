@@ -1,7 +1,6 @@
-"""What systemd says of the unit without running it."""
+"""systemd understands the unit and rates it; nothing runs."""
 
 import json
-import pathlib
 import re
 import subprocess
 
@@ -9,63 +8,52 @@ import pytest
 
 # Out of 10. The documents claim it.
 EXPOSURE = 1.1
-# What the daemon needs: to be root, whose the name and the file are; the kernel log, the flash, the files of /proc that
-# describe the board, and the sockets of the bus and the tracer. It makes no temporary file.
+# The daemon must be root, who owns the name and the file. It needs the kernel log, the flash, the files of /proc that
+# describe the board, and the sockets of the bus and the tracer. It creates no temporary file.
 LEFT_TO_THE_DAEMON = {"RootDirectoryOrRootImage", "UserOrDynamicUser", "PrivateDevices", "ProtectKernelLogs",
                       "RestrictAddressFamilies_AF_UNIX", "ProcSubset", "PrivateTmp", "DeviceAllow"}
-# Of these the service manager's table says nothing, or not in each of its versions.
+# Not every version of systemd rates these.
 UNRATED = {"DevicePolicy=closed", "DeviceAllow=/dev/kmsg w", "DeviceAllow=char-mtd rw", "ReadOnlyPaths=/run",
            "TemporaryFileSystem=/dev/shm", "KeyringMode=private", "SystemCallErrorNumber=EPERM",
            "PrivateMounts=yes"}
 
 
 @pytest.fixture
-def unit(request, tmp_path):
-    """The unit with the executable where it was built, so that it is found."""
-    shipped = pathlib.Path(request.config.getoption("--unit")).read_text()
-    built, replaced = re.subn(r"(?m)^ExecStart=\S+", "ExecStart=" + request.config.getoption("--ledgerd"), shipped)
+def unit(build, tmp_path):
+    """The unit with the path of the built executable, which exists."""
+    text, replaced = re.subn(r"(?m)^ExecStart=\S+", f"ExecStart={build.ledgerd}", build.unit.read_text())
     assert replaced == 1
     path = tmp_path / "ledgerd.service"
-    path.write_text(built)
+    path.write_text(text)
     return path
 
 
 def analyze(verb, unit, *options):
-    return subprocess.run(["systemd-analyze", verb, *options, str(unit)], stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, check=False)
+    return subprocess.run(["systemd-analyze", verb, *options, unit], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          text=True, check=False)
 
 
-def open_doors(unit):
-    """Which of the restrictions that systemd knows the service lacks."""
+def missing_restrictions(unit):
+    """The restrictions that systemd knows and the service lacks."""
     table = json.loads(analyze("security", unit, "--offline=true", "--json=short").stdout)
     return {row["json_field"] for row in table if row["exposure"] is not None}
 
 
-def test_unit_is_understood(unit):
+def test_unit_is_understood_and_a_misspelt_setting_is_reported(unit):
     verdict = analyze("verify", unit, "--man=no")
     assert (verdict.returncode, verdict.stdout) == (0, "")
-
-
-def test_misspelt_setting_would_be_seen(unit):
     unit.write_text(unit.read_text().replace("NoNewPrivileges", "NoNewPrivilege"))
     assert "NoNewPrivilege" in analyze("verify", unit, "--man=no").stdout
 
 
-def test_unit_has_every_restriction_that_the_daemon_can_bear(unit):
-    assert open_doors(unit) == LEFT_TO_THE_DAEMON
+def test_unit_has_every_restriction_that_the_daemon_can_bear_and_each_counts(unit):
+    assert missing_restrictions(unit) == LEFT_TO_THE_DAEMON
     verdict = analyze("security", unit, "--offline=true").stdout.splitlines()[-1]
     assert float(re.search(r"Overall exposure level for ledgerd.service: ([0-9.]+)", verdict)[1]) == EXPOSURE
-
-
-def test_each_lost_restriction_would_be_seen(unit):
     text = unit.read_text()
     restrictions = text[text.index("\nCapabilityBoundingSet="):text.index("\n[Install]")].split("\n")
     rated = {line for line in restrictions if line and not line.startswith("#")} - UNRATED
-    assert len(rated) > 20
+    assert len(rated) > 20 and UNRATED <= set(text.splitlines())
     for line in rated:
         unit.write_text(text.replace(f"\n{line}\n", "\n"))
-        assert open_doors(unit) != LEFT_TO_THE_DAEMON, line
-
-
-def test_what_the_table_does_not_rate_is_there_too(unit):
-    assert UNRATED <= set(unit.read_text().splitlines())
+        assert missing_restrictions(unit) != LEFT_TO_THE_DAEMON, line

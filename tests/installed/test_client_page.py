@@ -9,27 +9,27 @@ from manual import ENDLESS, SOURCES, render, sections, terms
 
 
 @pytest.fixture
-def page(request):
-    return sections(render(request.config.getoption("--pages") / "ledgerctl.1", ENDLESS))
+def page(build):
+    return sections(render(build.pages / "ledgerctl.1", ENDLESS))
 
 
 @pytest.fixture
-def ledgerctl(request):
-    """What the client prints."""
+def ledgerctl(build):
+    """Returns what the client prints."""
     def run(*arguments):
-        return subprocess.run([request.config.getoption("--ledgerctl"), *arguments], check=True, text=True,
+        return subprocess.run([build.ledgerctl, *arguments], check=True, text=True,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE).stdout
     return run
 
 
 def verbs(overview):
-    """Those of the overview, where a long line is continued far to the right."""
+    """The verbs of the overview. Only their lines begin with two spaces."""
     listed = overview.split("\n\n")[2]
     return re.findall(r"(?m)^  (\w+)", listed)
 
 
 def terms_of(text):
-    """Terms of the page: not its sentences, which end in one full stop."""
+    """The terms of the page. Its sentences end with one full stop."""
     return [line for line in terms(text, indent=7) if line.endswith("...") or not line.endswith(".")]
 
 
@@ -43,8 +43,8 @@ def test_verbs_and_their_arguments_are_those_of_the_help(page, ledgerctl):
 def test_options_of_a_verb_are_those_of_its_help(page, ledgerctl):
     everywhere = options(page["OPTIONS"])
     paragraphs = re.split(r"(?m)^ {7}(?=\S)", page["VERBS"])[1:]
-    told = {paragraph.split()[0]: options(paragraph) - everywhere for paragraph in paragraphs}
-    assert told == {verb: options(ledgerctl("help", verb)) - everywhere for verb in verbs(ledgerctl("help"))}
+    documented = {paragraph.split()[0]: options(paragraph) - everywhere for paragraph in paragraphs}
+    assert documented == {verb: options(ledgerctl("help", verb)) - everywhere for verb in verbs(ledgerctl("help"))}
 
 
 def options(text):

@@ -1,4 +1,4 @@
-"""What configuring asks for, against the guide for builders of images; and what its options leave out."""
+"""Configuring asks for what the guide for builders of images lists. Its options leave parts out."""
 
 import json
 import os
@@ -16,11 +16,10 @@ LIBRARIES = re.findall(r"(?m)^\| `([^`|]+)` \| `([^|]*-dev)` \| (?:`-D(\w+)=OFF`
 
 
 @pytest.fixture
-def configure(request, tmp_path):
+def configure(build, tmp_path):
     """Configures in `tmp_path` without the named libraries and options. Returns the process."""
-    cmake, generator = map(request.config.getoption, ("--cmake", "--generator"))
     pkg_config = ("pkg-config", "--variable", "pc_path", "pkg-config")
-    directories = subprocess.run(pkg_config, stdout=subprocess.PIPE, check=True, text=True).stdout.strip().split(":")
+    directories = subprocess.check_output(pkg_config, text=True).strip().split(":")
 
     def run(*options, without):
         modules = tmp_path / "modules"
@@ -30,20 +29,17 @@ def configure(request, tmp_path):
             if path.stem not in without and not link.exists():
                 link.symlink_to(path)
         hidden = [f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON" for name in without]
-        return subprocess.run([cmake, "-S", SOURCES, "-B", tmp_path / "build", "-G", generator,
+        return subprocess.run([build.variables["CMAKE_COMMAND"], "-S", SOURCES, "-B", tmp_path / "build",
+                               "-G", build.variables["CMAKE_GENERATOR"],
                                "-DCMAKE_BUILD_TYPE=RelWithDebInfo", *hidden, *options], text=True, check=False,
                               env={**os.environ, "PKG_CONFIG_LIBDIR": str(modules)}, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE)
     return run
 
 
-def name_of(library):
-    return re.match("[^ >]+", library)[0]
-
-
 def test_missing_libraries_are_reported_as_the_guide_lists_them(configure):
     assert len(LIBRARIES) == 9
-    process = configure(without=[name_of(library) for library, *_ in LIBRARIES])
+    process = configure(without=[re.match("[^ >]+", library)[0] for library, *_ in LIBRARIES])
     expected = [f"{library}: install {packages.replace('` and `', ' and ')}" +
                 (f", or configure with -D{option}=OFF" if option else "") for library, packages, option in LIBRARIES]
     assert process.returncode == 1
@@ -70,17 +66,14 @@ def test_option_leaves_out_what_needs_the_library(configure, tmp_path, option, l
     assert part not in generated and other_part in generated
 
 
-def test_daemon_without_tracing_has_its_functions(configure, tmp_path, request):
-    assert configure("-DLEDGERD_TRACING=OFF", "-DBUILD_TESTING=OFF", without=["lttng-ust"]).returncode == 0
-    compiled = "lib/platform/CMakeFiles/ledgerd_platform.dir/no_tracepoint.cpp.o"
-    subprocess.run([request.config.getoption("--cmake"), "--build", tmp_path / "build", "--target", compiled],
-                   stdout=subprocess.DEVNULL, check=True)
-    symbols = subprocess.run(["nm", "--demangle", tmp_path / "build" / compiled], stdout=subprocess.PIPE, check=True,
-                             text=True).stdout
+def test_build_without_tracing_has_its_functions_and_the_flags_of_a_package_build(configure, tmp_path, build):
+    process = configure("-DLEDGERD_TRACING=OFF", "-DBUILD_TESTING=OFF", "-DCMAKE_CXX_FLAGS=-D_FORTIFY_SOURCE=2",
+                        without=["lttng-ust"])
+    assert process.returncode == 0, process.stderr
+    compiled = tmp_path / "build/lib/platform/CMakeFiles/ledgerd_platform.dir/no_tracepoint.cpp.o"
+    subprocess.run([build.variables["CMAKE_COMMAND"], "--build", tmp_path / "build",
+                    "--target", compiled.relative_to(tmp_path / "build")], stdout=subprocess.DEVNULL, check=True)
+    symbols = subprocess.check_output(["nm", "--demangle", compiled], text=True)
     assert re.findall(r" T (bramble::\w+)", symbols) == ["bramble::FireTracepoint", "bramble::LoadTracepointProbes"]
-
-
-def test_level_of_the_checking_functions_is_that_of_the_package_build(configure, tmp_path):
-    configure("-DCMAKE_CXX_FLAGS=-D_FORTIFY_SOURCE=2", "-DBUILD_TESTING=OFF", without=[])
     commands = [row["command"] for row in json.loads((tmp_path / "build/compile_commands.json").read_text())]
     assert commands and {command.count("_FORTIFY_SOURCE") for command in commands} == {1}

@@ -1,4 +1,4 @@
-"""The manual pages: that they can be read on a terminal, and that what they quote is what the programs say."""
+"""The manual pages are readable on a terminal, and quote what the programs print."""
 
 import errno
 import os
@@ -11,8 +11,8 @@ from manual import ENDLESS, SOURCES, TERMINAL, render, sections, terms
 
 PAGES = ["ledgerctl.1", "ledgerd.8", "ledgerd-registry.5", "com.tavimesh.Registry.5"]
 
-# Where the daemon's diagnostics are printed, and how. Formats of exceptions are not among them unless they are printed
-# alone: they stand for the reason in a line that is.
+# The sources that print the daemon's diagnostics, and their calls. Most texts of exceptions are only a part of a line,
+# and are left out.
 PRINTING_SOURCES = ["daemon/*.cpp", "lib/hardware/*.cpp", "lib/platform/*.cpp", "lib/platform/safe_print.h",
                     "registry/*.cpp"]
 LITERAL = r'"((?:[^"\\]|\\.)*)"'
@@ -21,15 +21,15 @@ PRINTING_CALL = (r'(?:SafePrint\(stderr, "%s", __extension__ strprintf\(|SafePri
 
 
 @pytest.fixture(params=PAGES)
-def page(request):
-    return request.config.getoption("--pages") / request.param
+def page(request, build):
+    return build.pages / request.param
 
 
 @pytest.fixture
-def manual(request):
-    """The section of a page, in lines without end."""
+def manual(build):
+    """Returns a section of a page, one line for each paragraph."""
     def section(name, heading):
-        return sections(render(request.config.getoption("--pages") / name, ENDLESS))[heading]
+        return sections(render(build.pages / name, ENDLESS))[heading]
     return section
 
 
@@ -37,19 +37,19 @@ def source(path):
     return (SOURCES / path).read_text()
 
 
-def test_every_source_has_a_page(request):
+def test_every_source_has_a_page():
     assert sorted(path.stem for path in SOURCES.glob("docs/man/*.scd")) == sorted(PAGES)
 
 
 @pytest.mark.parametrize("encoding, device", [("UTF-8", "utf8"), ("ascii", "ascii")])
-def test_formatter_has_nothing_to_say(page, encoding, device):
-    # The only way to have groff's own warnings, and no pager.
+def test_groff_reports_nothing(page, encoding, device):
+    # Only these options print groff's own warnings and start no pager.
     verdict = subprocess.run(["man", "--warnings", "-E", encoding, "-l", "-Z", f"-T{device}", str(page)], check=True,
                              stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
     assert verdict.stderr == ""
 
 
-def test_other_formatter_finds_no_error(page):
+def test_mandoc_finds_no_error(page):
     verdict = subprocess.run(["mandoc", "-T", "lint", "-W", "error", str(page)], check=False,
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     assert (verdict.returncode, verdict.stdout) == (0, "")
@@ -59,25 +59,25 @@ def test_page_fits_on_a_terminal(page):
     assert [line for line in render(page, TERMINAL).splitlines() if len(line) > TERMINAL] == []
 
 
-def test_page_is_called_what_its_heading_says(page):
+def test_heading_has_the_name_and_section_of_the_page(page):
     name, _, section = page.name.rpartition(".")
     assert re.fullmatch(rf"{re.escape(name)}\({section}\) .* {re.escape(name)}\({section}\)",
                         render(page, TERMINAL).splitlines()[0])
 
 
-def test_pages_of_ours_that_are_referred_to_exist(page):
+def test_references_to_our_pages_name_existing_pages(page):
     ours = re.findall(r"\b((?:ledger|com\.tavimesh)[\w.-]*)\((\d)\)", render(page, ENDLESS))
     assert ours and {f"{name}.{section}" for name, section in ours} <= set(PAGES)
 
 
 def daemon_sources():
     paths = [path for glob in PRINTING_SOURCES for path in sorted(SOURCES.glob(glob))]
-    # The daemon uses nothing of it.
+    # The daemon does not use it.
     return [path.read_text() for path in paths if path.stem != "hex_text"]
 
 
 def fixed_parts(pattern):
-    """What a format always prints, in pieces."""
+    """The pieces of text that a format always prints."""
     text = re.sub(r"\\[nr]|<2>", "", pattern)
     return [part.strip() for part in re.split("%[a-z]+", text) if re.search(r"\w{2}", part)]
 
@@ -86,13 +86,13 @@ def test_every_line_that_the_daemon_prints_is_explained(manual):
     explained = manual("ledgerd.8", "DIAGNOSTICS")
     patterns = [pattern for text in daemon_sources() for pattern in re.findall(PRINTING_CALL, text)]
     patterns = list(filter(fixed_parts, patterns))
-    assert len(patterns) > 25, "the printing calls are written in another way now"
+    assert len(patterns) > 25, "the printing calls have another form now"
     assert [pattern for pattern in patterns
             if not re.search(".*".join(map(re.escape, fixed_parts(pattern))), explained)] == []
 
 
 def test_every_line_that_is_explained_is_printed():
-    """In the page's source, what is bold in a term is what is always printed."""
+    """In the page's source, the bold part of a term is always printed."""
     diagnostics = re.split("(?m)^# ", source("docs/man/ledgerd.8.scd"))
     diagnostics = next(text for text in diagnostics if text.startswith("DIAGNOSTICS"))
     terms = re.findall(r"(?m)^(\*.*)\n\t", diagnostics)
@@ -105,16 +105,16 @@ def test_every_line_that_is_explained_is_printed():
                 assert piece.strip() in printed, (term, piece)
 
 
-def test_every_method_has_its_arguments_as_introspection_tells_them(manual):
+def test_methods_have_the_arguments_of_the_introspection(manual):
     description = source("dbus/registry_introspection.cpp")
     arguments = {}
     for name, rows in re.findall(r"const Argument k(\w+)\[\] = \{(.*?)\};", description, re.DOTALL):
         arguments[name] = re.findall(r'\{"(\w+)", "([^"]+)", (\w+)\}', rows)
     expected = []
     for method, table in re.findall(r'\{"(\w+)", k(\w+)\}', description):
-        takes = ", ".join(f"{kind} {name}" for name, kind, direction in arguments[table] if direction == "kIn")
-        gives = "".join(f" → {kind} {name}" for name, kind, direction in arguments[table] if direction == "kOut")
-        expected.append(f"{method}({takes}){gives}")
+        inputs = ", ".join(f"{kind} {name}" for name, kind, direction in arguments[table] if direction == "kIn")
+        output = "".join(f" → {kind} {name}" for name, kind, direction in arguments[table] if direction == "kOut")
+        expected.append(f"{method}({inputs}){output}")
     assert len(expected) == 12
     assert [line for line in terms(manual("com.tavimesh.Registry.5", "METHODS"), indent=7) if "(" in line] == expected
 
@@ -126,11 +126,11 @@ def test_every_error_is_explained_with_its_message(manual):
     cases = re.findall(r'RegistryError\(RegistryError::(k\w+), (?:"([^"]+)"|e\.what\(\))\)', text)
     assert (len(names), len(cases)) == (4, 5)
     for constant, message in cases:
-        told = f' ("{message}")' if message else ""
-        assert f"       {names[constant]}{told}\n" in explained
+        text_in_page = f' ("{message}")' if message else ""
+        assert f"       {names[constant]}{text_in_page}\n" in explained
 
 
-def test_texts_of_the_error_for_everything_else_are_those_of_the_sources(manual):
+def test_texts_of_the_general_error_are_those_of_the_sources(manual):
     explained = manual("com.tavimesh.Registry.5", "ERRORS")
     sources = {"dbus/bus_text.cpp": ["D-Bus cannot carry the ", "is not UTF-8", "holds a NUL byte",
                                      "makes the reply too long"],
@@ -142,8 +142,8 @@ def test_texts_of_the_error_for_everything_else_are_those_of_the_sources(manual)
 
 
 @pytest.mark.parametrize("path", ["examples/hostname.cpp", "examples/hostname.py"])
-def test_code_is_from_the_examples(path):
-    """But for its line breaks."""
+def test_code_is_that_of_the_examples(path):
+    """The line breaks may differ."""
     page = source("docs/man/com.tavimesh.Registry.5.scd")
     code = re.search(rf"_{path}_[^`]*```\n(.*?)```", page, re.DOTALL)[1]
     assert " ".join(code.split()) in " ".join(source(path).split())
@@ -163,9 +163,9 @@ def test_code_is_from_the_examples(path):
     ("com.tavimesh.Registry.5", "dbus/registry_server.cpp", r'kObjectPath\[\] = "(.*)"', "object     {}"),
     ("com.tavimesh.Registry.5", "lib/platform/string_operations.h", r"kLongestFormattedString = (\d+)", "{} bytes"),
 ])
-def test_what_is_built_in_is_told_as_it_is(request, page, path, pattern, shown):
+def test_page_shows_the_constant_of_the_source(build, page, path, pattern, shown):
     values = re.findall(pattern, source(path))
     assert values
-    text = render(request.config.getoption("--pages") / page, ENDLESS)
+    text = render(build.pages / page, ENDLESS)
     for value in values:
         assert shown.format(value) in text

@@ -10,12 +10,12 @@ DOCUMENTS = [*sorted(SOURCES.glob("*.md")), *sorted(SOURCES.glob("docs/**/*.md")
 
 
 def anchor(heading):
-    """As the usual renderers name a heading."""
+    """The name that the usual renderers give a heading."""
     return re.sub(r"[^\w -]", "", heading.strip().lower()).replace(" ", "-")
 
 
 @pytest.mark.parametrize("document", DOCUMENTS, ids=lambda path: str(path.relative_to(SOURCES)))
-def test_links_lead_somewhere(document):
+def test_links_lead_to_existing_files_and_headings(document):
     for target in re.findall(r"\]\(([^)\s]+)\)", document.read_text()):
         path, _, fragment = target.partition("#")
         destination = document.parent / path if path else document

@@ -6,7 +6,7 @@ import pathlib
 import re
 import subprocess
 
-SOURCES = pathlib.Path(__file__).parents[3]
+SOURCES = pathlib.Path(__file__).parents[2]
 TERMINAL = 80
 # So wide that no sentence is broken.
 ENDLESS = 30000
@@ -23,11 +23,11 @@ def render(page, width):
 
 
 def sections(text):
-    """The texts of the page's sections under their headings."""
+    """Heading -> the text of the section."""
     parts = re.split(r"(?m)^(\S.*)\n", text)
     return dict(zip(parts[1::2], parts[2::2]))
 
 
 def terms(text, indent):
-    """The lines of a section that begin at `indent`: the terms that the lines below explain."""
+    """The lines of a section that begin at `indent`: the terms that the lines after them explain."""
     return re.findall(rf"(?m)^ {{{indent}}}(\S.*)$", text)
