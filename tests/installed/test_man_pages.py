@@ -16,8 +16,8 @@ PAGES = ["ledgerctl.1", "ledgerd.8", "ledgerd-registry.5", "com.tavimesh.Registr
 PRINTING_SOURCES = ["daemon/*.cpp", "lib/hardware/*.cpp", "lib/platform/*.cpp", "lib/platform/safe_print.h",
                     "registry/*.cpp"]
 LITERAL = r'"((?:[^"\\]|\\.)*)"'
-PRINTING_CALL = (r'(?:SafePrint\(stderr, "%s", __extension__ strprintf\(|SafePrint\(stderr, |fprintf\(\w+, |std::printf\(|'
-                 r'puts\(|runtime_error\(__extension__ strprintf\(|runtime_error\(strprintf\()') + LITERAL
+PRINTING_CALL = (r'(?:SafePrint\(stderr, "%s", __extension__ strprintf\(|SafePrint\(stderr, |fprintf\(\w+, |'
+                 r'std::printf\(|puts\(|runtime_error\(__extension__ strprintf\(|runtime_error\(strprintf\()') + LITERAL
 
 
 @pytest.fixture(params=PAGES)

@@ -89,7 +89,7 @@ class BootedSystem(InitNamespaces):
         return self.systemctl("show", "ledgerd", "--property", name, "--value")
 
     def limits_memory(self):
-        """Whether the kernel limits the daemon's memory to that of the unit. If the controller has a hierarchy of its own,
+        """Whether the kernel limits the daemon's memory to that of the unit. If the controller has its own hierarchy,
         which the service manager does not use, this limits the present daemon there, but not later ones."""
         if self.run("find", "/sys/fs/cgroup/system.slice/ledgerd.service/memory.max", check=False):
             return True

@@ -12,7 +12,7 @@ ENVIRONMENT = ("env", "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C.UTF-
 
 
 def cgroup_of_test(controller=""):
-    """The directory of the test's own cgroup, or None: in the unified hierarchy, or in the older one of a controller."""
+    """The directory of the test's own cgroup in the unified hierarchy, or in the older one of a controller; or None."""
     kind = "cgroup" if controller else "cgroup2"
     with open("/proc/self/mountinfo", encoding="utf-8") as mounts:
         directories = [left.split()[4] for left, right in (line.split(" - ") for line in mounts)

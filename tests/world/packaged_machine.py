@@ -10,8 +10,8 @@ from world.init_namespaces import InitNamespaces
 
 SYSTEMS = pathlib.Path(__file__).parents[2] / ".cache" / "packages"
 
-# "$1" is the machine's directory, "$2" the layers below its disk, "$3" the directory of packages, "$4" empty if the
-# init needs no cgroup. The machine's kernel log is a file. The machine can change nothing through /sys and /proc/sys, and
+# "$1" is the machine's directory, "$2" the layers below its disk, "$3" the directory of packages, "$4" empty if no
+# cgroup is needed. The machine's kernel log is a file. The machine can change nothing through /sys and /proc/sys, and
 # has no right to the clock and to the kernel's modules.
 BOOT = """
 root=$1/root
@@ -43,8 +43,8 @@ exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin container=test \
 """
 
 # Here packages, their manager and programs that log keep records.
-MEMORY = ("/var/lib/dpkg/", "/var/lib/apt/", "/var/cache/", "/var/log/", "/var/lib/systemd/", "/etc/group", "/etc/gshadow",
-          "/etc/ld.so.cache", "/etc/.pwd.lock", "/tmp/", "/var/tmp/")
+RECORDS = ("/var/lib/dpkg/", "/var/lib/apt/", "/var/cache/", "/var/log/", "/var/lib/systemd/", "/etc/group",
+           "/etc/gshadow", "/etc/ld.so.cache", "/etc/.pwd.lock", "/tmp/", "/var/tmp/")
 
 
 class Machine(InitNamespaces):
@@ -97,7 +97,7 @@ class Machine(InitNamespaces):
         return self.run("apt-get", "-y", "-o", "APT::Sandbox::User=root", *arguments)
 
     def call(self, method, *arguments, user=()):
-        """Calls the registry from within, as root or by a wrapper. Returns what dbus-send prints of the reply or error."""
+        """Calls the registry inside, by a wrapper if given. Returns the reply or error as dbus-send prints it."""
         done = self.attempt(*user, "dbus-send", "--system", "--print-reply=literal", "--dest=com.tavimesh.Registry",
                             "/com/tavimesh/Registry", f"com.tavimesh.Registry.{method}",
                             *(f"string:{argument}" for argument in arguments))
@@ -106,7 +106,7 @@ class Machine(InitNamespaces):
     def files(self):
         """All files of the disk but the records."""
         found = self.run("find", "/", "-xdev", "-printf", "%p %l\\n").splitlines()
-        return {line for line in found if not line.startswith(MEMORY)}
+        return {line for line in found if not line.startswith(RECORDS)}
 
     def shut_down(self):
         """Shuts the system down. The disk stays."""

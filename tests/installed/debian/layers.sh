@@ -1,8 +1,8 @@
-# Sourced by scripts/package-test: Debian systems that share what they have in common. Each is a folder with what it has
-# beyond those below it, for the kernel's overlay file system.
+# Sourced by scripts/package-test: layers of Debian systems for the kernel's overlay file system. Each is a directory of
+# the files that it adds to the layers below it.
 #
-#   base       the smallest Debian that has apt, for amd64 with armhf beside it
-#   build      and what the packages are built with, for both
+#   base       the smallest Debian that has apt, for amd64 with armhf as a foreign architecture
+#   build      base, with the tools and libraries that build the packages for both
 #   systemd    base, with systemd and the bus
 #   sysvinit   base, with the classic init and the bus
 #   archives   packages that the tests install, as apt has downloaded them
@@ -12,8 +12,8 @@ build_tools="ccache crossbuild-essential-armhf lintian"
 systemd_packages="dbus systemd-sysv"
 sysvinit_packages="dbus initscripts sysv-rc sysvinit-core systemd-standalone-sysusers systemd-standalone-tmpfiles"
 
-# in_layers UPPER LOWER [FOLDER:PLACE...] -- COMMAND...: runs a command in a system that consists of the folders LOWER,
-# highest first, and has the machine's FOLDERs at their PLACEs. What it changes goes to UPPER.
+# in_layers UPPER LOWER [DIRECTORY:TARGET...] -- COMMAND...: runs a command in a system that consists of the directories
+# LOWER, highest first. Mounts each DIRECTORY of the machine at its TARGET. UPPER receives the changes.
 in_layers() {
   local status=0
   mkdir -p "$1" "$1.work" "$1.root"
@@ -37,8 +37,8 @@ in_layers() {
   return $status
 }
 
-# Settings that save time: nothing here has to survive a power cut, and nobody reads translations. While a system is made,
-# its services do not start.
+# Settings that save time: no file has to survive a power cut, and nobody reads translations. No service starts while a
+# system is made.
 settings='
   echo force-unsafe-io >etc/dpkg/dpkg.cfg.d/packages-test
   echo "APT::Install-Recommends \"false\"; Acquire::Languages \"none\"; Dpkg::Use-Pty \"false\";" \
@@ -47,8 +47,8 @@ settings='
   chmod 755 usr/sbin/policy-rc.d
 '
 
-# make_base DIRECTORY SUITE: of the point release alone: its index does not change between two requests, and both
-# architectures have the same versions, without which they cannot be installed side by side.
+# make_base DIRECTORY SUITE: from the point release only. Its index does not change between two requests, and both
+# architectures have the same versions, which they must have to be installed together.
 make_base() {
   local keyring=/usr/share/keyrings/debian-archive-keyring.gpg release sources
   # shellcheck disable=SC1091
@@ -64,12 +64,12 @@ make_base() {
   (cd "$1" && sh -ec "$settings")
 }
 
-# is_made CACHE NAME WANTED: whether there is the folder NAME, made of what is WANTED.
+# is_made CACHE NAME WANTED: whether the directory NAME exists and was made from WANTED.
 is_made() {
   [ -d "$1/$2" ] && [ "$(cat "$1/$2.stamp" 2>/dev/null)" = "${3%$'\n'}" ]
 }
 
-# prepare_layer CACHE NAME COMMAND [FOLDER:PLACE]: makes the layer NAME upon the base, or finds it made.
+# prepare_layer CACHE NAME COMMAND [DIRECTORY:TARGET]: makes the layer NAME on the base if it is missing.
 prepare_layer() {
   local cache=$1 name=$2 command=$3
   shift 3
@@ -92,16 +92,17 @@ prepare_layers() {
     echo "$settings" >"$cache/base.stamp"
   fi
   cp debian/control debian/changelog "$cache/control/debian"
-  # The comment is there for the stamp.
+  # The comment is for the stamp.
   needs=$(sed -n '/^Build-Depends:/,/^Standards-Version:/p' debian/control | tr -d '\n')
   prepare_layer "$cache" build "apt-get -y install $build_tools # $needs
-    cd /tmp/source; apt-get -y build-dep ./; apt-get -y build-dep -a armhf -P cross,nocheck ./" "$cache/control:/tmp/source"
+    cd /tmp/source; apt-get -y build-dep ./; apt-get -y build-dep -a armhf -P cross,nocheck ./" \
+    "$cache/control:/tmp/source"
   prepare_layer "$cache" systemd "apt-get -y install $systemd_packages"
   prepare_layer "$cache" sysvinit "apt-get -y install $sysvinit_packages"
 }
 
-# prepare_archives CACHE RESULTS: downloads what the built packages depend on and suggest, for the tests to have without
-# a network.
+# prepare_archives CACHE RESULTS: downloads the packages that the built ones depend on and suggest. The tests have no
+# network.
 prepare_archives() {
   local cache=$1 results=$2 wanted system tracer
   wanted=$(for package in "$results"/*/*.deb; do dpkg-deb -f "$package" Package Architecture Depends Suggests; done)

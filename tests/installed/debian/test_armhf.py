@@ -1,5 +1,5 @@
-"""The package for 32-bit ARM, which apt installs on an amd64 system. The test starts its program in user-mode emulation,
-because the kernel of the machine starts no ARM program."""
+"""The package for 32-bit ARM on an amd64 system. The test starts its program in user-mode emulation, because the kernel
+starts no ARM program."""
 
 import shutil
 
