@@ -1,5 +1,4 @@
-"""The init script, with Debian's own shell functions and start-stop-daemon, in namespaces where it finds the daemon
-installed."""
+"""The init script with Debian's own shell functions and start-stop-daemon, and an installed daemon, in namespaces."""
 
 import os
 import pathlib
@@ -17,10 +16,10 @@ from world.observe import needs_strace
 
 RUNNING, DEAD_WITH_PID_FILE, NOT_RUNNING = 0, 1, 3
 UNKNOWN_ACTION = 3
-# A number that no process of the small namespaces has.
+# No process of the small namespaces has this ID.
 UNUSED_PID = 30000
 
-# Leaves a daemon's process that has ended and for whose status nobody asks; prints its number.
+# Leaves an ended process of the daemon's name that nobody reaps. Prints its ID.
 ZOMBIE = f"""
 import os, sys
 pid = os.fork()
@@ -34,19 +33,20 @@ sys.stdin.read()
 
 
 class InitScript:
-    """Runs the script's actions; returns its exit status and what it printed."""
+    """Runs an action of the script. Returns the exit status and the output."""
 
     def __init__(self, machine, script):
         self.machine = machine
         self.script = script
         self.daemon = pathlib.Path(re.search(r"(?m)^DAEMON=(.+)$", script.read_text())[1])
-        folder = next(folder for folder in self.daemon.parents if folder.exists())
-        machine.lay_over_directory(folder, {str(self.daemon.relative_to(folder)): machine.binary}, writable=True)
+        directory = next(directory for directory in self.daemon.parents if directory.exists())
+        machine.lay_over_directory(directory, {str(self.daemon.relative_to(directory)): machine.binary}, writable=True)
 
     def __call__(self, action, *wrapper):
         output = self.machine.path / "init-output"
         with open(output, "wb") as file:
-            command = self.machine.spawn(*wrapper, "sh", str(self.script), action, stdout=file, stderr=subprocess.STDOUT,
+            command = self.machine.spawn(*wrapper, "sh", str(self.script), action, stdout=file,
+                                         stderr=subprocess.STDOUT,
                                          environment={"PATH": os.environ["PATH"], "TERM": "dumb"})
             command.wait()
         return command.status, output.read_text()
@@ -59,23 +59,19 @@ class InitScript:
     def status(self):
         return self("status")[0]
 
+    def daemons(self):
+        """The IDs of the daemons in the background."""
+        return set(self.machine.processes(SERVICE_NAME))
+
 
 @pytest.fixture
 def init(build, machine):
     return InitScript(machine, build.init_script)
 
 
-def daemons(machine):
-    return machine.processes_named(SERVICE_NAME)
-
-
-def only_daemon(machine):
-    (inner_pid,) = daemons(machine)
-    return inner_pid
-
-
 def test_life_of_the_service(machine, init):
-    assert init.status() == NOT_RUNNING
+    init.succeeds("stop")
+    assert init.status() == NOT_RUNNING and not machine.pid_file.exists()
     assert init.succeeds("start") == "Starting settings registry: ledgerd.\n"
     daemon = machine.service()
     assert daemon.owns_the_name()
@@ -98,15 +94,15 @@ def test_second_start_says_so_and_changes_nothing(machine, init):
     assert init.succeeds("start") == "The settings registry is already running: ledgerd.\n"
     after = machine.pid_file.stat()
     assert (after.st_ino, after.st_mtime_ns) == (before.st_ino, before.st_mtime_ns)
-    assert only_daemon(machine) == daemon.inner_pid and daemon.owns_the_name()
+    assert init.daemons() == {daemon.inner_pid} and daemon.owns_the_name()
 
 
 def test_daemon_in_the_foreground_keeps_a_second_one_from_starting(machine, init):
     foreground = machine.spawn(str(init.daemon), "-d")
     machine.wait_until_name_is_owned()
     assert "already running" in init.succeeds("start")
-    assert not daemons(machine) and not machine.pid_file.exists()
-    assert init.status() == NOT_RUNNING, "it is not the script's to stop"
+    assert not init.daemons() and not machine.pid_file.exists()
+    assert init.status() == NOT_RUNNING, "the script does not stop it"
     os.kill(foreground.pid, signal.SIGTERM)
     foreground.wait()
     foreground.take_stderr()
@@ -114,31 +110,22 @@ def test_daemon_in_the_foreground_keeps_a_second_one_from_starting(machine, init
     assert machine.service().owns_the_name()
 
 
-def test_stop_of_nothing_is_no_failure(machine, init):
-    init.succeeds("stop")
-    assert init.status() == NOT_RUNNING and not machine.pid_file.exists()
-
-
-@pytest.mark.parametrize("action", ["restart", "force-reload", "try-restart"])
-def test_running_daemon_is_replaced(machine, init, action):
+@pytest.mark.parametrize("action, starts", [("restart", True), ("force-reload", True), ("try-restart", False)])
+def test_action_replaces_a_running_daemon(machine, init, action, starts):
+    init.succeeds(action)
+    assert len(init.daemons()) == starts
     init.succeeds("start")
     machine.client().write("s", "k", "v")
     former = machine.service()
     init.succeeds(action)
     assert former.wait_end() == 0
-    assert only_daemon(machine) != former.inner_pid and machine.service().owns_the_name()
+    assert init.daemons() == {machine.service().inner_pid} != {former.inner_pid} and machine.service().owns_the_name()
     assert machine.client().read("s", "k") == "v"
 
 
-@pytest.mark.parametrize("action, started", [("restart", 1), ("force-reload", 1), ("try-restart", 0)])
-def test_restart_of_what_does_not_run(machine, init, action, started):
-    init.succeeds(action)
-    assert len(daemons(machine)) == started
-
-
 @pytest.mark.parametrize("number", [UNUSED_PID, 1], ids=["of nobody", "of another process"])
-def test_stale_pid_file(machine, init, number):
-    """The machine lost its power, or the number has gone to another process."""
+def test_stale_pid_file_names_no_daemon(machine, init, number):
+    """After a power cut, the PID may be another process's."""
     machine.pid_file.write_text(f"{number}\n")
     assert init.status() in (DEAD_WITH_PID_FILE, NOT_RUNNING)
     init.succeeds("stop")
@@ -147,11 +134,11 @@ def test_stale_pid_file(machine, init, number):
     assert machine.service().owns_the_name() and init.status() == RUNNING
 
 
-def test_daemon_that_has_ended_does_not_run_even_if_nobody_has_asked_for_its_status(machine, init):
+def test_ended_daemon_that_nobody_reaps_does_not_run(machine, init):
     zombie = machine.spawn(sys.executable, "-c", ZOMBIE, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     with zombie.process.stdin, zombie.process.stdout as number:
         machine.pid_file.write_bytes(number.readline())
-        assert len(daemons(machine)) == 1
+        assert len(init.daemons()) == 1
         assert init.status() in (DEAD_WITH_PID_FILE, NOT_RUNNING)
         init.succeeds("stop")
         assert init.succeeds("start").startswith("Starting ")
@@ -166,11 +153,12 @@ def test_killed_daemon_is_noticed_and_started_again(machine, init):
     assert killed.wait_end() == -signal.SIGKILL
     assert init.status() == DEAD_WITH_PID_FILE
     init.succeeds("start")
-    assert only_daemon(machine) != killed.inner_pid and init.status() == RUNNING
+    (inner_pid,) = init.daemons()
+    assert inner_pid != killed.inner_pid and init.status() == RUNNING
 
 
 def test_daemon_whose_program_was_replaced_is_still_known(machine, init):
-    """As in an upgrade: the new package's file is there before the old daemon is stopped."""
+    """As in an upgrade: the new package is unpacked before the old daemon is stopped."""
     init.succeeds("start")
     daemon = machine.service()
     program = pathlib.Path(f"/proc/{daemon.pid}/root{init.daemon}")
@@ -180,12 +168,12 @@ def test_daemon_whose_program_was_replaced_is_still_known(machine, init):
     assert init.status() == RUNNING
     assert "already running" in init.succeeds("start")
     init.succeeds("stop")
-    assert daemon.wait_end() == 0 and not daemons(machine)
+    assert daemon.wait_end() == 0 and not init.daemons()
 
 
 @needs_strace
-def test_last_write_may_take_its_time(machine, init):
-    """Longer than the two seconds after which the daemon's own -k kills."""
+def test_stop_waits_for_a_slow_last_write(machine, init):
+    """It takes longer than the two seconds after which the daemon's own -k kills."""
     slow = observe.Strace(machine, "-e", "trace=rename", "-e", "inject=rename:delay_enter=2500000")
     init.succeeds("start", *slow.wrapper)
     daemon = machine.service()
@@ -195,11 +183,11 @@ def test_last_write_may_take_its_time(machine, init):
     assert machine.registry.read_bytes() == b"[s]\nk=v\n"
 
 
-def test_failed_start_is_told(machine, init):
+def test_failed_start_is_reported(machine, init):
     machine.bus.close()
     status, printed = init("start")
     assert status == 1 and "failed" in printed
-    wait_for(lambda: not daemons(machine), "the init has taken the status of what has ended")
+    wait_for(lambda: not init.daemons(), "the init has reaped the daemon")
     assert "ledgerd caught exception" in machine.take_log()
 
 
@@ -213,15 +201,15 @@ def test_modes_of_files_do_not_depend_on_who_starts_it(machine, init):
     assert machine.registry.stat().st_mode & 0o777 == 0o600
 
 
-@pytest.mark.parametrize("action", ["", "reload", "Start"])
-def test_unknown_action(machine, init, action):
-    status, printed = init(action)
-    assert status == UNKNOWN_ACTION and printed.startswith("Usage: ")
-    assert not daemons(machine)
+def test_unknown_action_prints_the_usage(init):
+    for action in ("", "reload", "Start"):
+        status, printed = init(action)
+        assert status == UNKNOWN_ACTION and printed.startswith("Usage: "), action
+    assert not init.daemons()
 
 
 def test_script_without_its_daemon_is_silent(machine, build):
-    """What is left of a removed package."""
+    """A removed package leaves it."""
     for action in ("start", "stop"):
         command = machine.spawn("sh", str(build.init_script), action)
         command.wait()

@@ -1,4 +1,4 @@
-"""The write in the background under the service manager, at its real delay: takes a minute."""
+"""The write in the background under the service manager, after its real delay of a minute."""
 
 from world.booted_system import needs_boot
 from world.harness import wait_for
