@@ -55,25 +55,19 @@ def test_mandoc_finds_no_error(page):
     assert (verdict.returncode, verdict.stdout) == (0, "")
 
 
-def test_page_fits_on_a_terminal(page):
-    assert [line for line in render(page, TERMINAL).splitlines() if len(line) > TERMINAL] == []
-
-
-def test_heading_has_the_name_and_section_of_the_page(page):
+def test_page_fits_on_a_terminal_and_refers_to_existing_pages(page):
+    lines = render(page, TERMINAL).splitlines()
+    assert [line for line in lines if len(line) > TERMINAL] == []
     name, _, section = page.name.rpartition(".")
-    assert re.fullmatch(rf"{re.escape(name)}\({section}\) .* {re.escape(name)}\({section}\)",
-                        render(page, TERMINAL).splitlines()[0])
+    assert re.fullmatch(rf"{re.escape(name)}\({section}\) .* {re.escape(name)}\({section}\)", lines[0])
+    references = re.findall(r"\b((?:ledger|com\.tavimesh)[\w.-]*)\((\d)\)", render(page, ENDLESS))
+    assert references and {f"{name}.{section}" for name, section in references} <= set(PAGES)
 
 
-def test_references_to_our_pages_name_existing_pages(page):
-    ours = re.findall(r"\b((?:ledger|com\.tavimesh)[\w.-]*)\((\d)\)", render(page, ENDLESS))
-    assert ours and {f"{name}.{section}" for name, section in ours} <= set(PAGES)
-
-
-def daemon_sources():
-    paths = [path for glob in PRINTING_SOURCES for path in sorted(SOURCES.glob(glob))]
-    # The daemon does not use it.
-    return [path.read_text() for path in paths if path.stem != "hex_text"]
+def found_in_daemon_sources(pattern):
+    # The daemon does not use hex_text.
+    return [match for glob in PRINTING_SOURCES for path in sorted(SOURCES.glob(glob)) if path.stem != "hex_text"
+            for match in re.findall(pattern, path.read_text())]
 
 
 def fixed_parts(pattern):
@@ -84,8 +78,7 @@ def fixed_parts(pattern):
 
 def test_every_line_that_the_daemon_prints_is_explained(manual):
     explained = manual("ledgerd.8", "DIAGNOSTICS")
-    patterns = [pattern for text in daemon_sources() for pattern in re.findall(PRINTING_CALL, text)]
-    patterns = list(filter(fixed_parts, patterns))
+    patterns = list(filter(fixed_parts, found_in_daemon_sources(PRINTING_CALL)))
     assert len(patterns) > 25, "the printing calls have another form now"
     assert [pattern for pattern in patterns
             if not re.search(".*".join(map(re.escape, fixed_parts(pattern))), explained)] == []
@@ -93,16 +86,14 @@ def test_every_line_that_the_daemon_prints_is_explained(manual):
 
 def test_every_line_that_is_explained_is_printed():
     """In the page's source, the bold part of a term is always printed."""
-    diagnostics = re.split("(?m)^# ", source("docs/man/ledgerd.8.scd"))
-    diagnostics = next(text for text in diagnostics if text.startswith("DIAGNOSTICS"))
+    diagnostics = re.search(r"(?ms)^# DIAGNOSTICS\n(.*?)^# ", source("docs/man/ledgerd.8.scd"))[1]
     terms = re.findall(r"(?m)^(\*.*)\n\t", diagnostics)
     assert len(terms) > 20
-    printed = "\n".join(literal for text in daemon_sources() for literal in re.findall(LITERAL, text))
-    printed += "\n".join(f"{os.strerror(number)} ({number})" for number in (errno.ENOENT, errno.ESRCH))
-    for term in terms:
-        for bold in re.findall(r"\*([^*]+)\*", term):
-            for piece in re.split(r"ledgd|: |[:',*]", bold):
-                assert piece.strip() in printed, (term, piece)
+    printed = "\n".join([*found_in_daemon_sources(LITERAL),
+                         *(f"{os.strerror(number)} ({number})" for number in (errno.ENOENT, errno.ESRCH))])
+    bold = [text for term in terms for text in re.findall(r"\*([^*]+)\*", term)]
+    pieces = [piece.strip() for text in bold for piece in re.split(r"ledgd|: |[:',*]", text)]
+    assert [piece for piece in pieces if piece not in printed] == []
 
 
 def test_methods_have_the_arguments_of_the_introspection(manual):
@@ -169,3 +160,51 @@ def test_page_shows_the_constant_of_the_source(build, page, path, pattern, shown
     text = render(build.pages / page, ENDLESS)
     for value in values:
         assert shown.format(value) in text
+
+
+@pytest.fixture
+def client_page(build):
+    return sections(render(build.pages / "ledgerctl.1", ENDLESS))
+
+
+@pytest.fixture
+def help_of(build):
+    """Returns the client's help for a verb, or the overview."""
+    return lambda *verb: subprocess.check_output([build.ledgerctl, "help", *verb], text=True, stdin=subprocess.DEVNULL)
+
+
+def client_terms(text):
+    """The terms of a section of the client's page. Its sentences end with one full stop."""
+    return [line for line in terms(text, indent=7) if line.endswith("...") or not line.endswith(".")]
+
+
+def options(text):
+    return set(re.findall(r"(?<![\w-])(--?[a-z0][a-z-]*)", text))
+
+
+def test_verbs_their_arguments_and_their_options_are_those_of_the_help(client_page, help_of):
+    # Only the lines of verbs begin with two spaces.
+    verbs = re.findall(r"(?m)^  (\w+)", help_of().split("\n\n")[2])
+    assert {"get", "load", "help"} <= set(verbs)
+    synopses = [help_of(verb).splitlines()[0].removeprefix("ledgerctl ") for verb in verbs]
+    assert client_terms(client_page["VERBS"]) == [synopsis.lower() for synopsis in synopses]
+    general = options(client_page["OPTIONS"])
+    paragraphs = re.split(r"(?m)^ {7}(?=\S)", client_page["VERBS"])[1:]
+    documented = {paragraph.split()[0]: options(paragraph) - general for paragraph in paragraphs}
+    assert documented == {verb: options(help_of(verb)) - general for verb in verbs}
+
+
+def test_options_statuses_and_time_limit_are_those_of_the_help(client_page, help_of):
+    text, statuses = help_of().split("\nExit status:\n", 1)
+    listed = re.findall(r"(?m)^  (-[^\s,]+(?:, -\S+)?)", text.split("\nOptions", 1)[1].split("\n\n")[0])
+    assert [re.sub(" [a-z]+$", "", term) for term in client_terms(client_page["OPTIONS"])] == listed
+    assert client_terms(client_page["EXIT STATUS"]) == re.findall(r"(?m)^ *(\d+)  ", statuses)
+    seconds = re.search(r"instead of (\d+)", text)[1]
+    assert f"{seconds} by default" in client_page["OPTIONS"]
+
+
+def test_quoted_failure_is_what_the_client_prints(client_page):
+    quoted = re.findall('(?m)^ *"(.+)"$', client_page["EXIT STATUS"])
+    # The source has an expression where the text has a number.
+    printed = re.sub(r'" \+ [^"]+ \+ "', "16383", source("client/failure.cpp"))
+    assert quoted and all(text in printed for text in quoted)
