@@ -46,6 +46,7 @@ class Step:
     def record(self, seconds, reached, tests):
         """Keeps what a run without a mutant has shown."""
         self.seconds = seconds
+        self.tests = {}
         self.reached = {number for number, byte in enumerate(reached) if byte}
         for line in tests.splitlines():
             name, milliseconds, *numbers = line.split(" ")

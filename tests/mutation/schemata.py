@@ -26,6 +26,7 @@ class Schemata:
         """The text, also if no mutant is left."""
         output = b""
         self.lines = {}
+        self.recorded = set()
         position = 0
         for begin, end, pieces in sorted(self._replacements(), key=lambda each: each[0]):
             output += self.text[position:begin]
