@@ -17,7 +17,7 @@ PROGRAMS = ["bin/busybox", "usr/bin/dbus-daemon", "usr/bin/dbus-send", "usr/sbin
 MODULES = ["virtio_mmio", "virtio_console", "virtio_blk", "nandsim", "crc16", "crc32c_generic", "mbcache", "jbd2", "ext4",
            "deflate", "zstd_compress", "zstd", "ubi", "ubifs"]
 LIBRARY_DIRECTORIES = ["lib", "lib/arm-linux-gnueabihf", "usr/lib/arm-linux-gnueabihf"]
-# Files of this project. A directory stands for the shell scripts in it.
+# Files of this project. Of a directory, the shell scripts.
 FILES = {"guest/init": "init", "guest/library.sh": "scenario", "scenarios": "scenario", "failures": "scenario",
          "power_cut": "scenario", "../../packaging/com.tavimesh.Registry.conf": "usr/share/dbus-1/system.d"}
 
