@@ -66,6 +66,7 @@ private:
 // `words` are the arguments of the shell, with its name.
 pid_t StartShell(std::vector<std::string> words, const SpawnAttributes& how) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) {
     arguments.push_back(word.data());
   }
