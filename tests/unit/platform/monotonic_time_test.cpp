@@ -53,6 +53,22 @@ TEST(AddMicroseconds, CarriesIntoTheSecondsAndStopsAtTheLatestTime) {
   EXPECT_FALSE(IsBefore(AddMicroseconds({5, 7}, std::numeric_limits<std::uint64_t>::max()), {2147483647, 0}));
 }
 
+TEST(TimeBetween, BorrowsASecondForTheNanoseconds) {
+  const std::tuple<const char*, timespec, timespec, timespec> rows[] = {
+      {"none", {5, 7}, {5, 7}, {0, 0}},
+      {"seconds", {5, 7}, {8, 7}, {3, 0}},
+      {"nanoseconds", {5, 7}, {5, 10}, {0, 3}},
+      {"into the next second", {5, 999999999}, {6, 1}, {0, 2}},
+      {"less than two seconds", {5, 2}, {7, 1}, {1, 999999999}},
+  };
+  for (const auto& [name, begin, end, expected] : rows) {
+    SCOPED_TRACE(name);
+    const timespec between = TimeBetween(begin, end);
+    EXPECT_EQ(between.tv_sec, expected.tv_sec);
+    EXPECT_EQ(between.tv_nsec, expected.tv_nsec);
+  }
+}
+
 TEST(IsBefore, ComparesSecondsFirst) {
   const std::tuple<const char*, timespec, bool> rows[] = {
       {"equal", {5, 7}, false},        {"nanosecond before", {5, 6}, true}, {"nanosecond after", {5, 8}, false},
