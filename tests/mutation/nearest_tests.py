@@ -1,6 +1,8 @@
 """Which tests are nearest to a source, the nearest first."""
 import functools
+import itertools
 import json
+import math
 import os
 import pathlib
 import subprocess
@@ -28,8 +30,8 @@ SERVICE_TESTS = {
     "registry/refused_json": "imports",
     "registry/registry_json": "imports model",
 }
-# The tests that take at most so many milliseconds run first.
-QUICK = 20
+# The tests of a program run in groups, the quickest first: the limits of the groups in milliseconds.
+DURATIONS = (0, 20, 500, math.inf)
 
 
 class Step:
@@ -62,10 +64,10 @@ class Step:
         if not self.tests:
             return [(self.command, self.seconds)] if everywhere else []
         reaching = {name: time for name, (time, reached) in self.tests.items() if everywhere or number in reached}
-        quick = {name: time for name, time in reaching.items() if time <= QUICK}
-        slow = {name: time for name, time in reaching.items() if name not in quick}
-        return [((*self.command, "--gtest_fail_fast", f"--gtest_filter={':'.join(tests)}"), sum(tests.values()) / 1000)
-                for tests in (quick, slow) if tests]
+        groups = [{name: time for name, time in reaching.items() if shortest <= time < longest}
+                  for shortest, longest in itertools.pairwise(DURATIONS)]
+        return [((*self.command, "--gtest_fail_fast", f"--gtest_filter={':'.join(group)}"), sum(group.values()) / 1000)
+                for group in groups if group]
 
 
 def unit_steps(directory, path):
