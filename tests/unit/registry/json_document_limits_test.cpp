@@ -97,6 +97,7 @@ TEST(JsonDocumentLimits, KeepsTheBeginningOfALargeRefusedValue) {
       {"siblings of a value that is nested too deeply", deep + "[[1],{\"a\":2},3],4" + end_of_deep,
        deep + "4" + end_of_deep},
       {"many elements", "[" + Repeat("1,", 100000) + "1]", "[" + Repeat("1,", 999) + "1]"},
+      {"an array after the last element that fits", "[" + Repeat("1,", 1000) + "[2]]", "[" + Repeat("1,", 999) + "1]"},
       {"many members", "[{" + members + Repeat("\"z#\":0,", 100000) + "\"z\":0}]", "[{" + members + "\"z0\":0}]"},
       {"a string that fits", "[\"" + most + "\"]", "[\"" + most + "\"]"},
       {"a string that is a byte too long", "[\"" + most + "x\",1]", "[]"},
@@ -115,6 +116,16 @@ TEST(JsonDocumentLimits, KeepsTheBeginningOfALargeRefusedValue) {
       const std::string value = document.ValueOf(member);
       EXPECT_TRUE(value == row.kept) << value.size() << " bytes: " << value.substr(0, 200);
     }
+  }
+}
+
+TEST(JsonDocumentLimits, CutsALargeRefusedStringBetweenCharacters) {
+  for (const std::size_t size : {65534U, 65535U, 65536U}) {
+    SCOPED_TRACE(size);
+    const std::string ascii(size, 'x');
+    const std::string text = "{\"s\":\"" + ascii + "\xC3\xA9\"}";
+    const JsonDocument document = JsonDocument::Parse(text);
+    EXPECT_EQ(document.ValueOf(document.Sections().at(0)), '"' + ascii + (size == 65534 ? "\xC3\xA9" : "") + '"');
   }
 }
 
