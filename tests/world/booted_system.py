@@ -7,8 +7,9 @@ import shutil
 import dbus.bus
 import pytest
 
-from world.harness import Client, KernelLog, wait_for
+from world.harness import Client, wait_for
 from world.init_namespaces import InitNamespaces, cgroup_of_test, remove_cgroup
+from world.kernel_log import KernelLog
 
 SYSTEM_UNITS = pathlib.Path("/usr/lib/systemd/system")
 BORROWED_UNITS = ("basic.target", "dbus.service", "dbus.socket", "local-fs-pre.target", "local-fs.target",
