@@ -22,7 +22,7 @@ std::map<std::string, std::size_t> CountFolded(const Members& members) {
 constexpr char kNulByte[] = "and everything after it: a NUL byte";
 
 // A name that somebody has written into the daemon's file by hand.
-std::string OutOfReach(const std::string& what) { return "out of reach, not lower-case ASCII: " + what; }
+std::string OutOfReach(const std::string& what) { return "no caller can reach " + what + ": not lower-case ASCII"; }
 
 std::string LostAtRestart(const std::string& what, const char* why) {
   return "lost at a restart: " + what + " (" + why + ")";

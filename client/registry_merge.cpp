@@ -89,7 +89,7 @@ Merge ParseMerge(const std::string& json, const std::string& source) {
   try {
     const JsonDocument document = JsonDocument::Parse(json);
     if (!document.IsObject()) {
-      throw Failure(ExitStatus::NotADocument, source + ": not a registry document: no JSON object of objects");
+      throw Failure(ExitStatus::NotADocument, source + ": not a registry document: the top level is not an object");
     }
     Merge merge;
     for (const JsonMember& section : document.Sections()) {

@@ -178,7 +178,7 @@ private:
 
   void Expect(int type) {
     if (dbus_message_iter_get_arg_type(&m_iterator) != type) {
-      throw Failure(ExitStatus::DaemonError, "unexpected reply: what has the daemon's name is not ledgerd");
+      throw Failure(ExitStatus::DaemonError, "unexpected reply: the owner of the daemon's bus name is not ledgerd");
     }
   }
 

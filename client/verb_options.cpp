@@ -116,7 +116,7 @@ void DeclareUnset(CLI::App& app, CommandLine& command) {
   app.add_flag("-r", command.whole_section);
   app.final_callback([&command] {
     if (command.whole_section && command.key) {
-      throw CLI::ValidationError("-r deletes a whole section, without KEY");
+      throw CLI::ValidationError("-r deletes a whole section and takes no KEY");
     }
     if (!command.whole_section && !command.key) {
       throw CLI::ValidationError("this deletes the whole " + ShownSection(*command.section) + "; confirm it with -r");

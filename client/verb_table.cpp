@@ -62,8 +62,9 @@ const std::array<VerbEntry, 15> kVerbs = {{
      "  --yes            confirm that everything is to be deleted (required)\n",
      false, false, DeclareClear, Clear},
     {"flush", "[--sync]", "make the daemon write its file now",
-     "Otherwise the daemon writes 60 seconds after the first unwritten change. A file\n"
-     "that is written but not synced can still be lost in a power cut.\n"
+     "Without this verb, the daemon writes its file 60 seconds after the first\n"
+     "unwritten change. A file that is written but not synced can still be lost in a\n"
+     "power cut.\n"
      "\n"
      "  --sync           then sync the file system of the file\n",
      false, false, DeclareFlush, Flush},

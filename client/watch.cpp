@@ -48,7 +48,7 @@ std::optional<RegistrySections> ReadAgain(const CommandLine& command, const Cont
       throw;
     }
     if (!is_waiting) {
-      context.messages.Warning(e.what() + std::string("\nThe watch goes on when the daemon runs again."));
+      context.messages.Warning(e.what() + std::string("\nThe watch continues when the daemon runs again."));
     }
     is_waiting = true;
     return std::nullopt;

@@ -51,7 +51,7 @@ def test_replies_of_another_service_that_has_the_daemons_name(ledgerctl, world):
     with fake_daemon(world.bus, lambda call: [7]):
         for method in ("ReadAllJson", "Read", "KeyExists", "SectionExists", "SectionList", "KeyList"):
             assert ledgerctl.run(*METHODS[method][0]) == failure(
-                DAEMON_ERROR, b"unexpected reply: what has the daemon's name is not ledgerd"), method
+                DAEMON_ERROR, b"unexpected reply: the owner of the daemon's bus name is not ledgerd"), method
         for method in ("WriteJson", "Write", "DeleteAll", "Flush"):
             assert ledgerctl.output(*METHODS[method][0], input=DOCUMENT) == b"", method
 

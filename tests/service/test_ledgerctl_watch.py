@@ -108,7 +108,7 @@ def test_watch_goes_on_after_a_restart(ledgerctl, world, daemon, make_bus, tmp_p
     assert [read_line(process), read_line(process)] == [b"- [s] k=%s\n" % value, b"+ [s] k=next\n"]
     assert finish(process) == (b"", None)
     assert re.fullmatch(rb"ledgerctl: warning: the daemon is not running" + warning +
-                        rb"The watch goes on when the daemon runs again.\n", error.read_bytes())
+                        rb"The watch continues when the daemon runs again.\n", error.read_bytes())
 
 
 @pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM],

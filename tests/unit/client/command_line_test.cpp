@@ -141,7 +141,7 @@ TEST(CommandLine, ReportsEachMistake) {
       {{"get", "s", "k", "--default"}, Refusal("get", "--default needs a value")},
       {{"watch", "--exec"}, Refusal("watch", "--exec needs a value")},
       {{"unset", "s"}, Refusal("unset", "this deletes the whole section 's'; confirm it with -r")},
-      {{"unset", "-r", "s", "k"}, Refusal("unset", "-r deletes a whole section, without KEY")},
+      {{"unset", "-r", "s", "k"}, Refusal("unset", "-r deletes a whole section and takes no KEY")},
       {{"clear"}, Refusal("clear", "this deletes the whole registry; confirm it with --yes")},
       {{"load", "--replace", "--missing-only"}, Refusal("load", "--replace and --missing-only exclude each other")},
       {{"-0", "--json", "list"}, Refusal("list", "-0 and --json exclude each other")},

@@ -101,7 +101,7 @@ const Row kRows[] = {
     {"NothingQuietly", "true", Prints(""), kText, "-q"},
     {"NothingInOneSection", "grep -qx k=3", kNothingChanged, kText, "B"},
     {"MissingSection", "true", Fails(1, "no section 'c'"), kText, "c"},
-    {"AnotherKeyThanOthers", kSetX, Prints(kChanged), "[a]\nk=x\nl=other\n[b]\nk=3\n", "", R"({"a":{"l":"other"}})"},
+    {"KeyThatOthersKeep", kSetX, Prints(kChanged), "[a]\nk=x\nl=other\n[b]\nk=3\n", "", R"({"a":{"l":"other"}})"},
     {"KeyThatOthersChange", kSetX, Conflict(kChanged, "k", "a"), "[a]\nk=other\nl=2\n[b]\nk=3\n", "",
      R"({"a":{"k":"other"}})"},
     {"KeyThatOthersDelete", kSetX, Conflict(kChanged, "k", "a"), "[a]\nl=2\n[b]\nk=3\n", "", R"({"a":{"k":null}})"},
@@ -137,7 +137,7 @@ TEST_F(EditVerb, RunsVisualThenEditorThenVi) {
   std::filesystem::permissions(directory / "vi", std::filesystem::perms(0755));
   const std::string path = std::getenv("PATH");
   ::setenv("PATH", (directory.Path() + ":" + path).c_str(), 1);
-  // An empty variable counts as none.
+  // An empty variable counts as unset.
   const char* const rows[][3] = {
       {"sed -i s/1/visual/", "false", "visual"}, {"", "sed -i s/1/editor/", "editor"}, {"", "", "vi"}};
   for (const auto& [visual, editor, value] : rows) {
@@ -213,8 +213,8 @@ TEST_F(EditVerb, WarnsOfNamesThatNoCallerCanReach) {
   ::setenv("EDITOR", "sed -i '/^.s/,/^$/d'", 1);
   EXPECT_EQ(RunOn(*edited.registry, {"edit"}),
             Outcome(0, "- [s] k=1\n",
-                    "ledgerctl: warning: out of reach, not lower-case ASCII: section 'Net'\n"
-                    "ledgerctl: warning: out of reach, not lower-case ASCII: key 'K' in section 's'\n"));
+                    "ledgerctl: warning: no caller can reach section 'Net': not lower-case ASCII\n"
+                    "ledgerctl: warning: no caller can reach key 'K' in section 's': not lower-case ASCII\n"));
   EXPECT_EQ(edited.FlushedText(), "[Net]\nk=1\n[t]\nk=1\n");
 }
 

@@ -49,8 +49,8 @@ TEST(RefuseLosses, AcceptsWhatTheFileKeeps) {
 
 TEST(DropUnreachable, RemovesNamesOfAFileThatWasEditedByHand) {
   RegistrySections sections = {{"Net", {{"k", "v"}}}, {"net", {{"IP", "1"}, {"ip", "2"}}}};
-  EXPECT_EQ(DropUnreachable(sections), (Lines{"out of reach, not lower-case ASCII: section 'Net'",
-                                              "out of reach, not lower-case ASCII: key 'IP' in section 'net'"}));
+  EXPECT_EQ(DropUnreachable(sections), (Lines{"no caller can reach section 'Net': not lower-case ASCII",
+                                              "no caller can reach key 'IP' in section 'net': not lower-case ASCII"}));
   EXPECT_EQ(sections, (RegistrySections{{"net", {{"ip", "2"}}}}));
 }
 

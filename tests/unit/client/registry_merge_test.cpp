@@ -18,8 +18,8 @@ TEST(ParseMerge, ReportsWhatIsNoDocument) {
     const char* reason;
   };
   const Row rows[] = {
-      {"[]", "no JSON object of objects"},
-      {"\"a\"", "no JSON object of objects"},
+      {"[]", "the top level is not an object"},
+      {"\"a\"", "the top level is not an object"},
       {R"({"a":{},"b":5})", "section 'b' is neither an object nor null"},
       {R"({"a":{"k":true}})", "the value of key 'k' in section 'a' is neither a string nor null"},
       {R"({"a":{"k":{"l":"m"}}})", "the value of key 'k' in section 'a' is neither a string nor null"},

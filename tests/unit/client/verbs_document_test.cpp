@@ -31,7 +31,7 @@ TEST_F(DocumentVerbs, DumpPrintsOrSaves) {
 
 TEST_F(DocumentVerbs, WarnOfNamesThatLoadWouldFold) {
   BackEnd edited("[Net]\nk=1\n");
-  const std::string warning = "ledgerctl: warning: out of reach, not lower-case ASCII: section 'Net'\n";
+  const std::string warning = "ledgerctl: warning: no caller can reach section 'Net': not lower-case ASCII\n";
   EXPECT_EQ(RunOn(*edited.registry, {"dump"}), Outcome(0, "{\n  \"Net\": {\n    \"k\": \"1\"\n  }\n}\n", warning));
   EXPECT_EQ(RunOn(*edited.registry, {"load", "--replace"}, "{}"), Outcome(0, "", warning));
   EXPECT_EQ(RunOn(*edited.registry, {"load", "--missing-only"}, "{}"), Prints(""));
@@ -104,7 +104,7 @@ TEST_F(DocumentVerbs, LoadMakesAllChangesOrNone) {
       "lost at a restart: key '[m' in section 'a' (begins with \"[\")\n"
       "Nothing changed. Use --force to accept the loss.";
   const Row rows[] = {
-      {"[]", Fails(4, no_document + "no JSON object of objects")},
+      {"[]", Fails(4, no_document + "the top level is not an object")},
       {R"({"a":{"k":"x"},"b":[]})", Fails(4, no_document + "section 'b' is neither an object nor null")},
       {R"({"a":{"k":"x"},"t":{"k":1}})", Fails(4, no_document + no_value)},
       {"{\"a\":{\"k\":\"x\"},\n}",
@@ -154,7 +154,8 @@ TEST_F(DocumentVerbs, ReportTheFile) {
   for (const char* verb : {"load", "diff", "dump"}) {
     EXPECT_EQ(Run({verb, path}), Fails(10, path + ": No such file or directory"));
   }
-  EXPECT_EQ(Run({"load", File("[]")}), Fails(4, File("[]") + ": not a registry document: no JSON object of objects"));
+  EXPECT_EQ(Run({"load", File("[]")}),
+            Fails(4, File("[]") + ": not a registry document: the top level is not an object"));
 }
 
 }  // namespace

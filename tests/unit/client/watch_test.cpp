@@ -80,7 +80,7 @@ TEST_F(WatchVerb, ReadsOneSectionOrOneKey) {
 }
 
 TEST_F(WatchVerb, WaitsForTheDaemonAndComparesWithTheStateBefore) {
-  const std::string warning = "ledgerctl: warning: not running\nThe watch goes on when the daemon runs again.\n";
+  const std::string warning = "ledgerctl: warning: not running\nThe watch continues when the daemon runs again.\n";
   EXPECT_EQ(Watch({}, {"{}", kNotRunning, kNotRunning, R"({"a":{"k":"x"}})", kNotRunning, "{}"}),
             Ends("- [a] k=1\n+ [a] k=x\n", warning + warning));
   EXPECT_EQ(Watch({"-q"}, {kNotRunning}), Ends(""));
