@@ -1,4 +1,5 @@
-// The changes of one WriteJson call: a document of a user, or one that was made from a wanted change.
+// The changes that one WriteJson call makes. They are read from a document of the user, or computed from the state that
+// the registry shall have.
 #pragma once
 
 #include <map>
@@ -9,40 +10,40 @@
 
 namespace ledgerctl {
 
-/// Key to its new value; none deletes the key.
+/// Maps each key to its new value. A key without a value is deleted.
 using KeyMerge = std::map<std::string, std::optional<std::string>>;
 
-/// None deletes the section. An empty merge makes the section if it is missing.
+/// The changes of one section. std::nullopt deletes the section; an empty map creates it if it does not exist.
 using SectionMerge = std::optional<KeyMerge>;
 
-/// By name as written. Names that differ in case only act on the same section or key one after the other, in ascending
-/// byte order: upper case first.
+/// Maps the name of each section, as written, to its changes. Names of sections or keys that differ only in case mean
+/// the same section or key. Their changes are made one after the other in ascending byte order, upper case first.
 using Merge = std::map<std::string, SectionMerge>;
 
-/// Reads a JSON document. Throws Registry::InvalidName, and Failure (NotADocument) with `source` before the reason and,
-/// for what is not JSON, the line and the column.
+/// Reads a JSON document. Throws Registry::InvalidName, and Failure (NotADocument). The message of the failure begins
+/// with `source`, and with the line and the column if the text is not JSON.
 Merge ParseMerge(const std::string& json, const std::string& source);
 
-/// The merge that sets everything in `sections`.
+/// Returns the merge that sets everything in `sections`.
 Merge MergeOf(const RegistrySections& sections);
 
-/// The JSON text for one call that makes the merge.
+/// Returns the JSON text of the call that makes the merge.
 std::string PrintMerge(const Merge& merge);
 
-/// Does to `sections` what the daemon does to the registry.
+/// Changes `sections` in the way in which the daemon changes the registry.
 void ApplyMerge(const Merge& merge, RegistrySections& sections);
 
-/// What the merge makes of an empty registry: everything that it sets.
+/// Returns everything that the merge sets: the contents of an empty registry after the merge.
 RegistrySections ContentsOf(const Merge& merge);
 
-/// The merge that turns `before` into `after` and leaves alone what is the same in both.
+/// Returns the merge that turns `before` into `after`. It has no entry for a key that is the same in both.
 Merge MergeBetween(const RegistrySections& before, const RegistrySections& after);
 
-/// The merge that makes the registry equal to `after`, also where it has changed since it was seen as `before`; only a
-/// name that neither knows stays.
+/// Returns the merge that makes the registry equal to `after`, even if it has changed since `before` was read.
+/// Exception: a name that is neither in `before` nor in `after` is kept.
 Merge MergeThatReplaces(const RegistrySections& before, const RegistrySections& after);
 
-/// What `sections` holds and `existing` does not.
+/// Returns the merge that sets the keys and sections of `sections` that `existing` does not have.
 Merge MergeOfMissing(const RegistrySections& existing, const RegistrySections& sections);
 
 }  // namespace ledgerctl

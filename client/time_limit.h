@@ -6,12 +6,13 @@
 
 namespace ledgerctl {
 
-/// While it lives the program has that much time, on the wall clock's rate. Then it prints "ledgerctl: no answer in
-/// N s", removes its temporary file unless that holds work, and exits with NoAnswer. libdbus waits without a bound
-/// where a bus takes the connection and then does not read. One object at a time.
+/// Limits the real time that the program may run while this object exists. When the time is over, the program prints
+/// "ledgerctl: no answer in N s" and exits with NoAnswer. It removes its temporary file, or prints the path of the file
+/// if it contains the user's work. The limit is needed because libdbus waits forever for a bus that accepts the
+/// connection and then does not read. Only one object may exist at a time.
 class TimeLimit {
 public:
-  /// `time` is the limit, `shown` the N of the message.
+  /// `time` is the limit. The message prints `shown` as N.
   TimeLimit(std::chrono::milliseconds time, const std::string& shown);
   ~TimeLimit();
   TimeLimit(const TimeLimit&) = delete;

@@ -5,12 +5,12 @@
 #include <cstddef>
 #include <string>
 
-/// Checks the strings of one reply, before they are appended to it. Use one object per reply. The longest reply has
-/// kLongestArguments.
+/// Checks the strings of one reply, before they are appended to it. Use one object per reply. The arguments of a reply
+/// have at most kLongestArguments bytes.
 class ReplyCheck {
 public:
-  /// Throws RegistryError (Exception) if a D-Bus message cannot contain `text`. The message names the string: the check
-  /// calls `meaning` for the name, only if it throws.
+  /// Throws RegistryError (Exception) if a D-Bus message cannot contain `text`. The message contains the result of
+  /// `meaning`, which says what the string is. `meaning` is called only if the check fails.
   template <typename Meaning>
   void Check(const std::string& text, Meaning meaning) {
     if (const char* defect = Defect(text)) {

@@ -48,11 +48,11 @@ public:
   /// Returns the name as written. The view is valid as long as the document.
   std::string_view NameOf(const JsonMember& member) const { return m_names.Name(member); }
 
-  /// Returns the size in bytes of the value of an accepted key.
+  /// Returns the size in bytes of the value of a key whose kind is Accepted.
   static std::size_t SizeOf(const JsonMember& key) { return key.number; }
 
-  /// Returns the value of an accepted key, or the compact JSON text of the value of any other member. Returns only the
-  /// beginning of a large JSON text. Throws WorkStopped and std::bad_alloc.
+  /// Returns the value of a key whose kind is Accepted. For any other member, returns its value as compact JSON text;
+  /// if that text is large, only its beginning. Throws WorkStopped and std::bad_alloc.
   std::string ValueOf(const JsonMember& member, StopCheck stop = StopCheck()) const;
 
   /// Sorts members of this document by name without regard to case. The order of members with the same name is

@@ -25,9 +25,10 @@ class PersistentStore;
 /// (the store failed, or there was not enough memory) is undone in the same way, and its exception is thrown.
 class RegistryBackEnd : public Registry {
 public:
-  /// Loads the registry from `store` and keeps a share of it. From then on it writes to `store` 60 s after the first
-  /// unwritten change. Throws the exceptions of the load. An import calls `is_stop_requested` many times a second, and
-  /// is abandoned when it returns true; without that function it is never abandoned.
+  /// Loads the registry from `store` and keeps a shared pointer to it. From then on it writes to `store` 60 s after the
+  /// first unwritten change. Throws the exceptions of the load. An import calls `is_stop_requested` many times a
+  /// second, and ends with WorkStopped when that function returns true. Without the function, an import is never
+  /// stopped.
   explicit RegistryBackEnd(std::shared_ptr<PersistentStore> store, std::function<bool()> is_stop_requested = nullptr);
 
   /// Writes pending changes. A failure ends the process.
