@@ -20,7 +20,7 @@ HERE = pathlib.Path(__file__).parent
 SOURCES = ("lib/*.cpp", "registry/*.cpp", "dbus/*.cpp", "daemon/*.cpp", "client/*.cpp")
 TEST_MAIN = ROOT / "tests" / "unit" / "support" / "test_main.cpp"
 JOBS = min(2, os.cpu_count() or 1)
-# A sample has so many mutants of a file: the build of a file takes longer than its mutants.
+# A sample takes mutants of one file in groups of this size, because the build of a file takes longer than their tests.
 SAMPLE_OF_FILE = 5
 EXPLAINED = "survived with a reason"
 ERRORS = (lists.ListError, trial.Failure, generator.GeneratorError, OSError, subprocess.CalledProcessError)
@@ -96,7 +96,8 @@ class Run:
                     for path in sorted({entry.file for entry in self.reasons})])
 
     def try_sample(self, count, seed):
-        """The seed chooses files by their sizes, and mutants in each that no reason is about."""
+        """Tries `count` mutants that have no reason. The seed chooses the files, large ones more often, and the mutants
+        of each file."""
         chooser = random.Random(seed)
         files = git("ls-files", *SOURCES)
         sizes = [(ROOT / file).stat().st_size for file in files]
@@ -165,7 +166,7 @@ def main():
         return view.work(ERRORS)
     parser = argparse.ArgumentParser(prog="scripts/mutate")
     parser.add_argument("names", nargs="*", metavar="FILE", help="a source; with --named, a mutant")
-    parser.add_argument("--sample", type=int, metavar="COUNT", help="try so many mutants of all sources")
+    parser.add_argument("--sample", type=int, metavar="COUNT", help="try COUNT mutants of all sources")
     parser.add_argument("--seed", help="what chooses the sample, by default the commit")
     parser.add_argument("--named", action="store_true", help="try the mutants that are written by hand")
     parser.add_argument("--check", action="store_true", help="only check that the lists fit the code")

@@ -27,7 +27,7 @@ UNKNOWN_METHOD = "org.freedesktop.DBus.Error.UnknownMethod"
 ALLOWED = (ROOT, MEMBER, FIRST_GROUP_MEMBER)
 REFUSED = (STRANGER, LISTED)
 
-# The arguments and the type of the reply of each method. Each finds the data that it needs.
+# The arguments of each method and the type of its reply. In this order, each method finds the data that it needs.
 METHODS = {
     "Write": (("s", "k", "v"), ""),
     "Read": (("s", "k"), "s"),
@@ -79,7 +79,7 @@ def people(world):
 
 @pytest.fixture
 def served(world, daemon, people):
-    """Root's client of a registry whose file only root can read and write, before and after the test."""
+    """Root's client. Before and after the test, checks that only root can read and write the registry file."""
     def check_file():
         assert error_name(client.call("Flush")) is None
         status = world.registry.stat()
@@ -115,7 +115,7 @@ def check_refused(client, served):
     """Everything that the client calls is refused and changes nothing."""
     other = {"Write": ("s", "k", "other"), "WriteJson": ('{"s":{"k":"other"}}',)}
     calls = [(member, other.get(member, arguments), {}) for member, (arguments, _) in METHODS.items()]
-    # The bus answers a call without a reply, too, if it refuses it.
+    # If the bus refuses a call, it sends an error even if the caller expects no reply.
     calls += [("DeleteAll", (), {"flags": NO_REPLY_EXPECTED}),
               *((member, arguments, options) for member, arguments, options, _ in OTHER_CALLS)]
     for member, arguments, options in calls:
@@ -159,7 +159,7 @@ def lingering():
 
 def test_descriptor_that_does_not_close_cannot_freeze_the_daemon(served, daemon, people, lingering):
     client = people(MEMBER)
-    # If the daemon gets a copy, it shall be the last one.
+    # If the daemon gets a copy of the descriptor, its copy must be the last one that is closed.
     daemon.signal(signal.SIGSTOP)
     client.send("Read", "s", "k", descriptors=[lingering])
     serial = client.send("GetId", interface=BUS_DAEMON, path="/", destination=BUS_DAEMON)

@@ -16,14 +16,14 @@ from world.harness import BUS_NAME, INTERFACE, OBJECT_PATH, wait_for
 from world.observe import Strace, needs_strace
 
 SIGNALS = [getattr(signal, name) for name in observe.TERMINATION_SIGNALS]
-# The random moments reach this much further than an undisturbed start or end.
+# The random moments are in an interval that is longer than an undisturbed start or end by this factor.
 MARGIN = 1.5
-# The library's own end would wait up to 25 s for a bus that hangs.
+# If the bus hangs, an end as dbus-c++ implements it would wait up to 25 s.
 MAX_SECONDS_TO_END = 5.0
 MAX_CALLS = 200  # of one kind in a short run
-# The calls of the main thread after it has its handlers, in each run: calls that wait, change the file, create the
-# worker or end it, and ioctl, the last one. Those of the allocator, and of the kernel after an interruption, depend on
-# chance and are left out.
+# System calls that the main thread makes in each run after it has installed the signal handlers. They wait, change the
+# file, or create or end the worker; ioctl is the last call. Calls of the allocator, and calls that the kernel restarts
+# after an interruption, are not in the list, because they do not happen in each run.
 DISTURBED_CALLS = ("socket", "connect", "poll", "sendto", "read", "sendmsg", "recvmsg", "clone3", "futex", "access",
                    "openat", "write", "close", "rename", "ioctl")
 
@@ -42,7 +42,7 @@ def send(connection, member, *arguments):
 
 
 def spin(seconds):
-    """Uses the processor for so long: a timer's moments are not fine enough."""
+    """Waits in a busy loop, because a sleep is not precise enough."""
     end = time.monotonic() + seconds
     while time.monotonic() < end:
         pass
@@ -53,7 +53,8 @@ def wait_for_handlers(daemon):
 
 
 def undisturbed_times(world):
-    """The seconds from the signal handlers to the name, and from a signal to the end with a flush."""
+    """Returns two times in seconds: from the installation of the signal handlers until the daemon owns its name, and
+    from a signal until the daemon has written its file and ended."""
     daemon = world.start(wait=False)
     wait_for_handlers(daemon)
     began = time.monotonic()
@@ -68,7 +69,7 @@ def undisturbed_times(world):
 def disturbed_run(world, daemon, client, choice, number, times):
     """Writes up to three values and sends signals at random moments. Returns the texts that the file may have."""
     start, teardown = times
-    # A mixture of two texts shows: most bytes of the values are equal.
+    # The values differ at their beginning and usually in their length. So a mixture of two texts is usually neither.
     values = [f"{number}.{n}." + "x" * choice.choice((1, 500, 4090, 16000)) for n in range(choice.randrange(4))]
     acknowledged = choice.randrange(len(values) + 1)
     if values:
@@ -116,7 +117,8 @@ def test_signal_that_the_worker_thread_receives_wakes_the_main_thread(world):
 
 
 def calls_after_the_handlers(lines):
-    """Returns the system calls of the main thread after it has its handlers -> the number of such calls before."""
+    """Returns a map. Its keys are the system calls that the main thread makes after it has installed its handlers, its
+    values the numbers of calls of the same name before."""
     main_thread = lines[0].split(None, 1)[0]
     calls = [match for line in lines if (match := re.match(rf"{main_thread} +([a-z]\w*)\((\w*)", line))]
     names = [match[1] for match in calls]
@@ -145,7 +147,7 @@ def run_with_a_write(world, *strace_options):
             assert e.get_dbus_name().removeprefix("org.freedesktop.DBus.Error.") in (
                 "ServiceUnknown", "NameHasNoOwner", "NoReply")
             acknowledged = False
-    # An injected signal must be enough.
+    # An injected signal must end the daemon without another one.
     if daemon.process.poll() is None and not was_injected(strace.lines()):
         daemon.signal(signal.SIGTERM)
     assert daemon.wait_end() == 0
@@ -155,7 +157,7 @@ def run_with_a_write(world, *strace_options):
 
 @needs_strace
 def test_start_and_end_keep_their_order(world):
-    # It tries to open the registry file, which is missing. The end writes the change.
+    # The daemon tries to open the registry file, which does not exist. At its end, it writes the change.
     lines, _ = run_with_a_write(world, "-s", "256")
     observe.assert_in_order(lines, [
         r"rt_sigaction\(SIGTERM", r"connect\(\d+<socket:", r"sendmsg\(\d+<socket:.*RequestName",
@@ -188,7 +190,7 @@ def test_signal_at_each_system_call_ends_the_daemon_with_a_whole_file(world):
 @pytest.mark.parametrize("call", ["openat", "write", "close", "rename"])
 @pytest.mark.parametrize("requested", [False, True], ids=["final flush", "requested flush"])
 def test_storm_of_signals_during_a_flush_is_survived(world, call, requested):
-    # The path limits the delay to the replacement: the handler also writes, to its pipe.
+    # "-P" delays only calls on the new file. The signal handler also calls write(), to its pipe, without a delay.
     new = f"{world.registry}~~new".replace(str(world.path / "lib"), "/var/lib")
     strace = Strace(world, "-P", new, "-e", f"trace={call}", "-e", f"inject={call}:delay_enter=300000")
     daemon = world.start(wrapper=strace.wrapper)

@@ -1,5 +1,5 @@
-"""The daemon as a service: a world with a PID namespace, in which a PID file names a process of the test or none, with
-an init that reaps daemons, and with mounts over /proc, /dev and other directories."""
+"""The daemon as a service: a world with a PID namespace of its own, an init that reaps daemons, and mounts over /proc,
+/dev and other directories. A PID file in it can only name a process of the test, or none."""
 
 import contextlib
 import os
@@ -92,7 +92,8 @@ def as_user(user):
 
 
 class NamespaceWorld(World):
-    """A world with namespaces that outlive a daemon. The first command creates them; a test adds its mounts before."""
+    """A world with namespaces that outlive a daemon. The first command creates them. A test adds its mounts before that
+    command."""
 
     def __init__(self, binary):
         super().__init__(binary)
@@ -254,7 +255,7 @@ class Command(Program):
 
     @property
     def pid(self):
-        """The program's process. Its parent is the process that was started."""
+        """The ID of the program's process. Its parent is nsenter, the process that the test started."""
         children = pathlib.Path(f"/proc/{self.process.pid}/task/{self.process.pid}/children")
         return int(wait_for(children.read_text, "the program runs"))
 

@@ -96,14 +96,14 @@ TEST_F(DeferredActionTest, RunsStrictlyAfterItsDeadline) {
   for (const std::uint64_t delay : {std::uint64_t{0}, std::uint64_t{4294967296 + 1000000}}) {
     SCOPED_TRACE(delay);
     const std::size_t runs = m_runs.Count();
-    // The worker waits in real time. For it the deadline has passed.
+    // The worker waits on the real clock, on which the deadline has already passed. So its wait returns at once.
     timespec past = get_monotonic_time();
     past.tv_sec -= static_cast<time_t>(delay / 1000000 + 1);
     FakeClock clock(past);
     m_action->Schedule(delay);
     clock.Set(AddMicroseconds(past, delay));
     ASSERT_TRUE(clock.WaitForReads(20));
-    EXPECT_EQ(m_runs.Count(), runs) << "the time is the deadline";
+    EXPECT_EQ(m_runs.Count(), runs) << "the action ran exactly at its deadline";
     clock.Set(AddMicroseconds(past, delay + 1));
     EXPECT_TRUE(m_runs.WaitFor(runs + 1));
   }
@@ -163,7 +163,7 @@ TEST_F(DeferredActionTest, DestructorRunsAnActionThatIsDue) {
   const timespec now = get_monotonic_time();
   FakeClock clock(now);
   m_hook = [this] {
-    // The worker then waits without another look at the clock.
+    // After this run, the worker waits for the far deadline and does not read the clock again.
     if (m_runs.Count() == 0) {
       m_action->Schedule(kNever);
     }
@@ -172,7 +172,7 @@ TEST_F(DeferredActionTest, DestructorRunsAnActionThatIsDue) {
   clock.Set(AddMicroseconds(now, 1));
   ASSERT_TRUE(m_runs.WaitFor(1));
   {
-    // Free only while the worker waits. In real time it would wait for an hour.
+    // The lock is free only while the worker waits. On the real clock, that wait lasts an hour.
     const Lock lock(m_lock);
     clock.Set(AddMicroseconds(now, 2 * kNever));
   }

@@ -209,7 +209,7 @@ TEST(RegistryBackEnd, ListsSectionsAndKeysInByteOrder) {
               ElementsAre(Pair("", "3"), Pair("B", "2"), Pair("a", "4"), Pair("ab", ""), Pair("b", "1")));
 }
 
-TEST(RegistryBackEnd, CallsAnEmptyCallbackOnlyForAnElement) {
+TEST(RegistryBackEnd, RefusesAnEmptyCallbackOnlyIfThereIsAnElement) {
   BackEnd back_end;
   EXPECT_NO_THROW(back_end->SectionList(Registry::SectionCallback()));
   EXPECT_NO_THROW(back_end->KeyList("s", Registry::KeyCallback()));
