@@ -1,24 +1,29 @@
-// A service on libdbus alone, with which the daemon is compared. It answers a call with its last argument, a string, or
-// without arguments with a text of LENGTH bytes.
+// A service on libdbus alone, with which the daemon is compared. It answers a call with its last argument, a string. If
+// that is longer than LENGTH bytes, or if there is none, it answers with a text of LENGTH bytes.
 //
 //   ledgerd_echo_service ADDRESS NAME LENGTH
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "tests/model/bus.h"
 
 namespace {
 
-DBusHandlerResult Answer(DBusConnection* connection, DBusMessage* call, void* long_text) {
+DBusHandlerResult Answer(DBusConnection* connection, DBusMessage* call, void* data) {
   if (dbus_message_get_type(call) != DBUS_MESSAGE_TYPE_METHOD_CALL) {
     return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
   }
-  const char* text = static_cast<std::string*>(long_text)->c_str();
+  const std::string& longest = *static_cast<std::string*>(data);
+  const char* text = longest.c_str();
   DBusMessageIter iterator;
   dbus_message_iter_init(call, &iterator);
   while (dbus_message_iter_get_arg_type(&iterator) == DBUS_TYPE_STRING) {
     dbus_message_iter_get_basic(&iterator, &text);
     dbus_message_iter_next(&iterator);
+  }
+  if (::strnlen(text, longest.size() + 1) > longest.size()) {
+    text = longest.c_str();
   }
   const Message reply(dbus_message_new_method_return(call));
   dbus_message_append_args(reply.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
