@@ -26,7 +26,7 @@ struct CommandLine {
   std::optional<std::string> key;
   RegistrySection pairs;          // of set: keys in lower case, and their values
   bool after_dashes = false;      // "--" precedes the names and values
-  std::vector<std::string> rest;  // words that the verb's own rules sort
+  std::vector<std::string> rest;  // words that the rules of the verb interpret
   std::optional<std::string> default_value;
   std::optional<std::string> file;
   std::optional<std::string> topic;  // of help
@@ -46,10 +46,11 @@ struct CommandLine {
   bool text = false;
 };
 
-/// `arguments` without the program's name. Throws Failure (Usage).
+/// Parses `arguments`, which do not include the program's name. Throws Failure (Usage).
 CommandLine ParseCommandLine(const std::vector<std::string>& arguments);
 
-/// The options of a verb without those that all verbs have, as "--name" or "-n": for the test of the help.
+/// Returns the options of a verb, as "--name" or "-n", without those that all verbs have. A test compares them with the
+/// help.
 std::vector<std::string> OptionsOf(const VerbEntry& verb);
 
 }  // namespace ledgerctl

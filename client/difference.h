@@ -19,7 +19,7 @@ struct Difference {
   std::optional<std::string> after;
 };
 
-/// In ascending order of the names.
+/// Returns the differences in ascending order of the names.
 std::vector<Difference> FindDifferences(const RegistrySections& before, const RegistrySections& after);
 
 /// Prints "- [section] key=value" for a removed value and "+ [section] key=value" for an added value, in red and green

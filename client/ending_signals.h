@@ -5,8 +5,8 @@
 
 namespace ledgerctl {
 
-/// From now on each of them calls `before_end` and then ends the program. A signal that is ignored stays ignored.
-/// `before_end` may call async-signal-safe functions only. Only the last caller's function is called.
+/// From now on each of these signals calls `before_end` and then ends the program. A signal that is ignored stays
+/// ignored. `before_end` may call async-signal-safe functions only. A later call replaces the function.
 void CatchEndingSignals(void (*before_end)(int signal));
 
 /// Blocks all signals while it exists.

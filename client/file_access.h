@@ -1,4 +1,4 @@
-// Who may read and write a file: what a new file keeps of the file that it replaces.
+// The owner, the group and the mode that a new file gets from the file that it replaces.
 #pragma once
 
 #include <sys/stat.h>
@@ -8,9 +8,10 @@
 namespace ledgerctl {
 
 /// Gives the new, still private file `fd` the owner, the group and the mode of the file `path`, whose status is `old`.
-/// Nobody but the owner can read the new file who could not read the old one: it gets fewer permissions if its group
-/// cannot be kept, or if the old file has an access control list. Throws Failure (Local) if the owner cannot be kept,
-/// or must not be: where everybody can make files, another user may have made `path` to read what is written to it.
+/// Except for the owner, only users who could read the old file can read the new one: it gets fewer permissions if the
+/// group cannot be kept, or if the old file has an access control list. Throws Failure (Local) if the owner cannot be
+/// kept. Also throws it if the file belongs to another user and is in a directory like /tmp, in which everybody can
+/// create files: that user may have created `path` to read what is written to it.
 void KeepAccess(const std::string& path, const struct stat& old, int fd);
 
 }  // namespace ledgerctl

@@ -5,10 +5,10 @@
 
 namespace ledgerctl {
 
-/// All verbs, options and exit statuses.
+/// Returns the help for all verbs, options and exit statuses.
 std::string HelpText();
 
-/// One verb, which must exist, in full.
+/// Returns the full help of one verb, which must exist.
 std::string HelpText(const std::string& verb);
 
 /// "ledgerctl 1.2.3".

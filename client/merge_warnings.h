@@ -11,7 +11,7 @@
 
 namespace ledgerctl {
 
-/// One line for each group of names that fold to the same.
+/// Returns one line for each group of names that differ only in case.
 std::vector<std::string> SpellingWarnings(const Merge& merge);
 
 /// Throws Failure (`status`) if the merge sets anything that a restart of the daemon would lose. If `force` is set,

@@ -15,13 +15,13 @@ public:
   /// `fd` stays the caller's. Colours are used if it is a terminal that knows them and NO_COLOR is unset or empty.
   explicit Output(int fd);
 
-  /// Throws Failure (Local) if the descriptor refuses what was written, as a full disk does.
+  /// Throws Failure (Local) if a write fails, for example because the disk is full.
   void Write(std::string_view text);
 
   /// As Write; without colours if the output has none.
   void WriteColoured(Colour colour, std::string_view text);
 
-  /// Writes the rest. Must be called before the program reports success.
+  /// Writes the output that has not been written yet. Must be called before the program reports success.
   void Flush();
 
   bool IsTerminal() const { return m_is_terminal; }
@@ -53,7 +53,7 @@ public:
   /// "text " without a newline, for an answer on the same line.
   void Question(const std::string& text) const;
 
-  /// Returns whether somebody can read a question.
+  /// Returns whether the descriptor is a terminal, so that a user can read a question.
   bool IsTerminal() const;
 
 private:

@@ -1,4 +1,4 @@
-// The whole program without its process: from the words of the command line to the exit status.
+// The whole program, from the arguments to the exit status. Tests can run it in their own process.
 #pragma once
 
 #include <functional>

@@ -6,11 +6,12 @@
 
 namespace ledgerctl {
 
-/// The text as one word of a shell (bash, zsh, ksh: $'...' for what a terminal should not get raw, such as control
-/// characters and bytes that are not UTF-8).
+/// Returns the text, quoted if necessary, as one word for a shell. If it contains anything that must not be sent to a
+/// terminal unchanged, such as control characters and bytes that are not UTF-8, it is quoted as $'...' for bash, zsh
+/// and ksh.
 std::string QuoteWord(std::string_view text);
 
-/// Whether the text is UTF-8.
+/// Returns whether the text is UTF-8.
 bool IsUtf8(std::string_view text);
 
 /// "section 'name'" and "key 'name' in section 'name'", for messages.

@@ -1,4 +1,4 @@
-// The daemon's registry as the client has it: each operation is one call over the system bus.
+// The registry for the client: each operation calls the daemon once over the system bus.
 #pragma once
 
 #include <chrono>
@@ -9,13 +9,13 @@
 
 namespace ledgerctl {
 
-/// Connects when it is first called, and again if the connection is lost; one thread. The bus starts the daemon if it
-/// is configured to.
+/// The first operation connects to the bus. A later one connects again if the connection was lost. Only one thread may
+/// use an object. The bus starts the daemon if it is configured to.
 ///
-/// Operations throw Registry::Full where the daemon answers so, else Failure: InvalidName and NotADocument for the
-/// daemon's other refusals, Usage for an argument that D-Bus cannot carry (a NUL byte, or no UTF-8), NotRunning,
-/// Denied, NoAnswer, and DaemonError with the text of any other error. A daemon or a bus that takes no calls ends
-/// the program; see TimeLimit.
+/// Operations throw Registry::Full if the daemon replies with that error. For all other errors they throw Failure:
+/// InvalidName and NotADocument if the daemon refuses a name or a document, Usage for an argument that D-Bus cannot
+/// carry (it has a NUL byte or is not UTF-8), NotRunning, Denied, NoAnswer, and DaemonError with the text of any other
+/// error. If libdbus waits for the bus longer than the time limit, the program ends; see TimeLimit.
 class RegistryProxy : public Registry {
 public:
   /// `timeout` holds for each call; `shown_timeout` is how messages name it, in seconds.

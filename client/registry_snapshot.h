@@ -1,4 +1,4 @@
-// Reads the registry by the minimum of calls.
+// Reads the registry with as few calls as possible.
 #pragma once
 
 #include <string>
@@ -8,13 +8,14 @@
 
 namespace ledgerctl {
 
-/// The whole registry, by one call.
+/// Returns the whole registry. Makes one call.
 RegistrySections ReadRegistry(Registry& registry);
 
-/// A section by one call, or by two if it is empty, because it can also be missing. Throws Failure (Missing).
+/// Returns a section. Makes one call, and a second one if the section has no keys, to find out whether it exists.
+/// Throws Failure (Missing) if it does not.
 RegistrySection ReadSection(Registry& registry, const std::string& section);
 
-/// Throws Registry::Full if the registry could not hold them.
+/// Throws Registry::Full if `sections` do not fit into the registry.
 void CheckFits(const RegistrySections& sections);
 
 }  // namespace ledgerctl

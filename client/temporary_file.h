@@ -1,5 +1,5 @@
-// The one temporary file that the program has at a time: removed at the end, and by the signals that end the program
-// unless it holds somebody's work.
+// The temporary file of the program, which has at most one at a time. It is removed when the object is destroyed. A
+// signal that ends the program also removes it, unless it contains the user's work.
 #pragma once
 
 #include <string>
@@ -30,13 +30,14 @@ public:
   /// Writes, syncs and closes. Throws Failure (Local).
   void WriteAndClose(const std::string& text);
 
-  /// Puts the file in the place of `path`, synced. Throws Failure (Local).
+  /// Renames the file to `path`, which it replaces, and syncs the directory. Throws Failure (Local).
   void RenameTo(const std::string& path);
 
-  /// From now on the file holds somebody's work: whatever ends the program leaves it and says where it is.
+  /// From now on the file contains the user's work: if a signal or the time limit ends the program, the file is kept
+  /// and its path is printed.
   void HoldWork();
 
-  /// Leaves the file where it is.
+  /// Keeps the file: the destructor and signals no longer remove it.
   void Keep();
 
 private:
@@ -46,13 +47,13 @@ private:
   bramble::FileDescriptor m_file;
 };
 
-/// "." for a path without a slash.
+/// Returns the path of the directory of `path`: "." for a path without a slash.
 std::string DirectoryOf(const std::string& path);
 
-/// For signal handlers that end the program: removes the file or, if it holds somebody's work, says where it is.
+/// For signal handlers that end the program: removes the file or, if it contains the user's work, prints its path.
 void SettleTemporaryFile() noexcept;
 
-/// Precedes the path of a file that holds work.
+/// Precedes the path of a file that contains the user's work.
 inline constexpr std::string_view kKeptText = "Your text is kept in ";
 
 }  // namespace ledgerctl

@@ -1,5 +1,5 @@
-// The registry as text for people: "[section]" and "key=value" lines whose words a shell reads back. "show" prints it;
-// "edit" and "load --text" read it.
+// The registry as text for people: "[section]" and "key=value" lines whose names and values are quoted as for a shell.
+// "show" prints it; "edit" and "load --text" read it.
 #pragma once
 
 #include <functional>
@@ -13,13 +13,13 @@ namespace ledgerctl {
 
 enum class TextPart { SectionName, Key, Other };
 
-/// Hands the text form piece by piece to `print`, which may throw. It ends in a newline unless it is empty.
+/// Passes the text form piece by piece to `print`, which may throw. The text ends with a newline unless it is empty.
 void PrintText(const RegistrySections& sections, const std::function<void(TextPart, const std::string&)>& print);
 
 /// The same in one piece.
 std::string PrintText(const RegistrySections& sections);
 
-/// The rules of a reader in addition to those of the form.
+/// What a caller of ParseText requires in addition to the rules of the text form.
 struct TextRules {
   std::string source;                       // how an error names the text; may be empty
   std::optional<std::string> only_section;  // the only section that the text may have, folded
@@ -30,7 +30,7 @@ struct TextRules {
 /// NotADocument for any other mistake, such as a value that is not UTF-8.
 RegistrySections ParseText(std::string_view text, const TextRules& rules = {});
 
-/// Whether the text has only empty lines and comments.
+/// Returns whether the text has only empty lines and comments.
 bool IsEmptyText(std::string_view text);
 
 }  // namespace ledgerctl

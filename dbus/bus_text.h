@@ -9,8 +9,8 @@
 /// have at most kLongestArguments bytes.
 class ReplyCheck {
 public:
-  /// Throws RegistryError (Exception) if a D-Bus message cannot contain `text`. The message contains the result of
-  /// `meaning`, which says what the string is. `meaning` is called only if the check fails.
+  /// Throws RegistryError (Exception) if a D-Bus message cannot contain `text`. The text of the error contains the
+  /// result of `meaning`, which says what the string is. `meaning` is called only if the check fails.
   template <typename Meaning>
   void Check(const std::string& text, Meaning meaning) {
     if (const char* defect = Defect(text)) {

@@ -1,4 +1,5 @@
-// What dbus-c++ does not offer: a property of calls, and results that report a lack of memory.
+// Functions that dbus-c++ lacks: one reads a flag of a call, the others append a result to a reply and report a lack of
+// memory.
 #pragma once
 
 #include <map>

@@ -40,8 +40,8 @@ public:
   void WriteJson(const std::string& registry) override;
 
 private:
-  // Replaces the dispatch of the library. That one lets exceptions propagate into C code of libdbus, throws if a call
-  // names no interface, and answers calls that expect no reply.
+  // Replaces the dispatch of the library. The library's dispatch lets exceptions propagate into C code of libdbus,
+  // throws if a call names no interface, and answers calls that expect no reply.
   bool handle_message(const DBus::Message& message) override;
   bool Handle(const DBus::Message& message);
   DBus::InterfaceAdaptor* FindInterface(const DBus::CallMessage& call);

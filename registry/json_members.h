@@ -24,7 +24,7 @@ struct JsonMember {
   std::uint32_t name = 0;   // for JsonNames
   Kind kind : 2;
   bool is_ascii : 1;          // of the name
-  bool is_last_of_name : 1;   // the next member has another name, even without regard to case
+  bool is_last_of_name : 1;   // the name of the next member differs in more than case
   bool is_last_key : 1;       // of its section
   std::uint32_t number : 27;  // of a section: its first key; of an accepted key: the size of the value
 };
@@ -35,8 +35,8 @@ class JsonNames {
 public:
   explicit JsonNames(const std::string& text) : m_text(text) {}
 
-  /// Returns a member with the name `name`, which ends at `end` in the text, closing quote included. Its value is not
-  /// set.
+  /// Returns a member with the name `name`. `end` is the offset in the text after the closing quote of the name. The
+  /// value of the member is not set.
   JsonMember MakeMember(const std::string& name, std::size_t end);
 
   /// The view is valid until the next call of MakeMember.
@@ -56,7 +56,7 @@ public:
 private:
   class Sorter;
 
-  // The end of a name with escapes, which is decoded in m_decoded_text. The names are in the order of the text.
+  // A name with escapes. m_decoded_text contains the decoded names, in the order of the text.
   struct Decoded {
     std::uint32_t begin;  // in m_decoded_text
     std::uint32_t end_in_text;

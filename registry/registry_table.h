@@ -39,8 +39,9 @@ private:
   RegistrySections& Changing(const std::string& section);
 
   RegistrySections m_sections;
-  // Cached texts by section name. An empty text must be regenerated; no section has an empty text. The memory of a text
-  // is reused. Otherwise the many small blocks between the large blocks of whole texts would make the heap grow.
+  // Cached texts by section name. An empty cached text must be regenerated: the text form of a section is never empty.
+  // The memory of a text is reused. Otherwise the many small blocks between the large blocks of whole texts would make
+  // the heap grow.
   std::map<std::string, std::string> m_texts;
   std::size_t m_text_size = 0;  // the size of the last text, a hint for the next one
 };

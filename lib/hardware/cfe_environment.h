@@ -24,6 +24,6 @@ CfeEnvironment ReadCfeEnvironment(NandAccess& nand);
 CfeEnvironment ReadCfeEnvironmentOrEmpty(const std::function<CfeEnvironment()>& read);
 
 /// Returns the environment of this device, from the partition "flash0.nvram". The first call in the process reads the
-/// flash and keeps the result, even that of a failure (see ReadCfeEnvironmentOrEmpty). All calls return copies.
-/// Thread-safe: a process-wide lock is held, in the first call while the flash is read.
+/// flash and keeps the result, even the empty one after a failure (see ReadCfeEnvironmentOrEmpty). All calls return
+/// copies. Thread-safe: each call takes a process-wide lock, and the first call holds it while it reads the flash.
 CfeEnvironment GetCfeEnvironment();

@@ -22,8 +22,8 @@ void ReportAssertion(const char* file, unsigned line, const char* function, cons
                                   const char* expression) noexcept;
 
 /// Returns true if `pointer` is at least 4096 and a multiple of `alignment`, which must be a power of two. Otherwise
-/// writes one line to `kernel_log` (or to standard output if that cannot be opened) and returns false. The caller then
-/// fails an assertion that names its check.
+/// writes one line to `kernel_log` (or to standard output if that cannot be opened) and returns false. The caller must
+/// then fail an assertion whose expression names the check.
 bool ValidatePointer(const void* pointer, std::size_t alignment, const char* kernel_log = "/dev/kmsg") noexcept;
 
 }  // namespace bramble

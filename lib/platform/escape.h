@@ -59,8 +59,8 @@ private:
     }
   }
 
-  // Whether eight bytes are all ASCII and greater than the greatest ASCII byte of the set. In most texts nearly all
-  // are. The sum carries into the highest bit of each byte that is greater.
+  // Whether eight bytes are all ASCII and greater than the greatest ASCII byte of the set. In most texts, this is true
+  // for nearly all groups of eight bytes. The sum carries into the highest bit of each byte that is greater.
   bool AreEightAbove(const char* bytes) const {
     constexpr std::uint64_t kOnes = 0x0101010101010101;
     std::uint64_t word;
@@ -84,7 +84,7 @@ private:
 /// std::bad_alloc and std::length_error.
 std::string EscapeCopy(const std::string& input, const char* escapeSet);
 
-/// The slow half of AppendEscaped, for a text that contains bytes of the set.
+/// The slow path of AppendEscaped, for a text that contains bytes of the set.
 void AppendWithEscapes(std::string& output, const std::string& input, const ByteSet& set);
 
 /// Appends the result of EscapeCopy to `output`, without a temporary copy. Throws std::bad_alloc and std::length_error;

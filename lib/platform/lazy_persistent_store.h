@@ -16,8 +16,8 @@
 /// that loses the text. The process ends if a write of the worker or of the destructor fails.
 class LazyPersistentStore : public PersistentStore {
 public:
-  /// `delay` is in milliseconds. Keeps a share of the underlying store and calls it only while holding this store's
-  /// lock. Throws std::system_error if the worker thread cannot be started.
+  /// `delay` is in milliseconds. Shares the ownership of the underlying store and calls it only while holding this
+  /// store's lock. Throws std::system_error if the worker thread cannot be started.
   LazyPersistentStore(std::shared_ptr<PersistentStore> store, std::uint32_t delay);
 
   /// Flushes, then stops the worker. The process ends if the flush fails.
