@@ -1,5 +1,5 @@
-"""The handshake of the start command with the daemon: repeatedly on a busy machine, with what it inherits, with
-signals that mean something else, and in a fixed order of system calls."""
+"""The handshake of the start command with the daemon: repeatedly on a busy machine, with inherited signal states, with
+SIGCHLD for other reasons than the end of the daemon, and in a fixed order of system calls."""
 
 import contextlib
 import os

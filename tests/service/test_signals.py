@@ -18,7 +18,7 @@ from world.observe import Strace, needs_strace
 SIGNALS = [getattr(signal, name) for name in observe.TERMINATION_SIGNALS]
 # The random moments are in an interval that is longer than an undisturbed start or end by this factor.
 MARGIN = 1.5
-# If the bus hangs, an end as dbus-c++ implements it would wait up to 25 s.
+# With the dispatcher of dbus-c++, the end of the daemon could take 25 s if the bus hangs.
 MAX_SECONDS_TO_END = 5.0
 MAX_CALLS = 200  # of one kind in a short run
 # System calls that the main thread makes in each run after it has installed the signal handlers. They wait, change the
@@ -117,8 +117,8 @@ def test_signal_that_the_worker_thread_receives_wakes_the_main_thread(world):
 
 
 def calls_after_the_handlers(lines):
-    """Returns a map. Its keys are the system calls that the main thread makes after it has installed its handlers, its
-    values the numbers of calls of the same name before."""
+    """Returns a map. It has a key for each system call that the main thread makes after it has installed its handlers.
+    The value is the number of calls of that name before that."""
     main_thread = lines[0].split(None, 1)[0]
     calls = [match for line in lines if (match := re.match(rf"{main_thread} +([a-z]\w*)\((\w*)", line))]
     names = [match[1] for match in calls]

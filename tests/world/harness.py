@@ -32,7 +32,7 @@ POLL_INTERVAL = 0.002
 # No process outlives a test run that is killed.
 DIE_WITH_TEST = ("setpriv", "--pdeathsig", "KILL")
 
-# A bus that allows everything. The lines of a test follow it, so they win.
+# A bus that allows everything. The lines of a test follow it and override it.
 OPEN_BUS = pathlib.Path(__file__).parents[2] / "scripts" / "lib" / "private-bus.conf"
 BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -41,7 +41,7 @@ BUS_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus
 {lines}</busconfig>
 """
 
-# Mounts the test's directories over the system's and becomes the daemon: its process is the one that was started.
+# Mounts the test's directories over the system's and executes the daemon in the same process.
 ENTER_WORLD = """
 set -e
 mount --bind "$1/lib" /var/lib
@@ -170,7 +170,7 @@ class World:
 
 
 class Program:
-    """A process in a world. The test must take what it prints on standard error."""
+    """A process in a world. A test that expects output on standard error must call take_stderr."""
 
     def __init__(self, world, command, environment, popen_options):
         self.world = world

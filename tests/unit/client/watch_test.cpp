@@ -1,4 +1,4 @@
-// "watch", ended by an error of the daemon.
+// The verb "watch". It runs until it is ended, so each test ends it with an error of the daemon.
 #include <chrono>
 
 #include "tests/unit/client/client_fixture.h"
@@ -10,7 +10,8 @@ namespace {
 using ledgerctl::ExitStatus;
 using ledgerctl::Failure;
 
-// Instead of a change: the read fails, because the daemon does not run or the bus denies access.
+// A test passes one of these instead of a change to make the read fail: the daemon does not run, or the bus denies
+// access.
 constexpr char kNotRunning[] = "not running";
 constexpr char kDenied[] = "denied";
 
@@ -48,7 +49,7 @@ protected:
     return {status, seen, error.Text()};
   }
 
-  /// The outcome of a watch that the error ends.
+  /// Returns the outcome of a watch that the error of the daemon ends.
   static Outcome Ends(const std::string& output, const std::string& warnings = "") {
     return {9, output, warnings + "ledgerctl: over\n"};
   }
@@ -111,7 +112,7 @@ TEST_F(WatchVerb, GoesOnAfterACommandThatFailsOrDoesNotReadItsInput) {
   }
 }
 
-// A pipe would fill up.
+// If the input were a pipe, it would fill up and block "watch".
 TEST_F(WatchVerb, GoesOnAfterACommandThatDoesNotReadALargeInput) {
   BackEnd large("", 1000000);
   RecordingRegistry recording(*large.registry);

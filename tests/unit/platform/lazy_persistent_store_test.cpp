@@ -1,4 +1,5 @@
-// The texts that the store accepts, returns and writes. The delay of these stores never passes.
+// The texts that the store accepts, returns and writes. The delay of these stores is so long that no test reaches its
+// end.
 #include "lib/platform/lazy_persistent_store.h"
 
 #include <new>

@@ -1,4 +1,4 @@
-// Exports, and imports that are accepted or stopped.
+// ReadAllJson, and calls of WriteJson that are accepted or stopped.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@ namespace {
 using namespace std::string_literals;
 using testing::ElementsAre;
 
-// json_printer_test.cpp has the cases.
+// json_printer_test.cpp has the other cases.
 TEST(ReadAllJson, RefusesNamesAndValuesThatAreNotUtf8AndKeepsThem) {
   const std::string text = "[net]\nip=\xFF\n";
   BackEnd back_end(text);
