@@ -107,7 +107,7 @@ TEST(RegistryFormat, ReadsBackEverySingleByteOfNamesAndValues) {
 // Texts of few different bytes, most of them with a meaning in the text form.
 TEST(RegistryFormat, ReadsBackTheTablesOfRandomTexts) {
   const std::string alphabet = "%%%[]==\r\n 02235aAbdDxz\0\x80\xFF"s;
-  std::mt19937_64 random(20240229);
+  std::mt19937 random(20240229);
   int read_back = 0;
   for (int i = 0; i < 6000; ++i) {
     std::string text(random() % 80, '\0');
