@@ -18,7 +18,7 @@ public:
   /// Throws Failure (Local) if a write fails, for example because the disk is full.
   void Write(std::string_view text);
 
-  /// As Write; without colours if the output has none.
+  /// Like Write, in `colour` if the output has colours.
   void WriteColoured(Colour colour, std::string_view text);
 
   /// Writes the output that has not been written yet. Must be called before the program reports success.

@@ -10,8 +10,8 @@
 #include <vector>
 
 /// main() creates the only object and never destroys it. Only the main thread may use it, except for leave() and
-/// IsLeaving(). It serves one connection. While replies wait to be written, it reads no calls: a client that never
-/// reads its replies cannot fill the memory.
+/// IsLeaving(). It serves one connection. While replies wait to be written, it reads no calls. So the
+/// replies for a client that never reads them cannot fill the memory.
 class Dispatcher final : public DBus::BusDispatcher {
 public:
   /// Throws bramble::ErrnoException if the pipe cannot be created.

@@ -15,7 +15,7 @@ class JsonSyntaxError : public std::runtime_error {
 public:
   JsonSyntaxError(const std::string& text, std::size_t offset) : std::runtime_error(text), m_offset(offset) {}
 
-  /// Where the unexpected part begins, in bytes; the length of the text if that ends too early.
+  /// Where the unexpected part begins, in bytes; the length of the text if the text ends too early.
   std::size_t Offset() const noexcept { return m_offset; }
 
 private:

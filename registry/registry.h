@@ -29,7 +29,7 @@ public:
     std::string m_message;
   };
 
-  /// JSON text that is not an object of sections, each an object whose values are strings or null.
+  /// JSON text that is not an object of sections. Each must be null or an object whose values are strings or null.
   class InvalidJson : public std::exception {
   public:
     explicit InvalidJson(const std::string& detail);

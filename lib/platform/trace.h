@@ -19,7 +19,7 @@ public:
   virtual void Flush() = 0;
 };
 
-/// Writes to standard error. If that is a terminal, Flush and the destructor also wait until it has sent the text.
+/// Writes to standard error. If that is a terminal, Flush and the destructor also wait until all text has been sent to it.
 class StderrTrace : public BaseTrace {
 public:
   constexpr StderrTrace() = default;

@@ -213,7 +213,7 @@ class Daemon(Program):
             wait_for(lambda: self.process.poll() is not None or connection.name_has_owner(BUS_NAME),
                      "the daemon owns its name")
             assert self.process.poll() is None, f"the daemon ended at once: {self.stderr()}"
-            # It owns the name before it has loaded the registry and enters its loop; a call waits for that.
+            # The daemon owns its name before it loads the registry. The reply to a call shows that it is ready.
             connection.call_blocking(BUS_NAME, OBJECT_PATH, "org.freedesktop.DBus.Introspectable", "Introspect", "", (),
                                      timeout=PATIENCE)
 
@@ -221,7 +221,7 @@ class Daemon(Program):
         return self.world.client(**options)
 
     def stderr(self):
-        """Omits the lines with which each start on a machine without the device's flash begins."""
+        """Returns the output without the lines that each start prints on a machine without the device's flash."""
         return super().stderr().removeprefix(MISSING_HARDWARE)
 
     def signal(self, number):
