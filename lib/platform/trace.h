@@ -19,7 +19,8 @@ public:
   virtual void Flush() = 0;
 };
 
-/// Writes to standard error. If that is a terminal, Flush and the destructor also wait until all text has been sent to it.
+/// Writes to standard error. If that is a terminal, Flush and the destructor also wait until all text has been sent to
+/// it.
 class StderrTrace : public BaseTrace {
 public:
   constexpr StderrTrace() = default;
