@@ -88,16 +88,21 @@ def test_each_start_on_a_busy_machine_ends_ready(machine, request):
     assert machine.registry_bytes() == f"[round]\nnumber={rounds - 1}\n".encode()
 
 
+def check_result(outcome, bus, starter, daemon):
+    """Lets the daemon become ready, or kills it. The start command must report that."""
+    if outcome == "ready":
+        bus.release()
+    else:
+        daemon.signal(signal.SIGKILL)
+    assert starter.result() == (0, "" if outcome == "ready" else DIED_EARLY)
+
+
 @pytest.mark.parametrize("inherited", INHERITED)
 @pytest.mark.parametrize("outcome", ["ready", "dies"])
 def test_start_command_waits_for_the_daemon_whatever_it_inherits(machine, inherited, outcome):
     with stalled_start(machine, wrapper=INHERITED[inherited]) as (bus, starter, daemon):
         wait_until_it_waits(starter)
-        if outcome == "ready":
-            bus.release()
-        else:
-            daemon.signal(signal.SIGKILL)
-        assert starter.result() == (0, "" if outcome == "ready" else DIED_EARLY)
+        check_result(outcome, bus, starter, daemon)
 
 
 @pytest.mark.parametrize("outcome", ["ready", "dies"])
@@ -111,11 +116,7 @@ def test_only_the_end_of_the_daemon_counts(machine, outcome):
             os.kill(pid, number)
             wait_for(lambda: observe.status(pid)["State"].startswith(state), "the signal has its effect")
         wait_until_it_waits(starter)
-        if outcome == "ready":
-            bus.release()
-        else:
-            daemon.signal(signal.SIGKILL)
-        assert starter.result() == (0, "" if outcome == "ready" else DIED_EARLY)
+        check_result(outcome, bus, starter, daemon)
 
 
 @needs_strace
