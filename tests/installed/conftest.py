@@ -1,24 +1,10 @@
 """The build under test. For the tests of the Debian packages it is the directory of the packages."""
 
 import pathlib
-import re
 
 import pytest
 
-
-class Build:
-    def __init__(self, directory):
-        self.directory = directory
-        self.variables = dict(re.findall(r"(?m)^(\w+):\w+=(.*)$", (directory / "CMakeCache.txt").read_text()))
-        self.ledgerd = directory / "daemon/ledgerd"
-        self.ledgerctl = directory / "client/ledgerctl"
-        self.unit = directory / "packaging/ledgerd.service"
-        self.pages = directory / "docs/man"
-
-    def has(self, part):
-        """Whether a part of the project is built."""
-        return (self.variables[f"LEDGERD_{part}"] == "ON" and
-                not (part == "MAN" and self.variables["LEDGERD_SCDOC"].endswith("NOTFOUND")))
+from world.build import Build
 
 
 def pytest_addoption(parser):

@@ -2,50 +2,19 @@
 
 import contextlib
 import pathlib
-import re
 
 import pytest
 
 import attacked
 from world.booted_system import BootedSystem
+from world.build import Build
 from world.harness import PATIENCE, Bus, World
 from world.ledgerctl import Ledgerctl
 from world.namespace_world import NamespaceWorld
 
-SOURCES = pathlib.Path(__file__).parents[2]
-
-
-class Build:
-    """The programs and files under test."""
-
-    packaging = SOURCES / "packaging"
-    completion = SOURCES / "completion"
-
-    def __init__(self, option):
-        self.directory = option("--build").resolve()
-        self.ledgerd = option("--ledgerd") or self.directory / "daemon" / "ledgerd"
-        self.ledgerctl = option("--ledgerctl") or self.directory / "client" / "ledgerctl"
-        self.unit = self.directory / "packaging" / "ledgerd.service"
-        self.init_script = self.directory / "packaging" / "ledgerd.init"
-        self.activation = self.directory / "packaging" / "com.tavimesh.Registry.service"
-        self.probes = self.directory / "lib" / "platform" / "ledgerd-tracepoint-probes.so"
-        self.load_client = self.directory / "tests" / "load" / "ledgerd_load"
-        self.control_service = self.directory / "tests" / "model" / "ledgerd_echo_service"
-        self.failing_malloc = self.directory / "tests" / "service" / "libledgerd_failing_malloc.so"
-        self.example = self.directory / "examples" / "hostname"
-
-    @property
-    def installed_probes(self):
-        """The path at which the daemon looks for its probes."""
-        cache = (self.directory / "CMakeCache.txt").read_text()
-        variables = dict(re.findall(r"(?m)^CMAKE_INSTALL_(\w+):\w+=(.*)$", cache))
-        return pathlib.Path(variables["PREFIX"], variables["LIBDIR"], "ledgerd", self.probes.name)
-
 
 def pytest_addoption(parser):
     parser.addoption("--build", required=True, type=pathlib.Path, help="the directory of the build")
-    parser.addoption("--ledgerd", type=pathlib.Path, help="another daemon than that of the build")
-    parser.addoption("--ledgerctl", type=pathlib.Path, help="another client than that of the build")
     parser.addoption("--rounds", type=int, default=60, help="the number of rounds of each test at random moments")
 
 
@@ -70,7 +39,7 @@ def checked_world(build, make_bus):
 
 @pytest.fixture(scope="session")
 def build(request):
-    return Build(request.config.getoption)
+    return Build(request.config.getoption("--build"))
 
 
 @pytest.fixture
